@@ -1,0 +1,122 @@
+// The display list record: the group tree, the view and its two transforms, the
+// rendering objects, and the state that insertion and the traversals share.
+//
+// Fields marked "host" are filled in by the program that embeds the library; no
+// operation of the library writes them. The default constructor gives a ready
+// list: a root covering the whole plane with an open group below it, a fresh
+// rendition, an identity view, and the default capacity and level limit.
+#pragma once
+
+#include "displaylist/group.h"
+#include "foundation/geometry.h"
+#include "foundation/rendering.h"
+
+namespace DL {
+
+class Drawable;
+
+// How many drawables an open group takes before it is closed or split, and the
+// level at which splitting stops (cells of 2^(32-24) = 256 world units). Chosen
+// by measurement: 64 keeps the tree under 2 bytes per drawable while a group is
+// still small enough to prune well.
+inline constexpr int kDefaultGroupCapacity = 64;
+inline constexpr int kDefaultLevelLimit = 24;
+
+class DisplayList {
+ public:
+  // A ready list; see the file comment. `heap` is where groups come from (null:
+  // the default heap); `group_capacity` is at least 1, `level_limit` at most 31.
+  explicit DisplayList(ZephalHeap* heap = nullptr, int group_capacity = kDefaultGroupCapacity,
+                       int level_limit = kDefaultLevelLimit);
+  // Destroys the tree with every drawable in it and drops the references held.
+  virtual ~DisplayList();
+  DisplayList(const DisplayList&) = delete;
+  DisplayList& operator=(const DisplayList&) = delete;
+
+  // Puts `d`, whose bounds are `b`, into the tree and returns the group that now
+  // holds it. The list owns `d` from here on; `d` must have a null sibling and
+  // `open_group` must not be null.
+  virtual Group* add(Drawable* d, const WorldBounds& b);
+
+  // -- The view ----------------------------------------------------------------
+  // Stores `b` and brings the device bounds and transforms up to date; nothing
+  // happens when `b` is the rectangle already held.
+  void set_screen_bounds(const ScreenBounds& b);
+  // Stores `b` and brings the transforms up to date; nothing happens when `b` is
+  // the rectangle already held.
+  void set_world_bounds(const WorldBounds& b);
+  // Holds a reference of its own on `r` (may be null), releases the old one.
+  void set_renderer(ZR_Renderer* r);
+  // `screen_bounds` in device units: each value times `device_factor`, truncated.
+  void compute_device_bounds(const ScreenBounds& b);
+  // The world rectangle that `source`, grown by one pixel, shows.
+  void compute_visible_bounds(const ScreenBounds& source, WorldBounds& target) const;
+
+  // -- Point conversions -------------------------------------------------------
+  // World to device: the plain form rounds to nearest (ties to even) straight
+  // into 32 bits, so a point far off the view comes out as -2147483648; with
+  // `saturate_device_points` the saturating form runs instead, tested per point.
+  void world_to_screen(const WorldPoint& p, ZR_DCI_Point& out) const {
+    if (saturate_device_points) {
+      world_to_screen_saturated(p, out);
+      return;
+    }
+    out.x = round_to_int32_wrapping(p.x * scale.x + offset.x);
+    out.y = round_to_int32_wrapping(p.y * scale.y + offset.y);
+    out.z = 0;
+  }
+  // The same sums, clamped to the 32-bit range: a far point stays on its side.
+  void world_to_screen_saturated(const WorldPoint& p, ZR_DCI_Point& out) const {
+    out.x = round_to_int32_saturated(p.x * scale.x + offset.x);
+    out.y = round_to_int32_saturated(p.y * scale.y + offset.y);
+    out.z = 0;
+  }
+  // Every point in order; `n` is at least 1.
+  void world_to_screen_points(int n, const WorldPoint* in, ZR_DCI_Point* out) const;
+  // Converts the points and drops each one that lands on the device point kept
+  // just before it; returns how many were kept (1 to n). `n` is at least 2.
+  int world_to_screen_unique(int n, const WorldPoint* in, ZR_DCI_Point* out) const;
+  // Screen to world, saturating; uses the screen transform only.
+  void screen_to_world(const int* p, WorldPoint& out) const;
+
+  // -- The record --------------------------------------------------------------
+  ZR_Renderer* renderer = nullptr;                  // counted; written by set_renderer
+  ZR_Text_Engine* text_engine = nullptr;            // counted; lent by the view of a nesting list
+  WorldBounds world_bounds = WorldBounds::empty();  // world rectangle shown
+  ScreenBounds screen_bounds = ScreenBounds::empty();  // screen rectangle it is shown in, pixels
+  ScreenBounds device_bounds = ScreenBounds::empty();  // the same in device units
+  bool use_device_transform = false;                   // host: text uses the device transform
+  double aspect_ratio = 1.0;  // host: factor in the y terms of both transforms
+  ZR_Rendition rendition;     // host: current drawing state and clips
+  WorldBounds visible_bounds = WorldBounds::empty();  // world shown by screen_bounds + 1 pixel
+  ZephalHeap* heap = nullptr;   // host: heap of the groups; null is the default heap
+  DoublePoint scale{1.0, 1.0};  // world to screen
+  DoublePoint offset{0.0, 0.0};
+  DoublePoint device_scale{1.0, 1.0};  // world to device
+  DoublePoint device_offset{0.0, 0.0};
+  DoublePoint device_factor{1.0, 1.0};          // host: screen units to device units
+  bool saturate_device_points = false;          // host: world_to_screen saturates
+  bool (*interrupt_callback)(void*) = nullptr;  // host: asked whether to go on
+  void* interrupt_user_data = nullptr;          // host: passed to the callback
+  int interrupt_counter = 0;                    // polls since the callback last ran
+  Group* root = nullptr;                        // host: root of the tree, never null while used
+  Group* first_open_group = nullptr;            // follows open_group until insertion leaves upward
+  Group* open_group = nullptr;                  // the one group that takes drawables, or null
+  int group_capacity;                           // host: drawables an open group takes
+  int level_limit;                              // host: open groups at this level close, not split
+  ZR_Point clip_center{0.0f, 0.0f, 0.0f};       // circle fitted to the complex clip
+  float clip_radius_squared = 0.0f;
+  bool complex_clip_supported = false;             // the device clips to complex clips itself
+  int open_level = 0;                              // level of open_group
+  int open_count = 0;                              // drawables in open_group
+  WorldBounds open_bounds = WorldBounds::empty();  // union of what went into open_group
+  ZR_Option_Source* selector = nullptr;            // counted; told the drawable being drawn
+
+ protected:
+  // Brings scale, offset, device_scale, device_offset and visible_bounds up to
+  // date, unless screen x or the world rectangle is inverted (or the world
+  // rectangle is the empty one): then nothing changes.
+  void recompute_transform();
+};
+
+}  // namespace DL

@@ -1,0 +1,171 @@
+// The group tree: a spatial tree whose depth-first order is the insertion order.
+//
+// Every group is one 64-byte record, `Group`, in one of three classes:
+//   - Group, an interior node: its children are groups;
+//   - BottomGroup, a closed leaf: its children are drawables;
+//   - OpenBottomGroup, the one leaf of a list that still takes drawables.
+// A group changes class in place while the tree grows (an open group is closed,
+// or split and so becomes an interior group), and each class has a hidden twin.
+// So the class is the record's table of operations (`GroupTable`), and a change
+// of class is one store of the table pointer; the C++ type is always `Group`.
+//
+// Rectangles come from a fixed grid over the 32-bit plane: a group at level n
+// stands for a cell of side 2^(32-n) (see `cell_bounds`). A drawable goes into
+// the open group if it fits its cell; otherwise a new open group starts at the
+// tail of the nearest ancestor that holds it, and the groups left behind are
+// closed, which replaces their cells by the tight union of what they hold.
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+
+#include "foundation/geometry.h"
+#include "foundation/storage.h"
+
+namespace DL {
+
+class DisplayList;
+class Drawable;
+class Group;
+struct DisplayListDebug;
+
+// `b` widened to the grid of `level`: on the 32-bit patterns, with mask =
+// 0xFFFFFFFF >> (level mod 32), the minima are ANDed with ~mask and the maxima
+// ORed with mask. A rectangle across a grid line gets several cells.
+constexpr WorldBounds cell_bounds(const WorldBounds& b, int level) {
+  const std::uint32_t mask = 0xFFFFFFFFu >> (static_cast<std::uint32_t>(level) & 31u);
+  auto lo = [mask](WorldCoord v) {
+    return static_cast<WorldCoord>(static_cast<std::uint32_t>(v) & ~mask);
+  };
+  auto hi = [mask](WorldCoord v) {
+    return static_cast<WorldCoord>(static_cast<std::uint32_t>(v) | mask);
+  };
+  return {{lo(b.min.x), lo(b.min.y)}, {hi(b.max.x), hi(b.max.y)}};
+}
+
+// The table of operations of a group class. Every entry is set in every table.
+struct GroupTable {
+  bool contains_drawables;  // false for Group, true for the two bottom classes
+  bool is_open;             // true for OpenBottomGroup only
+  // The deleting destructor: deletes the subtree, then the record. Does not
+  // unlink the group from its parent.
+  void (*destroy)(Group*);
+  // Puts a drawable with bounds `b` into the tree, starting here; returns the
+  // group that now holds it (null from a closed BottomGroup, which takes none).
+  Group* (*add)(Group*, Drawable*, const WorldBounds& b, DisplayList*);
+  // Deletes every child; the group stays, empty, and does not tell its parent.
+  void (*remove_all)(Group*);
+  // Replaces cells by tight rectangles along the chain of last children, and
+  // turns an open group into a BottomGroup.
+  void (*close)(Group*);
+  // Draws every shown drawable below, in insertion order, with no test.
+  void (*draw_unclipped)(const Group*, DisplayList&);
+  // Merges into the argument the bounds of everything below.
+  void (*add_bounds)(const Group*, WorldBounds&);
+  // Opens a group on a tree that has none; see the class comments.
+  void (*create_open_bottom_group)(Group*, DisplayList*);
+  // The depth of the group's cell; for the open group, `open_level` of its list.
+  int (*level)(const Group*);
+  // The twin class's table: hidden for a visible one and back.
+  const GroupTable* twin;
+  bool hidden;
+};
+
+class Group : public HeapObject {
+ public:
+  // -- The record (64 bytes on a 64-bit host) ------------------------------------
+  // The class of the group.
+  const GroupTable* table;
+  // Next child of the same parent, null at the tail.
+  Group* sibling;
+  // Open group: the cell it was opened with. Interior groups on the way down to
+  // the open group: their cell. Closed groups: the union of what they hold.
+  WorldBounds bounds;
+  // One word whose meaning follows the class: the owning list while the group is
+  // open, the level of the cell once it is closed or interior.
+  union {
+    DisplayList* display_list;
+    int level_field;
+  };
+  // Head and tail of the children's one-way list, through `sibling`: groups in
+  // an interior group, drawables in a bottom group.
+  void* first_child;
+  void* last_child;
+  // Null at the root only.
+  Group* parent;
+
+  // -- Operations (through the table) ----------------------------------------------
+  bool contains_drawables() const { return table->contains_drawables; }
+  bool is_open() const { return table->is_open; }
+  void destroy() { table->destroy(this); }
+  Group* add(Drawable* d, const WorldBounds& b, DisplayList* list) {
+    return table->add(this, d, b, list);
+  }
+  void remove_all() { table->remove_all(this); }
+  void close() { table->close(this); }
+  void draw_unclipped(DisplayList& list) const { table->draw_unclipped(this, list); }
+  void add_bounds(WorldBounds& b) const { table->add_bounds(this, b); }
+  void create_open_bottom_group(DisplayList* list) { table->create_open_bottom_group(this, list); }
+  int level() const { return table->level(this); }
+  void make_hidden() {
+    if (!table->hidden) table = table->twin;
+  }
+  void make_visible() {
+    if (table->hidden) table = table->twin;
+  }
+  bool is_hidden() const { return table->hidden; }
+
+  // Typed views of the child list.
+  Group* first_group() const { return static_cast<Group*>(first_child); }
+  Group* last_group() const { return static_cast<Group*>(last_child); }
+  Drawable* first_drawable() const { return static_cast<Drawable*>(first_child); }
+  Drawable* last_drawable() const { return static_cast<Drawable*>(last_child); }
+
+  // Runs on the parent of a group that has become empty: unlinks and deletes
+  // `child`, then each ancestor that this empties, up to but not including the
+  // root. Returns the lowest group that survives, or null (changing nothing) if
+  // `child` is not a child of this group.
+  Group* empty_child_notify(Group* child);
+
+  // Opens a group: a new OpenBottomGroup from `list->heap` with the cell of
+  // `rectangle` at `level`, and makes it the list's open group. Not linked into
+  // `parent`: the caller does that. `parent_bounds` plays no part.
+  static Group* open(DisplayList* list, const WorldBounds& parent_bounds,
+                     const WorldBounds& rectangle, Group* parent, int level);
+  // A root for a new tree: an interior group at level 0 covering the whole
+  // plane, with no children, from `heap`.
+  static Group* make_root(ZephalHeap* heap);
+
+  // Opens a new group for `d` at the tail of this group's children, one level
+  // down, and appends `d` to it. Returns the new group.
+  Group* add_in_new_open_child(Drawable* d, const WorldBounds& b, DisplayList* list);
+
+  // The two tables of the interior class.
+  static const GroupTable table_;
+  static const GroupTable hidden_table_;
+
+ private:
+  Group() = default;
+};
+
+// The closed leaf class: operations over a `Group` record whose children are
+// drawables.
+struct BottomGroup {
+  static const GroupTable table_;
+  static const GroupTable hidden_table_;
+
+  // Deletes every drawable; first_child and last_child become null.
+  static void remove_all(Group& g);
+};
+
+// The open leaf class. Its count and accumulated rectangle live in the list
+// (`open_count`, `open_bounds`, `open_level`), since at most one group is open.
+struct OpenBottomGroup {
+  static const GroupTable table_;
+  static const GroupTable hidden_table_;
+
+  // Appends `d` at the tail in constant time and merges `b` into open_bounds.
+  static Group* append_drawable(Group& g, Drawable* d, const WorldBounds& b);
+};
+
+}  // namespace DL
