@@ -289,6 +289,11 @@ constexpr typename T::Table Drawable::make_table(bool hidden, const DrawableTabl
   t.type = &T::_drawable_type_dummy;
   t.twin = twin;
   t.hidden = hidden;
+  // A class whose table has entries beyond these (`using Table = ...` naming a
+  // struct derived from DrawableTable) fills them in a static member
+  // `template <class U> static constexpr void fill_extra_entries(Table&, bool hidden)`.
+  if constexpr (requires { T::template fill_extra_entries<T>(t, hidden); })
+    T::template fill_extra_entries<T>(t, hidden);
   return t;
 }
 
