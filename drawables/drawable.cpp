@@ -15,6 +15,29 @@ ZR_Rendition* Drawable::do_rendition(DisplayList& list) {
   return &list.rendition;
 }
 
+ZR_DCI_Point* Drawable::bounds_strip(DisplayList& list, ZR_DCI_Point* target) const {
+  WorldBounds b = bounds_of();
+  if (b.min.x > b.max.x) return nullptr;
+  const WorldPoint corners[4] = {
+      {b.min.x, b.min.y}, {b.max.x, b.min.y}, {b.min.x, b.max.y}, {b.max.x, b.max.y}};
+  list.world_to_screen_points(4, corners, target);
+  return target;
+}
+
+void Drawable::draw_bounds_unclipped(DisplayList& list) {
+  ZR_DCI_Point strip[4];
+  if (!bounds_strip(list, strip)) return;
+  ZR_Rendition* r = rendition(list);
+  list.renderer->triangles_unclipped(r, 4, strip);
+}
+
+void Drawable::draw_bounds_clipped(DisplayList& list) {
+  ZR_DCI_Point strip[4];
+  if (!bounds_strip(list, strip)) return;
+  ZR_Rendition* r = rendition(list);
+  list.renderer->triangles_clipped(r, 4, strip);
+}
+
 DrawableVectorIterator* Drawable::do_create_vector_iterator(bool) {
   auto* it = new DrawableVectorIterator;
   if (it) it->initialize(this);

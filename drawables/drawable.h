@@ -177,6 +177,15 @@ class Drawable : public HeapObject {
     return b;
   }
 
+  // The four corners of bounds_of() in device points, in triangle strip order
+  // (min.x,min.y), (max.x,min.y), (min.x,max.y), (max.x,max.y), written to
+  // `target`; null when the bounds are empty on x.
+  ZR_DCI_Point* bounds_strip(DisplayList& list, ZR_DCI_Point* target) const;
+  // The bounds drawn as a filled strip of four points, through the triangles
+  // entry of the draw; nothing for empty bounds.
+  void draw_bounds_unclipped(DisplayList& list);
+  void draw_bounds_clipped(DisplayList& list);
+
   // Builds the table of class T (visible or hidden) from T's `do_` members.
   template <class T>
   static constexpr typename T::Table make_table(bool hidden, const DrawableTable* twin);
