@@ -150,7 +150,7 @@ class Reader : public DL_CreationAdapter {
     DxfEntity& e = add(DxfKind::text);
     e.points = {{t.ipx, t.ipy}};
     e.height = t.height;
-    e.rotation = t.angle * kDegree;
+    e.rotation = t.angle;  // dxflib gives radians here
     e.text = t.text;
   }
   void addMText(const DL_MTextData& t) override {
@@ -207,11 +207,11 @@ class Reader : public DL_CreationAdapter {
         break;
       case 2:
       case 3: {
-        // Arc (angles in degrees) or elliptic arc (radians), counter-clockwise
-        // unless `ccw` is false, in which case the angles are mirrored.
+        // Arc or elliptic arc (dxflib gives radians), counter-clockwise unless
+        // `ccw` is false, in which case the angles are mirrored.
         const bool arc = edge.type == 2;
-        double a1 = arc ? edge.angle1 * kDegree : edge.angle1;
-        double a2 = arc ? edge.angle2 * kDegree : edge.angle2;
+        double a1 = edge.angle1;
+        double a2 = edge.angle2;
         double rx = arc ? edge.radius : std::hypot(edge.mx, edge.my);
         double ry = arc ? edge.radius : rx * edge.ratio;
         double rot = arc ? 0.0 : std::atan2(edge.my, edge.mx);
@@ -509,7 +509,7 @@ ZR_RGB32 aci_color(int index) {
   for (int i = 0; i < 3; ++i) {
     double value = c[i] * v;
     if (index % 2 == 1) value = (value + v) / 2.0;
-    out[i] = static_cast<int>(value + 0.5);
+    out[i] = static_cast<int>(value);  // truncated, as the table has it
   }
   return rgb(out[0], out[1], out[2]);
 }

@@ -10,7 +10,7 @@
 //   the flags. Polyface and polygon meshes are skipped.
 // - CIRCLE, ARC, ELLIPSE: centre, radii, rotation of the first axis, start
 //   and end angles in radians (ARC angles are turned from degrees; an ELLIPSE's
-//   are parametric, as the file gives them).
+//   are parametric, as the file gives them). Every angle kept is in radians.
 // - POINT: one point. SOLID and TRACE: their corners in outline order (the
 //   file's third and fourth corners swapped). TEXT and MTEXT: the insertion
 //   point, height, angle in radians and the text.
