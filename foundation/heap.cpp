@@ -183,7 +183,8 @@ void* allocate_small(ZephalHeap& heap, std::size_t size) {
     DL_UNPOISON(p, block);
     c.free = *static_cast<void**>(p);
   } else {
-    if (c.bump + block > c.bump_end) {
+    // No pointer arithmetic on a class that has no chunk yet (null bump).
+    if (!c.bump || static_cast<std::size_t>(c.bump_end - c.bump) < block) {
       Chunk* chunk = pool().take();
       if (!chunk) return nullptr;
       chunk->heap = &heap;
