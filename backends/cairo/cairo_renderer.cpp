@@ -1,12 +1,11 @@
 // The action entries of the cairo renderer.
 //
-// Every entry sets the device-to-surface matrix, the clip it needs and its
-// colour, builds a path in device units and paints it. Device values can lie
-// far off the surface (a clipped entry gets whatever the view made of the
-// world, up to the int limits), while cairo keeps coordinates in 24.8 fixed
-// point: geometry is therefore cut to a guard box of +-2^16 units around the
-// origin before it reaches cairo, which changes nothing that can be seen
-// (cairo 1.16 drops the stroke of a line some 2^19 units long).
+// Every entry brings the clip it needs up to date (setting the device-to-surface
+// matrix with it) and its colour, builds a path in device units and paints it. Device values can
+// lie far off the surface (a clipped entry gets whatever the view made of the world, up to the int
+// limits), while cairo keeps coordinates in 24.8 fixed point: geometry is therefore cut to a guard
+// box of +-2^16 units around the origin before it reaches cairo, which changes nothing that can be
+// seen (cairo 1.16 drops the stroke of a line some 2^19 units long).
 #include "backends/cairo/cairo_renderer.h"
 
 #include <algorithm>
