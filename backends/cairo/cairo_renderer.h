@@ -1,0 +1,158 @@
+// A renderer that paints on a cairo surface, and a canvas that owns one.
+//
+// `CairoRenderer` implements every action entry of `ZR_Renderer` on a cairo
+// context. What it makes of the device values it is handed:
+//
+// - Orientation. Device units are pixels. With `DeviceOrientation::y_up` (the
+//   default) device y grows upward: device (x, y) is the pixel in column x and
+//   row height - 1 - y, counted from the top. A display list maps world y to
+//   growing device y, so a drawing whose world has y up shows the right way up.
+//   `DeviceOrientation::y_down` puts device y straight into the surface's rows.
+//   Either way a device point stands for the centre of its pixel, so one-unit
+//   lines on whole coordinates are crisp.
+// - Colour: the rendition's colour (0x00RRGGBB); an entry that passes a colour
+//   pointer (`dot`, `polygon`, the ellipse entries) paints in that colour instead.
+// - Dots fill their one pixel. Polylines are stroked with the rendition's line
+//   weight (at least one unit), with square caps and mitred joins up to a weight
+//   of 2, round caps and joins above. A polyline of one point is a dot.
+// - Polymarkers: a cross of two diagonals five pixels across, one unit wide,
+//   at each point.
+// - Polygons are filled by the even-odd rule (as contour sets are read).
+//   Triangle strips are filled as the union of their triangles. Gouraud strips
+//   go through a cairo mesh pattern, one patch per triangle; textured strips
+//   are drawn as Gouraud strips with their vertex colours (the texture words
+//   are not read). A strip of fewer than three points strokes its points as a
+//   one-unit polyline, so it is not lost.
+// - Ellipses: the point of parameter t is centre + R(rotation)(rx cos t, ry sin t)
+//   in device units, so with y up angles and tilt turn counter-clockwise on the
+//   picture. The sweep runs from the start angle upward to the end angle; an end
+//   below the start is lifted by whole turns, as the sweep through angle 0
+//   that the library means by it. Arcs are stroked with the line weight; pies
+//   are filled sectors (a sweep of a whole turn or more is the whole ellipse).
+//   Radii keep their sign (a negative radius mirrors, as a negative scale does).
+//   When a radius is 0 the shape is a segment or a point: an arc strokes it,
+//   a pie strokes it one unit wide, so a collapsed ellipse still shows.
+// - Images: one pixel per image pixel, the image's top-left corner on the
+//   device point (top meaning the picture's top, whatever the orientation).
+// - Clips: `_clipped` entries cut to the rendition's hard clip rectangle
+//   (inclusive, whole pixels); `_unclipped` entries cut to nothing but the
+//   surface. When `options.complex_clip` is true (set it with
+//   `set_complex_clip_supported`), every entry also cuts to the rendition's
+//   complex clip contours, even-odd, in device units. The clip last set on the
+//   context is remembered, so a run of draws under one clip sets it once.
+//
+// The context belongs to whoever made it; the renderer keeps its own
+// reference. Text engines paint glyphs through `paint_contours`.
+#pragma once
+
+#include <cairo.h>
+
+#include <memory>
+#include <string>
+
+#include "foundation/rendering.h"
+
+namespace DL {
+
+enum class DeviceOrientation { y_up, y_down };
+
+class CairoRenderer : public ZR_Renderer {
+ public:
+  // Paints on `context` (referenced), whose target is `height` pixels high.
+  CairoRenderer(cairo_t* context, int height,
+                DeviceOrientation orientation = DeviceOrientation::y_up);
+  ~CairoRenderer() override;
+  CairoRenderer(const CairoRenderer&) = delete;
+  CairoRenderer& operator=(const CairoRenderer&) = delete;
+
+  cairo_t* context() const { return cr_; }
+  DeviceOrientation orientation() const { return orientation_; }
+
+  // Whether the device itself clips to the rendition's complex clip.
+  void set_complex_clip_supported(bool on) { options.complex_clip = on; }
+
+  // The hook for text: fills `glyphs` (contours in device units around
+  // `origin`, read even-odd, y growing as device y does) in `color`, or the
+  // rendition's colour when `color` is null, cut to the hard clip when
+  // `clipped` is true and to the complex clip as the other entries are.
+  void paint_contours(ZR_Rendition* rendition, const ZR_Point& origin,
+                      const ZR_Contour_Set_Data& glyphs, const ZR_RGB32* color, bool clipped);
+
+  // Forgets the clip believed to be on the context; call after changing the
+  // context's clip behind the renderer's back.
+  void forget_clip();
+
+  // Used by the entry functions; not for hosts.
+  struct Access;
+
+ private:
+  friend struct Access;
+
+  // Installs the clip an entry needs: the hard clip when `clipped`, and the
+  // complex clip when supported and present.
+  void use_clip(ZR_Rendition* rendition, bool clipped);
+  void set_color(ZR_Rendition* rendition, const ZR_RGB32* color);
+
+  cairo_t* cr_;
+  int height_;
+  DeviceOrientation orientation_;
+  // The clip now on the context.
+  bool clip_has_rect_ = false;
+  ZR_Int_Rectangle clip_rect_{};
+  ZR_Contour_Set clip_contours_;  // held, so its address cannot be reused meanwhile
+};
+
+// A surface, its context and a renderer on it: a picture to draw a display list
+// into, then to save. PNG canvases paint into memory and write the file on
+// `finish`; PDF and SVG canvases stream to their file, which is complete after
+// `finish`. Sizes are in pixels (PDF and SVG take one pixel as one point).
+class CairoCanvas {
+ public:
+  enum class Format { png, pdf, svg };
+
+  // The format named by the path's extension (.png, .pdf, .svg, any case);
+  // false when it names none.
+  static bool format_for_path(const std::string& path, Format& format);
+
+  // A canvas of `width` by `height` pixels (each 1 to 32767), white. On failure
+  // gives null and a one-line reason in `error`.
+  static std::unique_ptr<CairoCanvas> create(
+      Format format, const std::string& path, int width, int height, std::string* error,
+      DeviceOrientation orientation = DeviceOrientation::y_up);
+
+  ~CairoCanvas();
+  CairoCanvas(const CairoCanvas&) = delete;
+  CairoCanvas& operator=(const CairoCanvas&) = delete;
+
+  CairoRenderer* renderer() const { return renderer_; }
+  cairo_t* context() const { return cr_; }
+  cairo_surface_t* surface() const { return surface_; }
+  int width() const { return width_; }
+  int height() const { return height_; }
+  Format format() const { return format_; }
+
+  // Paints the whole canvas in one colour.
+  void clear(ZR_RGB32 color);
+  // The pixel of the picture in column x, row y from the top (PNG canvases
+  // only; 0 elsewhere and outside).
+  ZR_RGB32 pixel(int x, int y);
+  // Writes the picture as PNG to `path` (PNG canvases only).
+  bool write_png(const std::string& path, std::string* error);
+  // Completes the output: writes the PNG to the canvas's path, or closes the
+  // PDF or SVG file. Nothing may be drawn afterwards.
+  bool finish(std::string* error);
+
+ private:
+  CairoCanvas() = default;
+
+  Format format_ = Format::png;
+  std::string path_;
+  int width_ = 0;
+  int height_ = 0;
+  cairo_surface_t* surface_ = nullptr;
+  cairo_t* cr_ = nullptr;
+  CairoRenderer* renderer_ = nullptr;  // one reference held
+  bool finished_ = false;
+};
+
+}  // namespace DL

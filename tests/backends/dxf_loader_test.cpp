@@ -1,0 +1,333 @@
+// The DXF loader of dlview: small files written here are read back with the
+// right entity counts, flattened geometry, colours and extents; bad files are
+// refused with a reason; the sheet layout keeps every drawing inside 32 bits.
+#include "tools/dxf_loader.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <initializer_list>
+#include <sstream>
+#include <utility>
+
+#include "displaylist/display_list.h"
+#include "tests/support/tree_check.h"
+
+namespace dlview {
+namespace {
+
+using Pair = std::pair<int, std::string>;
+
+std::string dxf(std::initializer_list<Pair> pairs) {
+  std::ostringstream s;
+  for (const Pair& p : pairs) s << p.first << "\n" << p.second << "\n";
+  return s.str();
+}
+
+std::string write(const std::string& name, const std::string& text) {
+  std::string path = ::testing::TempDir() + "/" + name;
+  std::ofstream(path, std::ios::binary) << text;
+  return path;
+}
+
+// Two layers (one frozen), a block, and one entity of most kinds.
+std::string sample() {
+  return dxf({{0, "SECTION"},
+              {2, "TABLES"},
+              {0, "TABLE"},
+              {2, "LAYER"},
+              {70, "2"},
+              {0, "LAYER"},
+              {2, "WALLS"},
+              {70, "0"},
+              {62, "5"},
+              {6, "CONTINUOUS"},
+              {0, "LAYER"},
+              {2, "FROZEN"},
+              {70, "1"},
+              {62, "3"},
+              {6, "CONTINUOUS"},
+              {0, "ENDTAB"},
+              {0, "ENDSEC"},
+              {0, "SECTION"},
+              {2, "BLOCKS"},
+              {0, "BLOCK"},
+              {8, "0"},
+              {2, "SYM"},
+              {70, "0"},
+              {10, "0"},
+              {20, "0"},
+              {30, "0"},
+              {0, "CIRCLE"},
+              {8, "0"},
+              {10, "0"},
+              {20, "0"},
+              {30, "0"},
+              {40, "5"},
+              {0, "ENDBLK"},
+              {0, "ENDSEC"},
+              {0, "SECTION"},
+              {2, "ENTITIES"},
+              {0, "POINT"},
+              {8, "WALLS"},
+              {10, "10"},
+              {20, "10"},
+              {30, "0"},
+              {0, "POINT"},
+              {8, "FROZEN"},
+              {62, "1"},
+              {10, "90"},
+              {20, "50"},
+              {30, "0"},
+              {0, "LINE"},
+              {8, "WALLS"},
+              {10, "0"},
+              {20, "0"},
+              {30, "0"},
+              {11, "100"},
+              {21, "50"},
+              {31, "0"},
+              // A closed square whose first side bulges outward as a half circle.
+              {0, "LWPOLYLINE"},
+              {8, "0"},
+              {90, "4"},
+              {70, "1"},
+              {10, "0"},
+              {20, "0"},
+              {42, "1"},
+              {10, "10"},
+              {20, "0"},
+              {10, "10"},
+              {20, "10"},
+              {10, "0"},
+              {20, "10"},
+              {0, "ARC"},
+              {8, "0"},
+              {62, "3"},
+              {10, "50"},
+              {20, "25"},
+              {30, "0"},
+              {40, "10"},
+              {50, "0"},
+              {51, "90"},
+              {0, "ELLIPSE"},
+              {8, "0"},
+              {10, "30"},
+              {20, "30"},
+              {30, "0"},
+              {11, "0"},
+              {21, "8"},
+              {31, "0"},
+              {40, "0.5"},
+              {41, "0"},
+              {42, "6.283185307"},
+              {0, "TEXT"},
+              {8, "0"},
+              {10, "5"},
+              {20, "40"},
+              {30, "0"},
+              {40, "3"},
+              {1, "Hello"},
+              {50, "90"},
+              {0, "SOLID"},
+              {8, "0"},
+              {10, "60"},
+              {20, "0"},
+              {30, "0"},
+              {11, "70"},
+              {21, "0"},
+              {31, "0"},
+              {12, "60"},
+              {22, "10"},
+              {32, "0"},
+              {13, "70"},
+              {23, "10"},
+              {33, "0"},
+              {0, "SPLINE"},
+              {8, "0"},
+              {70, "8"},
+              {71, "3"},
+              {0, "INSERT"},
+              {8, "0"},
+              {2, "SYM"},
+              {10, "200"},
+              {20, "10"},
+              {30, "0"},
+              {41, "2"},
+              {42, "2"},
+              {0, "ENDSEC"},
+              {0, "EOF"}});
+}
+
+TEST(DxfLoader, ReadsEveryKindWithItsGeometry) {
+  DxfDrawing d;
+  std::string error;
+  ASSERT_TRUE(load_dxf(write("sample.dxf", sample()), d, error)) << error;
+  std::vector<long> n = d.counts();
+  auto count = [&](DxfKind k) { return n[static_cast<int>(k)]; };
+  EXPECT_EQ(count(DxfKind::point), 2);
+  EXPECT_EQ(count(DxfKind::line), 1);
+  EXPECT_EQ(count(DxfKind::polyline), 1);
+  EXPECT_EQ(count(DxfKind::arc), 1);
+  EXPECT_EQ(count(DxfKind::ellipse), 1);
+  EXPECT_EQ(count(DxfKind::text), 1);
+  EXPECT_EQ(count(DxfKind::solid), 1);
+  EXPECT_EQ(count(DxfKind::insert), 1);
+  EXPECT_EQ(d.skipped["SPLINE"], 1);
+  ASSERT_EQ(d.blocks.count("SYM"), 1u);
+  EXPECT_EQ(d.blocks["SYM"].entities.size(), 1u);
+
+  for (const DxfEntity& e : d.entities) {
+    switch (e.kind) {
+      case DxfKind::polyline: {
+        // The bulge of 1 is a counter-clockwise half circle below the first side.
+        EXPECT_TRUE(e.closed);
+        EXPECT_GT(e.points.size(), 20u);
+        double lowest = 0;
+        for (const DxfPoint& p : e.points) {
+          lowest = std::min(lowest, p.y);
+          EXPECT_LE(std::hypot(p.x - 5, std::min(p.y, 0.0)), 5.0 + 1e-9);
+        }
+        EXPECT_NEAR(lowest, -5.0, 0.05);
+        EXPECT_EQ(e.points.back().x, 0);
+        EXPECT_EQ(e.points.back().y, 10);
+        break;
+      }
+      case DxfKind::arc:
+        EXPECT_NEAR(e.end - e.start, M_PI / 2, 1e-12);
+        EXPECT_EQ(e.color, 0x00ff00u);  // ACI 3
+        break;
+      case DxfKind::ellipse:
+        EXPECT_NEAR(e.radius_x, 8, 1e-12);
+        EXPECT_NEAR(e.radius_y, 4, 1e-12);
+        EXPECT_NEAR(e.rotation, M_PI / 2, 1e-12);
+        break;
+      case DxfKind::text:
+        EXPECT_EQ(e.text, "Hello");
+        EXPECT_NEAR(e.rotation, M_PI / 2, 1e-12);
+        break;
+      case DxfKind::solid:
+        // Corners in outline order: the file's third and fourth swapped.
+        ASSERT_EQ(e.points.size(), 4u);
+        EXPECT_EQ(e.points[2].x, 70);
+        EXPECT_EQ(e.points[2].y, 10);
+        break;
+      case DxfKind::line:
+        EXPECT_EQ(e.color, 0x0000ffu);  // BYLAYER on WALLS, ACI 5
+        break;
+      default:
+        break;
+    }
+  }
+  // The extent reaches the scaled circle of the insert (200 + 2 * 5).
+  EXPECT_NEAR(d.extent.max_x, 210, 1e-9);
+  EXPECT_NEAR(d.extent.min_y, -5, 0.05);
+}
+
+TEST(DxfLoader, SolidHatchesBecomeContours) {
+  std::string text =
+      dxf({{0, "SECTION"}, {2, "ENTITIES"}, {0, "HATCH"}, {8, "0"},   {10, "0"},     {20, "0"},
+           {30, "0"},      {210, "0"},      {220, "0"},   {230, "1"}, {2, "SOLID"},  {70, "1"},
+           {71, "0"},      {91, "1"},       {92, "1"},    {93, "2"},  {72, "1"},     {10, "0"},
+           {20, "0"},      {11, "20"},      {21, "0"},    {72, "2"},  {10, "10"},    {20, "0"},
+           {40, "10"},     {50, "0"},       {51, "180"},  {73, "1"},  {97, "0"},     {75, "0"},
+           {76, "1"},      {98, "0"},       {0, "HATCH"}, {8, "0"},   {10, "0"},     {20, "0"},
+           {30, "0"},      {210, "0"},      {220, "0"},   {230, "1"}, {2, "ANSI31"}, {70, "0"},
+           {71, "0"},      {91, "0"},       {75, "0"},    {76, "1"},  {98, "0"},     {0, "ENDSEC"},
+           {0, "EOF"}});
+  DxfDrawing d;
+  std::string error;
+  ASSERT_TRUE(load_dxf(write("hatch.dxf", text), d, error)) << error;
+  ASSERT_EQ(d.entities.size(), 1u);
+  EXPECT_EQ(d.skipped["HATCH (pattern)"], 1);
+  const DxfEntity& h = d.entities[0];
+  ASSERT_EQ(h.loops.size(), 1u);
+  // A half disc over the side from 0 to 20.
+  EXPECT_NEAR(d.extent.max_y, 10, 0.01);
+  EXPECT_NEAR(d.extent.max_x, 20, 1e-9);
+  EXPECT_GT(h.loops[0].size(), 10u);
+}
+
+TEST(DxfLoader, BadFilesAreRefusedWithAReason) {
+  DxfDrawing d;
+  std::string error;
+  EXPECT_FALSE(load_dxf(::testing::TempDir() + "/missing.dxf", d, error));
+  EXPECT_NE(error.find("cannot open"), std::string::npos) << error;
+  EXPECT_FALSE(load_dxf(write("prose.dxf", "Dear reader,\nthis is a letter.\n"), d, error));
+  EXPECT_NE(error.find("not a DXF"), std::string::npos) << error;
+  EXPECT_FALSE(
+      load_dxf(write("binary.dxf", std::string("AutoCAD Binary DXF\r\n\x1a\0", 22)), d, error));
+  EXPECT_NE(error.find("binary"), std::string::npos) << error;
+  EXPECT_FALSE(load_dxf(
+      write("empty.dxf", dxf({{0, "SECTION"}, {2, "ENTITIES"}, {0, "ENDSEC"}, {0, "EOF"}})), d,
+      error));
+  EXPECT_NE(error.find("empty"), std::string::npos) << error;
+  // A truncated file is read as far as it goes, without harm.
+  std::string cut = sample().substr(0, sample().size() / 2);
+  if (load_dxf(write("cut.dxf", cut), d, error)) {
+    EXPECT_FALSE(d.entities.empty());
+  }
+}
+
+TEST(DxfLoader, SheetAndMappingPlaceDrawingsSideBySide) {
+  std::vector<DxfDrawing> drawings(3);
+  std::string error;
+  for (auto& d : drawings) ASSERT_TRUE(load_dxf(write("sample.dxf", sample()), d, error)) << error;
+  DL::WorldBounds sheet;
+  std::vector<Placement> placements = lay_out(drawings, sheet);
+  ASSERT_EQ(placements.size(), 3u);
+  for (std::size_t i = 0; i < 3; ++i) {
+    const DxfBounds& e = drawings[i].extent;
+    DL::WorldPoint lo = placements[i].map({e.min_x, e.min_y});
+    DL::WorldPoint hi = placements[i].map({e.max_x, e.max_y});
+    EXPECT_EQ(lo.y, 0);
+    EXPECT_TRUE((DL::WorldBounds{lo, hi}).is_inside(sheet));
+    if (i > 0) {
+      EXPECT_GT(lo.x, placements[i - 1].map({e.max_x, 0}).x);  // no overlap
+    }
+  }
+  EXPECT_GT(sheet.max.x, 1 << 27);  // the range is used well
+
+  DL::DisplayList list;
+  LayerTable layers;
+  long shown = 0, later = 0;
+  for (std::size_t i = 0; i < 3; ++i) {
+    MappingReport r = add_to_display_list(drawings[i], placements[i], layers, list);
+    for (int k = 0; k < kDxfKindCount; ++k) {
+      shown += r.shown[k];
+      later += r.not_shown_yet[k];
+    }
+  }
+  EXPECT_EQ(shown, 6);      // two points a file
+  EXPECT_EQ(later, 3 * 7);  // every other entity, counted (the spline is skipped)
+  EXPECT_TRUE(DL::test::tree_is_valid(list, nullptr));
+  std::vector<const DL::Drawable*> all = DL::test::drawables_in_order(list.root);
+  ASSERT_EQ(all.size(), 6u);
+  // The frozen layer starts hidden; --layer-off hides another, in any case.
+  EXPECT_TRUE(all[0]->shown());  // the layers are live: reading them sees each change
+  EXPECT_FALSE(all[1]->shown());
+  EXPECT_TRUE(layers.turn_off("walls"));
+  EXPECT_FALSE(all[0]->shown());
+  EXPECT_FALSE(layers.turn_off("no such layer"));
+}
+
+TEST(DxfLoader, StandardColourIndex) {
+  EXPECT_EQ(aci_color(1), 0xff0000u);
+  EXPECT_EQ(aci_color(7), 0x000000u);  // white on a dark screen, black on paper
+  EXPECT_EQ(aci_color(10), 0xff0000u);
+  EXPECT_EQ(aci_color(11), 0xff7f7fu);
+  EXPECT_EQ(aci_color(12), 0xa50000u);
+  EXPECT_EQ(aci_color(13), 0xa55252u);
+  EXPECT_EQ(aci_color(30), 0xff7f00u);
+  EXPECT_EQ(aci_color(50), 0xffff00u);
+  EXPECT_EQ(aci_color(90), 0x00ff00u);
+  EXPECT_EQ(aci_color(170), 0x0000ffu);
+  EXPECT_EQ(aci_color(250), 0x333333u);
+  EXPECT_EQ(aci_color(255), 0xffffffu);
+  EXPECT_EQ(aci_color(300), 0u);
+}
+
+}  // namespace
+}  // namespace dlview

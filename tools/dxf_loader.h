@@ -1,0 +1,164 @@
+// Loading DXF drawings for dlview, and placing them on one sheet of 32-bit
+// world coordinates.
+//
+// A file is read with dxflib (ASCII DXF only) into a list of entities in the
+// drawing's own units: model space, plus the blocks that INSERTs refer to.
+// What is kept, per kind:
+//
+// - LINE: two points. LWPOLYLINE and POLYLINE: the vertices with every bulge
+//   flattened into short chords (at most 5 degrees of arc each), `closed` from
+//   the flags. Polyface and polygon meshes are skipped.
+// - CIRCLE, ARC, ELLIPSE: centre, radii, rotation of the first axis, start
+//   and end angles in radians (ARC angles are turned from degrees; an ELLIPSE's
+//   are parametric, as the file gives them). Every angle kept is in radians.
+// - POINT: one point. SOLID and TRACE: their corners in outline order (the
+//   file's third and fourth corners swapped). TEXT and MTEXT: the insertion
+//   point, height, angle in radians and the text.
+// - HATCH: solid fills only, each boundary loop flattened into a closed
+//   contour; patterned hatches are skipped.
+// - INSERT: block name, insertion point, scales, rotation and the rows and
+//   columns of an array.
+//
+// Anything else the file holds (SPLINE, DIMENSION, LEADER, 3DFACE, IMAGE, ...)
+// is counted by name in `skipped`, never silently lost. Entities with a number
+// that is not finite are counted in `invalid` and dropped.
+//
+// Colours: a true colour when the entity has one, else the ACI index, BYLAYER
+// taking the layer's colour. The picture's background is white, so ACI 7
+// (white on a dark screen) is black. BYBLOCK inside a block takes the colour
+// of the INSERT when expanded, and is black in model space. The ACI table is
+// the standard one: 1 to 9 named, 10 to 249 twenty-four hues at five
+// brightnesses, full and half saturated, 250 to 255 greys.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "displaylist/display_list.h"
+#include "drawables/drawable.h"
+
+namespace dlview {
+
+enum class DxfKind {
+  line,
+  polyline,
+  circle,
+  arc,
+  ellipse,
+  point,
+  text,
+  mtext,
+  solid,
+  hatch,
+  insert
+};
+constexpr int kDxfKindCount = 11;
+// The DXF name of a kind: "LINE", "POLYLINE", ...
+const char* dxf_kind_name(DxfKind kind);
+
+struct DxfPoint {
+  double x = 0;
+  double y = 0;
+};
+
+struct DxfEntity {
+  DxfKind kind = DxfKind::point;
+  std::string layer;
+  ZR_RGB32 color = 0;     // resolved, 0x00RRGGBB
+  bool by_block = false;  // colour BYBLOCK: the INSERT's colour applies
+  // line: 2 points; polyline: flattened vertices; point, text, mtext: 1;
+  // solid: 3 or 4 corners in outline order; insert: the insertion point.
+  std::vector<DxfPoint> points;
+  bool closed = false;                       // polyline
+  std::vector<std::vector<DxfPoint>> loops;  // hatch: closed contours
+  // circle, arc, ellipse: centre, radii, rotation, angles (radians).
+  DxfPoint center;
+  double radius_x = 0, radius_y = 0, rotation = 0, start = 0, end = 0;
+  // text, mtext: contents and height; the angle goes in `rotation`.
+  std::string text;
+  double height = 0;
+  // insert
+  std::string block;
+  DxfPoint scale{1, 1};
+  int columns = 1, rows = 1;
+  DxfPoint spacing;
+};
+
+struct DxfLayer {
+  std::string name;
+  ZR_RGB32 color = 0;
+  bool off = false;     // negative colour in the table
+  bool frozen = false;  // flag 1
+};
+
+struct DxfBlock {
+  DxfPoint base;
+  std::vector<DxfEntity> entities;
+};
+
+struct DxfBounds {
+  double min_x = 0, min_y = 0, max_x = -1, max_y = -1;  // empty while min > max
+  bool empty() const { return min_x > max_x; }
+  void add(double x, double y);
+};
+
+struct DxfDrawing {
+  std::string path;
+  std::vector<DxfEntity> entities;  // model space, in file order
+  std::map<std::string, DxfBlock> blocks;
+  std::map<std::string, DxfLayer> layers;  // by name as written
+  std::map<std::string, long> skipped;     // entity name -> count
+  long invalid = 0;
+  DxfBounds extent;  // model space, INSERTs included through their blocks
+
+  // Entities of model space per kind (INSERTs counted once each).
+  std::vector<long> counts() const;
+};
+
+// Reads `path`. False with a one-line reason in `error` for a file that cannot
+// be read, is not an ASCII DXF, or holds no entity in model space.
+bool load_dxf(const std::string& path, DxfDrawing& drawing, std::string& error);
+
+// ACI colour index 1..255 to 0x00RRGGBB (7 is black; others outside give black).
+ZR_RGB32 aci_color(int index);
+
+// Where a drawing lands on the sheet: world = drawing * scale + offset.
+struct Placement {
+  double scale = 1;
+  double offset_x = 0, offset_y = 0;
+  DL::WorldPoint map(const DxfPoint& p) const;
+};
+
+// Lays the drawings out left to right with a small gap, their bottoms on y 0.
+// Each gets one uniform scale so that its larger side spans the same number
+// of world units, chosen so that the whole sheet stays inside 2^30.
+std::vector<Placement> lay_out(const std::vector<DxfDrawing>& drawings, DL::WorldBounds& sheet);
+
+// The layers of a sheet, by name (compared without regard to case, as DXF
+// does): one record each, shown unless off or frozen in some drawing.
+class LayerTable {
+ public:
+  DL::Extra_Layer_Info* find_or_add(const std::string& name, bool shown);
+  // Hides the layer; false when no drawing has it.
+  bool turn_off(const std::string& name);
+
+ private:
+  std::map<std::string, std::unique_ptr<DL::Extra_Layer_Info>> layers_;
+};
+
+// What the mapping put into the list, per kind.
+struct MappingReport {
+  std::vector<long> shown = std::vector<long>(kDxfKindCount, 0);
+  std::vector<long> not_shown_yet = std::vector<long>(kDxfKindCount, 0);
+};
+
+// THE MAPPING from DXF entities to drawables: adds the model-space entities of
+// `drawing`, placed by `placement`, to `list`, on the layers of `layers`.
+// Only POINT has a drawable class so far (a `DL::Dot`); every other kind is
+// counted in `not_shown_yet`, to be mapped here as the classes arrive.
+MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
+                                  LayerTable& layers, DL::DisplayList& list);
+
+}  // namespace dlview
