@@ -227,7 +227,9 @@ TEST(ClippedTraversal, GroupsInsideTheCircleDrawWithTheClipLifted) {
   // A part of the view that cuts through the open group's cell: groups that
   // only overlap are not classified, but the open group is, exactly, and is
   // skipped, while F, inside the part, is drawn since the circle cannot tell.
-  EXPECT_EQ(s.draw([](DisplayList& l) { l.draw_view_bounded({{0, 0}, {200, 200}}); }),
+  EXPECT_EQ(s.draw([](DisplayList& l) {
+    l.draw_view_bounded({{0, 0}, {200, 200}});
+  }),
             (Lines{"50,50*", "60,60*"}));
   // The interruptible forms, never stopped, draw the same.
   s.list.interrupt_callback = [](void*) { return true; };
