@@ -79,6 +79,51 @@ class DisplayList {
   // Screen to world, saturating; uses the screen transform only.
   void screen_to_world(const int* p, WorldPoint& out) const;
 
+  // -- Redraw (draw_view.cpp) ---------------------------------------------------
+  // Each redraws through one traversal of `root`, picked by the clip: with no
+  // complex clip on the rendition, or a device that clips to it
+  // (`complex_clip_supported`), `draw_bounded`; otherwise `draw_circled_bounded`
+  // when `circular_complex_clip` finds the clip round, `draw_complex_bounded`
+  // when not. `renderer` must be set.
+  // The whole view: inner `world_bounds`, outer `visible_bounds`.
+  void draw_view();
+  // The part of the view in `rect` (world): inner `rect` cut to `world_bounds`,
+  // outer `rect`.
+  void draw_view_bounded(const WorldBounds& rect);
+  // The whole view in selection form, whatever the complex clip: the renderer's
+  // `option_source` becomes `selector` (a counted reference kept after the draw)
+  // and is told each drawable before it draws. The caller has found that the
+  // renderer is a selector.
+  void draw_view_selection();
+  // The part in `rect` in selection form, if the renderer says "Is Selector";
+  // otherwise nothing is drawn and `selector` is left alone.
+  void draw_view_bounded_selection(const WorldBounds& rect);
+  // Whether `source` holds the option "Is Selector" set to true. Takes a counted
+  // reference on `source` for the look-up; `source` must not be null.
+  static bool is_selector(ZR_Option_Source* source);
+
+  // Whether the rendition's complex clip, which must not be null, is close to a
+  // circle: one contour whose vertices lie in a ring 2.0 screen units wide, and
+  // whose sides cut into that ring by no more than 5.0 in all. Stores the centre
+  // of the contour's bounding box in `clip_center` whatever the answer, and on
+  // true the squared radius of a circle inside the contour in
+  // `clip_radius_squared`. Runs once per draw (group_clip.cpp).
+  bool circular_complex_clip();
+
+  // Asked by the interruptible traversals once per interior group: counts the
+  // poll, and at every twentieth (`interrupt_counter` reaching exactly 20, then
+  // 0) asks `interrupt_callback`, which must be set, and gives its answer;
+  // true otherwise. The counter carries on across draws; one that starts above
+  // 20 climbs on and wraps round the 32-bit range (defined, unsigned) before
+  // it meets 20 again.
+  bool poll_interrupt() {
+    interrupt_counter = static_cast<int>(static_cast<unsigned>(interrupt_counter) + 1u);
+    if (interrupt_counter != kInterruptPollPeriod) return true;
+    interrupt_counter = 0;
+    return interrupt_callback(interrupt_user_data);
+  }
+  static constexpr int kInterruptPollPeriod = 20;
+
   // -- The record --------------------------------------------------------------
   ZR_Renderer* renderer = nullptr;                  // counted; written by set_renderer
   ZR_Text_Engine* text_engine = nullptr;            // counted; lent by the view of a nesting list

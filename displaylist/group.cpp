@@ -5,6 +5,7 @@
 #include <new>
 
 #include "displaylist/display_list.h"
+#include "displaylist/group_p.h"
 #include "drawables/drawable.h"
 #include "foundation/assert.h"
 
@@ -321,6 +322,20 @@ constexpr GroupTable kInterior = {
     .remove_all = interior_remove_all,
     .close = interior_close,
     .draw_unclipped = interior_draw_unclipped,
+    // Redraw under pan, zoom and clip
+    .draw_circled = group_detail::interior_draw_circled,
+    .draw_complex = group_detail::interior_draw_complex,
+    .draw_bounded = group_detail::interior_draw_bounded,
+    .draw_circled_bounded = group_detail::interior_draw_circled_bounded,
+    .draw_complex_bounded = group_detail::interior_draw_complex_bounded,
+    .draw_unclipped_interrupt = group_detail::interior_draw_unclipped_interrupt,
+    .draw_circled_interrupt = group_detail::interior_draw_circled_interrupt,
+    .draw_complex_interrupt = group_detail::interior_draw_complex_interrupt,
+    .draw_bounded_interrupt = group_detail::interior_draw_bounded_interrupt,
+    .draw_circled_bounded_interrupt = group_detail::interior_draw_circled_bounded_interrupt,
+    .draw_complex_bounded_interrupt = group_detail::interior_draw_complex_bounded_interrupt,
+    .draw_unclipped_selection = group_detail::interior_draw_unclipped_selection,
+    .draw_bounded_selection = group_detail::interior_draw_bounded_selection,
     .add_bounds = interior_add_bounds,
     .create_open_bottom_group = interior_create_open_bottom_group,
     .level = closed_level,
@@ -336,6 +351,20 @@ constexpr GroupTable kBottom = {
     .remove_all = bottom_remove_all,
     .close = bottom_close,
     .draw_unclipped = bottom_draw_unclipped,
+    // Redraw under pan, zoom and clip
+    .draw_circled = group_detail::bottom_draw_circled,
+    .draw_complex = group_detail::bottom_draw_complex,
+    .draw_bounded = group_detail::bottom_draw_bounded,
+    .draw_circled_bounded = group_detail::bottom_draw_circled_bounded,
+    .draw_complex_bounded = group_detail::bottom_draw_complex_bounded,
+    .draw_unclipped_interrupt = group_detail::bottom_draw_unclipped_interrupt,
+    .draw_circled_interrupt = group_detail::bottom_draw_circled_interrupt,
+    .draw_complex_interrupt = group_detail::bottom_draw_complex_interrupt,
+    .draw_bounded_interrupt = group_detail::bottom_draw_bounded_interrupt,
+    .draw_circled_bounded_interrupt = group_detail::bottom_draw_circled_bounded_interrupt,
+    .draw_complex_bounded_interrupt = group_detail::bottom_draw_complex_bounded_interrupt,
+    .draw_unclipped_selection = group_detail::bottom_draw_unclipped_selection,
+    .draw_bounded_selection = group_detail::bottom_draw_bounded_selection,
     .add_bounds = bottom_add_bounds,
     .create_open_bottom_group = bottom_create_open_bottom_group,
     .level = closed_level,
@@ -351,6 +380,21 @@ constexpr GroupTable kOpen = {
     .remove_all = open_remove_all,
     .close = open_close,
     .draw_unclipped = bottom_draw_unclipped,
+    // Redraw under pan, zoom and clip; an open group without drawables is not
+    // tested, and both bounded clipped forms use the exact clip test.
+    .draw_circled = group_detail::open_draw_circled,
+    .draw_complex = group_detail::open_draw_complex,
+    .draw_bounded = group_detail::open_draw_bounded,
+    .draw_circled_bounded = group_detail::open_draw_clipped_bounded,
+    .draw_complex_bounded = group_detail::open_draw_clipped_bounded,
+    .draw_unclipped_interrupt = group_detail::bottom_draw_unclipped_interrupt,
+    .draw_circled_interrupt = group_detail::open_draw_circled_interrupt,
+    .draw_complex_interrupt = group_detail::open_draw_complex_interrupt,
+    .draw_bounded_interrupt = group_detail::open_draw_bounded_interrupt,
+    .draw_circled_bounded_interrupt = group_detail::open_draw_clipped_bounded_interrupt,
+    .draw_complex_bounded_interrupt = group_detail::open_draw_clipped_bounded_interrupt,
+    .draw_unclipped_selection = group_detail::bottom_draw_unclipped_selection,
+    .draw_bounded_selection = group_detail::open_draw_bounded_selection,
     .add_bounds = bottom_add_bounds,
     .create_open_bottom_group = open_create_open_bottom_group,
     .level = open_level,

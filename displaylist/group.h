@@ -43,6 +43,13 @@ constexpr WorldBounds cell_bounds(const WorldBounds& b, int level) {
   return {{lo(b.min.x), lo(b.min.y)}, {hi(b.max.x), hi(b.max.y)}};
 }
 
+// Where a group lies against a complex clip.
+enum ClipClass : int {
+  CLIP_INSIDE = 0,    // wholly inside: drawn with the clip lifted
+  CLIP_CROSSING = 1,  // crosses an edge, or (circle test) not proved inside
+  CLIP_OUTSIDE = 2,   // wholly outside: skipped; the circle test never says so
+};
+
 // The table of operations of a group class. Every entry is set in every table.
 struct GroupTable {
   bool contains_drawables;  // false for Group, true for the two bottom classes
@@ -62,6 +69,47 @@ struct GroupTable {
   void (*close)(Group*);
   // Draws every shown drawable below, in insertion order, with no test.
   void (*draw_unclipped)(const Group*, DisplayList&);
+  // -- Redraw under pan, zoom and clip (group_draw.cpp, group_clip.cpp,
+  // group_interrupt.cpp). All of them skip drawables that are not shown, visit
+  // children from first to last, and treat a group without children as a walk
+  // over nothing. `inner` and `outer` are world rectangles, `inner` within
+  // `outer`: a group inside `inner` needs no clipping, one that misses `outer`
+  // cannot be seen. The clipped forms read the rendition's complex clip, which
+  // is in screen coordinates; a group wholly inside it is drawn with the clip
+  // lifted (taken off the rendition and put back afterwards).
+  // The clipped walk without rectangles, classifying groups by the circle that
+  // `DisplayList::circular_complex_clip` fitted inside the clip.
+  void (*draw_circled)(const Group*, DisplayList&);
+  // The same, classifying by the clip's contours: groups outside are skipped.
+  void (*draw_complex)(const Group*, DisplayList&);
+  // Everything `outer` lets through: unclipped below a group inside `inner`,
+  // `draw_clipped` on the drawables of a bottom group that only overlaps.
+  void (*draw_bounded)(const Group*, DisplayList&, const WorldBounds& inner,
+                       const WorldBounds& outer);
+  // The rectangles first, then, for groups inside `inner`, the circle.
+  void (*draw_circled_bounded)(const Group*, DisplayList&, const WorldBounds& inner,
+                               const WorldBounds& outer);
+  // The rectangles first, then the contours for every group they do not settle.
+  void (*draw_complex_bounded)(const Group*, DisplayList&, const WorldBounds& inner,
+                               const WorldBounds& outer);
+  // The six forms above that ask `DisplayList::poll_interrupt` once per interior
+  // group entered, before any test; false stops the walk at once and is the
+  // result. A bottom group is never stopped half way.
+  bool (*draw_unclipped_interrupt)(const Group*, DisplayList&);
+  bool (*draw_circled_interrupt)(const Group*, DisplayList&);
+  bool (*draw_complex_interrupt)(const Group*, DisplayList&);
+  bool (*draw_bounded_interrupt)(const Group*, DisplayList&, const WorldBounds& inner,
+                                 const WorldBounds& outer);
+  bool (*draw_circled_bounded_interrupt)(const Group*, DisplayList&, const WorldBounds& inner,
+                                         const WorldBounds& outer);
+  bool (*draw_complex_bounded_interrupt)(const Group*, DisplayList&, const WorldBounds& inner,
+                                         const WorldBounds& outer);
+  // Selection: each shown drawable is marked in `selector` of the list
+  // (selector_part 0, selector_drawable the drawable) before it draws. The
+  // complex clip is not looked at. `selector` must not be null.
+  void (*draw_unclipped_selection)(const Group*, DisplayList&);
+  void (*draw_bounded_selection)(const Group*, DisplayList&, const WorldBounds& inner,
+                                 const WorldBounds& outer);
   // Merges into the argument the bounds of everything below.
   void (*add_bounds)(const Group*, WorldBounds&);
   // Opens a group on a tree that has none; see the class comments.
@@ -106,6 +154,53 @@ class Group : public HeapObject {
   void remove_all() { table->remove_all(this); }
   void close() { table->close(this); }
   void draw_unclipped(DisplayList& list) const { table->draw_unclipped(this, list); }
+  // -- Redraw under pan, zoom and clip (see the table entries) -------------------
+  void draw_circled(DisplayList& list) const { table->draw_circled(this, list); }
+  void draw_complex(DisplayList& list) const { table->draw_complex(this, list); }
+  void draw_bounded(DisplayList& list, const WorldBounds& inner, const WorldBounds& outer) const {
+    table->draw_bounded(this, list, inner, outer);
+  }
+  void draw_circled_bounded(DisplayList& list, const WorldBounds& inner,
+                            const WorldBounds& outer) const {
+    table->draw_circled_bounded(this, list, inner, outer);
+  }
+  void draw_complex_bounded(DisplayList& list, const WorldBounds& inner,
+                            const WorldBounds& outer) const {
+    table->draw_complex_bounded(this, list, inner, outer);
+  }
+  bool draw_unclipped_interrupt(DisplayList& list) const {
+    return table->draw_unclipped_interrupt(this, list);
+  }
+  bool draw_circled_interrupt(DisplayList& list) const {
+    return table->draw_circled_interrupt(this, list);
+  }
+  bool draw_complex_interrupt(DisplayList& list) const {
+    return table->draw_complex_interrupt(this, list);
+  }
+  bool draw_bounded_interrupt(DisplayList& list, const WorldBounds& inner,
+                              const WorldBounds& outer) const {
+    return table->draw_bounded_interrupt(this, list, inner, outer);
+  }
+  bool draw_circled_bounded_interrupt(DisplayList& list, const WorldBounds& inner,
+                                      const WorldBounds& outer) const {
+    return table->draw_circled_bounded_interrupt(this, list, inner, outer);
+  }
+  bool draw_complex_bounded_interrupt(DisplayList& list, const WorldBounds& inner,
+                                      const WorldBounds& outer) const {
+    return table->draw_complex_bounded_interrupt(this, list, inner, outer);
+  }
+  void draw_unclipped_selection(DisplayList& list) const {
+    table->draw_unclipped_selection(this, list);
+  }
+  void draw_bounded_selection(DisplayList& list, const WorldBounds& inner,
+                              const WorldBounds& outer) const {
+    table->draw_bounded_selection(this, list, inner, outer);
+  }
+  // Where the group's rectangle, in screen coordinates, lies against the
+  // rendition's complex clip: by the fitted circle (CLIP_INSIDE or
+  // CLIP_CROSSING only), or exactly, by the contours of the hard complex clip.
+  ClipClass classify_against_circle(const DisplayList& list) const;
+  ClipClass classify_against_clip(DisplayList& list) const;
   void add_bounds(WorldBounds& b) const { table->add_bounds(this, b); }
   void create_open_bottom_group(DisplayList* list) { table->create_open_bottom_group(this, list); }
   int level() const { return table->level(this); }

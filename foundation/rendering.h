@@ -194,6 +194,10 @@ class ZR_Rendition : public ZR_Handle<ZR_Rendition_Data> {
   ZR_RGB32 color() const { return body_->color; }
   const ZR_Int_Rectangle& hard_clip() const { return body_->hard_clip; }
   ZR_Contour_Set_Data* complex_clip() const { return body_->complex_clip.get(); }
+  // The complex clip cut to the hard clip, and whether it is up to date with
+  // them; see `validate_hard_complex_clip`.
+  ZR_Contour_Set_Data* hard_complex_clip() const { return body_->hard_complex_clip.get(); }
+  bool hard_complex_clip_valid() const { return body_->hard_complex_clip_valid != 0; }
   int line_weight() const { return body_->line_attributes->line_weight; }
   int face_mode() const { return body_->face_attributes->face_mode; }
   const ZR_Text_Attributes& text_attributes() const { return *body_->text_attributes; }
