@@ -123,6 +123,13 @@ class DisplayList {
     return interrupt_callback(interrupt_user_data);
   }
   static constexpr int kInterruptPollPeriod = 20;
+  // World to text point with the transform in force (`device_scale` and
+  // `device_offset` when `use_device_transform`, else `scale` and `offset`), in
+  // double; a coordinate beyond +-1e15 becomes +-999999986991104.0, the float
+  // nearest to 1e15, by its sign. z is 0. Defined with the text drawable.
+  void world_to_text_point(const DoublePoint& point, ZR_Point& out) const;
+  // The inverse, in double, without a clamp; z is not read.
+  void text_point_to_world(const ZR_Point& point, DoublePoint& out) const;
 
   // -- The record --------------------------------------------------------------
   ZR_Renderer* renderer = nullptr;                  // counted; written by set_renderer

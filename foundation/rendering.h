@@ -428,6 +428,25 @@ class ZR_Text_Engine : public ZR_Counted {
                                       int flags, ZR_Text_Detail* detail) = 0;
 };
 
+// One glyph as a text engine draws it: the character, its origin and its
+// outline, both in text points, already turned and moved into place.
+struct ZR_Placed_Glyph {
+  unsigned short character;
+  ZR_Point origin;
+  ZR_Contour_Set outline;  // null for a character without one (a space)
+};
+
+// Where a text engine hands the glyphs of a draw: a backend provides it (the
+// recording backend records, a raster backend fills the outlines under the
+// rendition's colour and clips). One call per draw; the sink keeps nothing it
+// is passed but the counted outlines it references itself.
+class ZR_Glyph_Sink {
+ public:
+  virtual ~ZR_Glyph_Sink() = default;
+  virtual void glyphs(ZR_Rendition* rendition, const ZR_Point* start, int count,
+                      const ZR_Placed_Glyph* glyphs) = 0;
+};
+
 // ---------------------------------------------------------------------------
 // Elliptical points
 // ---------------------------------------------------------------------------
