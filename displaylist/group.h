@@ -81,7 +81,9 @@ struct GroupTable {
   // Deletes every child; the group stays, empty, and does not tell its parent.
   void (*remove_all)(Group*);
   // Replaces cells by tight rectangles along the chain of last children, and
-  // turns an open group into a BottomGroup.
+  // turns an open group into a BottomGroup. Closing the root tightens its
+  // rectangle too: a host that goes on adding gives it the whole plane again
+  // before the next insertion, since every climb must end at the root.
   void (*close)(Group*);
   // Draws every shown drawable below, in insertion order, with no test.
   void (*draw_unclipped)(const Group*, DisplayList&);

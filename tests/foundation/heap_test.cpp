@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "foundation/zephal.h"
+
+namespace {
+
+TEST(Heap, BlocksGoBackToTheirHeapAndAreCounted) {
+  ZephalHeap* a = ZP_CreateHeap();
+  ZephalHeap* b = ZP_CreateHeap();
+  void* small = ZP_AllocateMemory(40, a);
+  void* zero = ZP_AllocateMemory(0, a);
+  void* large = ZP_AllocateMemory(100000, b);
+  ASSERT_TRUE(small && zero && large);
+  EXPECT_NE(small, zero);
+  std::memset(small, 0xAB, 40);
+  std::memset(large, 0xCD, 100000);
+  EXPECT_EQ(ZP_HeapStatistics(a).live_blocks, 2u);
+  EXPECT_EQ(ZP_HeapStatistics(a).live_bytes, 48u);  // 40 + 8 for the empty block
+  EXPECT_EQ(ZP_HeapStatistics(b).live_blocks, 1u);
+  EXPECT_EQ(ZP_HeapStatistics(b).live_bytes, 100000u);
+
+  // Release needs no heap.
+  ZP_ReleaseMemory(small);
+  ZP_ReleaseMemory(large);
+  ZP_ReleaseMemory(nullptr);
+  EXPECT_EQ(ZP_HeapStatistics(a).live_blocks, 1u);
+  EXPECT_EQ(ZP_HeapStatistics(b).live_blocks, 0u);
+  ZP_ReleaseMemory(zero);
+  EXPECT_EQ(ZP_HeapStatistics(a).live_bytes, 0u);
+  ZP_DestroyHeap(a);
+  ZP_DestroyHeap(b);
+}
+
+TEST(Heap, ReusesFreedBlocksAndKeepsAlignment) {
+  ZephalHeap* h = ZP_CreateHeap();
+  std::vector<void*> blocks;
+  for (int i = 0; i < 5000; ++i) {
+    std::size_t size = 1 + (i * 37) % 700;  // both paths
+    void* p = ZP_AllocateMemory(size, h);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 8, 0u);
+    if (size % 16 == 0) {
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
+    }
+    std::memset(p, i & 0xFF, size);
+    blocks.push_back(p);
+  }
+  void* first = blocks[0];
+  ZP_ReleaseMemory(first);
+  EXPECT_EQ(ZP_AllocateMemory(1, h), first);  // same class, straight from the free list
+  for (void* p : blocks) ZP_ReleaseMemory(p);
+  EXPECT_EQ(ZP_HeapStatistics(h).live_blocks, 0u);
+  ZP_DestroyHeap(h);
+}
+
+TEST(Heap, DestroyingAHeapFreesWhatIsLeftAndDefaultHeapStays) {
+  ZephalHeap* h = ZP_CreateHeap();
+  for (int i = 0; i < 1000; ++i) ZP_AllocateMemory(static_cast<std::size_t>(i), h);
+  ZP_DestroyHeap(h);  // LeakSanitizer would report the large blocks otherwise
+  ZP_DestroyHeap(nullptr);
+  void* p = ZP_AllocateMemory(24);
+  ZP_DestroyHeap(nullptr);  // refused: the default heap is never destroyed
+  ZP_ReleaseMemory(p);
+}
+
+TEST(Heap, ThreadsShareOneHeap) {
+  ZephalHeap* h = ZP_CreateHeap();
+  auto work = [h](unsigned seed) {
+    std::mt19937 rng(seed);
+    std::vector<void*> mine;
+    for (int i = 0; i < 20000; ++i) {
+      if (!mine.empty() && rng() % 3 == 0) {
+        ZP_ReleaseMemory(mine.back());
+        mine.pop_back();
+      } else {
+        mine.push_back(ZP_AllocateMemory(rng() % 600, h));
+      }
+    }
+    for (void* p : mine) ZP_ReleaseMemory(p);
+  };
+  std::thread t1(work, 1), t2(work, 2), t3(work, 3);
+  t1.join();
+  t2.join();
+  t3.join();
+  EXPECT_EQ(ZP_HeapStatistics(h).live_blocks, 0u);
+  EXPECT_EQ(ZP_HeapStatistics(h).live_bytes, 0u);
+  ZP_DestroyHeap(h);
+}
+
+}  // namespace
