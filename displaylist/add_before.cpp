@@ -15,7 +15,8 @@
 //   would lie outside their ancestor. So when the growth reaches a group of the
 //   open path (the open group itself or an ancestor of it), the path is closed
 //   from the highest grown group down, which gives those groups tight
-//   rectangles, and a new open group starts at the tail of that group's parent,
+//   rectangles (an empty open group is destroyed rather than closed), and a
+//   new open group starts at the tail of that group's parent,
 //   which holds `b` and so was not grown. An insertion that fits the cells
 //   changes no rectangle and no group's class.
 #include "displaylist/display_list.h"
@@ -73,6 +74,8 @@ Group* DisplayList::add_before(Group* g, Drawable* existing, Drawable* first_new
     if (Group* open = open_group_below(highest_grown)) {
       DL_ASSERT(highest_grown->parent && "the root must cover every rectangle added");
       DisplayList* list = open->display_list;
+      // An empty open group would become an empty closed leaf: it goes instead.
+      if (!open->first_child) open->parent->empty_child_notify(open);
       highest_grown->close();
       highest_grown->parent->create_open_bottom_group(list);
     }
