@@ -38,6 +38,18 @@ class DisplayList {
   // `open_group` must not be null.
   virtual Group* add(Drawable* d, const WorldBounds& b);
 
+  // Inserts `first_new`, and the drawables chained behind it through `sibling`,
+  // in front of `existing`, keeping their chain order; `b` must cover all of
+  // them. `g` is the bottom group that holds `existing`, or a group above it
+  // (then the leaf is found by a forward walk from `g`). Returns that leaf.
+  // Every group from the leaf up whose bounds do not hold `b` is grown to it.
+  // In the open group, `open_count` is counted anew and `open_bounds` grows by
+  // `b` too, so the group still covers what it holds once it is closed. If the
+  // growth reaches a group that still holds a cell of the open path, that path
+  // is closed and a new open group starts beside it; see add_before.cpp.
+  // Uses nothing of this list but through the groups.
+  Group* add_before(Group* g, Drawable* existing, Drawable* first_new, const WorldBounds& b);
+
   // -- The view ----------------------------------------------------------------
   // Stores `b` and brings the device bounds and transforms up to date; nothing
   // happens when `b` is the rectangle already held.

@@ -6,6 +6,7 @@
 
 #include "displaylist/display_list.h"
 #include "displaylist/group_p.h"
+#include "displaylist/group_remove_p.h"
 #include "drawables/drawable.h"
 #include "foundation/assert.h"
 
@@ -319,6 +320,11 @@ constexpr GroupTable kInterior = {
     .is_open = false,
     .destroy = interior_destroy,
     .add = interior_add,
+    .remove = interior_remove,
+    .remove_searched = any_remove_searched,
+    .remove_fast = interior_remove_fast,
+    .remove_bounded = any_remove_bounded,
+    .remove_bounded_worker = interior_remove_bounded_worker,
     .remove_all = interior_remove_all,
     .close = interior_close,
     .draw_unclipped = interior_draw_unclipped,
@@ -348,6 +354,11 @@ constexpr GroupTable kBottom = {
     .is_open = false,
     .destroy = bottom_destroy,
     .add = bottom_add,
+    .remove = bottom_remove,
+    .remove_searched = any_remove_searched,
+    .remove_fast = bottom_remove_fast,
+    .remove_bounded = any_remove_bounded,
+    .remove_bounded_worker = bottom_remove_bounded_worker,
     .remove_all = bottom_remove_all,
     .close = bottom_close,
     .draw_unclipped = bottom_draw_unclipped,
@@ -377,6 +388,11 @@ constexpr GroupTable kOpen = {
     .is_open = true,
     .destroy = open_destroy,
     .add = open_add,
+    .remove = open_remove,
+    .remove_searched = any_remove_searched,
+    .remove_fast = open_remove_fast,
+    .remove_bounded = any_remove_bounded,
+    .remove_bounded_worker = open_remove_bounded_worker,
     .remove_all = open_remove_all,
     .close = open_close,
     .draw_unclipped = bottom_draw_unclipped,

@@ -28,6 +28,7 @@ class DisplayList;
 class Drawable;
 class Group;
 struct DisplayListDebug;
+struct Search;
 
 // `b` widened to the grid of `level`: on the 32-bit patterns, with mask =
 // 0xFFFFFFFF >> (level mod 32), the minima are ANDed with ~mask and the maxima
@@ -60,6 +61,30 @@ struct GroupTable {
   // Puts a drawable with bounds `b` into the tree, starting here; returns the
   // group that now holds it (null from a closed BottomGroup, which takes none).
   Group* (*add)(Group*, Drawable*, const WorldBounds& b, DisplayList*);
+  // -- Removal (displaylist/group_remove.cpp). A group emptied by a removal is
+  // destroyed, with every ancestor this empties, except the root; no removal
+  // shrinks a rectangle. --
+  // Unlinks and destroys `d`, whose predecessor in this bottom group is
+  // `previous` (null: `d` is the first; not checked). Returns this group if it
+  // keeps a drawable or is the root, else the lowest surviving ancestor. An
+  // interior group does nothing and returns null.
+  Group* (*remove)(Group*, Drawable* d, Drawable* previous);
+  // `remove_fast` if `search.search_bounds` lie inside this group's bounds,
+  // else null.
+  Group* (*remove_searched)(Group*, const Search&);
+  // Handles the first drawable below that matches the search, entering only
+  // groups whose bounds hold `search_bounds`: destroyed, or with
+  // `keep_drawable` only counted anew. Null when none matched. When the match
+  // emptied its group, the result is that group's next sibling if it had one
+  // (where a caller can walk on), else the lowest surviving ancestor.
+  Group* (*remove_fast)(Group*, const Search&);
+  // `remove_bounded_worker`, then this group goes if that emptied it and it is
+  // not the root.
+  void (*remove_bounded)(Group*, const WorldBounds&);
+  // Destroys every drawable below whose bounds lie inside the rectangle (a
+  // subtree inside it whole, without visiting it), and every child group this
+  // empties; never the group it runs on.
+  void (*remove_bounded_worker)(Group*, const WorldBounds&);
   // Deletes every child; the group stays, empty, and does not tell its parent.
   void (*remove_all)(Group*);
   // Replaces cells by tight rectangles along the chain of last children, and
@@ -151,6 +176,11 @@ class Group : public HeapObject {
   Group* add(Drawable* d, const WorldBounds& b, DisplayList* list) {
     return table->add(this, d, b, list);
   }
+  Group* remove(Drawable* d, Drawable* previous) { return table->remove(this, d, previous); }
+  Group* remove_searched(const Search& s) { return table->remove_searched(this, s); }
+  Group* remove_fast(const Search& s) { return table->remove_fast(this, s); }
+  void remove_bounded(const WorldBounds& r) { table->remove_bounded(this, r); }
+  void remove_bounded_worker(const WorldBounds& r) { table->remove_bounded_worker(this, r); }
   void remove_all() { table->remove_all(this); }
   void close() { table->close(this); }
   void draw_unclipped(DisplayList& list) const { table->draw_unclipped(this, list); }
@@ -253,6 +283,9 @@ struct BottomGroup {
 
   // Deletes every drawable; first_child and last_child become null.
   static void remove_all(Group& g);
+  // Counts the drawables and sets last_child to the last one; an empty list
+  // gives 0 and leaves last_child alone.
+  static int count_and_set_last_drawable(Group& g);
 };
 
 // The open leaf class. Its count and accumulated rectangle live in the list

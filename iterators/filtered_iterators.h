@@ -1,0 +1,81 @@
+// Filtered forward walks: by colour, by rectangle, and by both.
+//
+// A colour filter tests each drawable's colour word in `next`; a rectangle
+// filter selects whole leaves in `next_group`, pruning the tree as it walks,
+// with no stack: the `parent` and `sibling` links of the groups carry the walk.
+// Results stay in drawing order and nothing is allocated. Reading and stepping
+// are those of `DisplayListIterator`.
+//
+// Two things a user must know:
+//   - The filters sit in `next` and `next_group` only. The item that `init`
+//     leaves current is not tested: the first item read may have any colour,
+//     and `advance_until` (`next_until`) does not filter either.
+//   - The rectangle selects leaves, not drawables. A leaf is taken when its
+//     bounds and those of all its ancestors below the root overlap the
+//     rectangle (a root that is itself a leaf is taken untested), and then all
+//     its drawables come out, also those that lie outside the rectangle. No
+//     drawable that overlaps the rectangle is missed, since every drawable lies
+//     inside the bounds of its leaf and of the groups above it.
+#pragma once
+
+#include "foundation/geometry.h"
+#include "iterators/display_list_iterator.h"
+
+// Every drawable whose colour word equals `color`, after the first item.
+class DisplayListColorIterator : public DisplayListIterator {
+ public:
+  DisplayListColorIterator(DL::DisplayList* list, DL::Drawable::ColorData const& color);
+
+  // Stores `color` and positions the walk on the first drawable of `list`,
+  // which is not tested; an empty first leaf leaves the sentinel current.
+  DL::Group* init(DL::DisplayList* list, DL::Drawable::ColorData const& color);
+
+ protected:
+  // The next drawable whose colour word equals `color`: one comparison of the
+  // words, so RGB values and rendition pointers are compared as bare numbers.
+  DL::Drawable* next() override;
+
+  DL::Drawable::ColorData color;
+};
+
+// The drawables of the leaves whose bounds overlap `bounds` (both tests
+// inclusive), in drawing order.
+class DisplayListBoundedIterator : public DisplayListIterator {
+ public:
+  DisplayListBoundedIterator(DL::DisplayList* list, DL::WorldBounds const& bounds);
+
+  // Copies `bounds` and positions the walk on the first drawable of the first
+  // selected leaf. Returns that leaf, or null when none overlaps; an empty
+  // first leaf leaves the current drawable null (there is no sentinel step).
+  DL::Group* init(DL::DisplayList* list, DL::WorldBounds const& bounds);
+
+ protected:
+  DisplayListBoundedIterator() = default;
+
+  // The next leaf in walk order whose bounds, and those of its ancestors below
+  // the root, overlap `bounds`. A group that misses is never entered.
+  DL::Group* next_group() override;
+  // The first group after `g` in walk order, along the sibling chain and up
+  // through the parents, whose bounds overlap `bounds`; null at the end.
+  DL::Group* next_overlapping_sibling(DL::Group* g) const;
+
+  // The rectangle, in world coordinates; a copy of the argument.
+  DL::WorldBounds bounds = DL::WorldBounds::empty();
+};
+
+// The bounded walk, restricted to one colour word after the first item.
+class DisplayListBoundedColorIterator : public DisplayListBoundedIterator {
+ public:
+  DisplayListBoundedColorIterator(DL::DisplayList* list, DL::WorldBounds const& bounds,
+                                  DL::Drawable::ColorData const& color);
+
+  // Stores `color`, then does the bounded `init`.
+  DL::Group* init(DL::DisplayList* list, DL::WorldBounds const& bounds,
+                  DL::Drawable::ColorData const& color);
+
+ protected:
+  // As the colour walk's, over the selected leaves.
+  DL::Drawable* next() override;
+
+  DL::Drawable::ColorData color;
+};
