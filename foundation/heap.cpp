@@ -183,7 +183,7 @@ void* allocate_small(ZephalHeap& heap, std::size_t size) {
     DL_UNPOISON(p, block);
     c.free = *static_cast<void**>(p);
   } else {
-    if (c.bump + block > c.bump_end) {
+    if (static_cast<std::size_t>(c.bump_end - c.bump) < block) {  // null - null is 0
       Chunk* chunk = pool().take();
       if (!chunk) return nullptr;
       chunk->heap = &heap;
