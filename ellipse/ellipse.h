@@ -18,6 +18,19 @@
 // multiplied by scale.x / scale.y there, and x values are divided by it on the
 // way back. The angles are never corrected for the view.
 //
+// How far the extent goes
+// -----------------------
+// The extent is built from the two ends of the sweep and the four axis
+// extremes that the sweep holds; a rotated one is grown by ten per cent. A
+// sweep runs in the positive sense, so an end below the start is reached
+// through angle 0. Whether an axis extreme is in the sweep is decided by its
+// polar direction set against the parametric sweep plus `rotation`: exact on a
+// circle and when unrotated, and covered by the growth up to an axis ratio of
+// about 2.5 in square pixels. On a more eccentric, rotated arc an extreme that
+// the arc passes may be left out, and the extent can fall short of the outline
+// by a good part of the radius. Whole ellipses are always covered. Values are
+// truncated toward zero, so the extent can fall short by less than one unit.
+//
 // Choices made here
 // -----------------
 // - Constructors take `color` first, then the class's fields in record order,

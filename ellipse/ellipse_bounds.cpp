@@ -32,17 +32,33 @@ double Ellipse::normalize_angle(float x) {
   return r;
 }
 
+namespace {
+
+// The sweep of an ellipse as the direction tests read it: normalised once, so
+// the extent does not redo it for each of its four axis extremes.
+struct NormalizedSweep {
+  bool whole;
+  float ns, ne;
+
+  NormalizedSweep(float s, float e, float rotation) : whole(e - s > Ellipse::FULL_SWEEP) {
+    ns = whole ? 0.0f : static_cast<float>(Ellipse::normalize_angle(s + rotation));
+    ne = whole ? 0.0f : static_cast<float>(Ellipse::normalize_angle(e + rotation));
+  }
+
+  bool holds(const ZR_Vector& v) const {
+    if (whole) return true;
+    const float direction = static_cast<float>(std::atan2(static_cast<double>(v.y), v.x));
+    const float nt = static_cast<float>(Ellipse::normalize_angle(direction));
+    if (ns <= ne) return ns <= nt && nt <= ne;
+    // The sweep runs through angle 0.
+    return (ns <= nt && nt <= Ellipse::TWO_PI) || (0.0f <= nt && nt <= ne);
+  }
+};
+
+}  // namespace
+
 bool Ellipse::isWithinBounds(const ZR_Vector& v) const {
-  const float s = start_angle();
-  const float e = end_angle();
-  if (e - s > FULL_SWEEP) return true;
-  const float ns = static_cast<float>(normalize_angle(s + rotation));
-  const float ne = static_cast<float>(normalize_angle(e + rotation));
-  const float direction = static_cast<float>(std::atan2(static_cast<double>(v.y), v.x));
-  const float nt = static_cast<float>(normalize_angle(direction));
-  if (ns <= ne) return ns <= nt && nt <= ne;
-  // The sweep runs through angle 0.
-  return (ns <= nt && nt <= TWO_PI) || (0.0f <= nt && nt <= ne);
+  return NormalizedSweep(start_angle(), end_angle(), rotation).holds(v);
 }
 
 // ---------------------------------------------------------------------------
@@ -147,6 +163,7 @@ void Ellipse::do_add_bounds(WorldBounds& total) const {
 
   // The extremes on each axis, where the sweep covers them. U and V are the
   // ellipse's own axes in the square-pixel frame; the third components are 0.
+  const NormalizedSweep sweep(s, e, rho);
   const float rho_quarter = rho + HALF_PI;
   const double u[2] = {f.a * std::cos(rho_wide), f.a * std::sin(rho_wide)};
   const double v[2] = {f.b * std::cos(static_cast<double>(rho_quarter)),
@@ -166,7 +183,7 @@ void Ellipse::do_add_bounds(WorldBounds& total) const {
       const double px = sign * ex;
       const double py = sign * ey;
       const ZR_Vector direction{static_cast<float>(px), static_cast<float>(py), 0.0f};
-      if (!isWithinBounds(direction)) continue;
+      if (!sweep.holds(direction)) continue;
       const double coordinate = i == 0 ? px / f.k + f.cx : py + f.cy;
       *lo[i] = std::min(*lo[i], coordinate);
       *hi[i] = std::max(*hi[i], coordinate);
