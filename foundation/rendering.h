@@ -453,8 +453,10 @@ class ZR_Glyph_Sink {
 
 // Fills `count` points of the ellipse with `center` and `radii` (x and y read,
 // z ignored), evenly in the parameter from `start` to `end` inclusive, the
-// ellipse turned by `rotation` about its centre. One point gives the start
-// point. Coordinates are rounded to nearest and saturate at the int limits.
+// ellipse turned by `rotation` about its centre. The sweep runs in the positive
+// sense: an `end` below `start` is reached through angle 0, as the sweep tests
+// of the ellipse extent read it. One point gives the start point. Coordinates
+// are rounded to nearest and saturate at the int limits; NaN gives the lowest.
 void ZP_Generate_Elliptical_Points(const ZR_DCI_Point& center, const ZR_DCI_Point& radii,
                                    float start, float end, float rotation, int count,
                                    ZR_DCI_Point* points);
