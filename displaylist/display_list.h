@@ -16,10 +16,16 @@ namespace DL {
 class Drawable;
 
 // How many drawables an open group takes before it is closed or split, and the
-// level at which splitting stops (cells of 2^(32-24) = 256 world units). Chosen
-// by measurement: 64 keeps the tree under 2 bytes per drawable while a group is
-// still small enough to prune well.
-inline constexpr int kDefaultGroupCapacity = 64;
+// level at which splitting stops (cells of 2^(32-24) = 256 world units).
+//
+// The capacity is chosen by measurement. A split re-adds the group's drawables
+// into the cells one level down, and drawables that arrive in no spatial order
+// inside a region then land in many tiny groups (a 64-byte record each). With
+// 1e7 points arriving tile by tile, 153 to a tile in random order inside it, a
+// capacity of 64 costs 69 bytes a dot and 128 costs 57, while 256 never splits a
+// tile and costs 40.6 (the Dot itself is 40); windows of 1% draw 1.6 times
+// faster at 256 than at 64 there, and at 1e6 points 256 is within 20% of 64.
+inline constexpr int kDefaultGroupCapacity = 256;
 inline constexpr int kDefaultLevelLimit = 24;
 
 class DisplayList {
