@@ -26,6 +26,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/ratio_reporter.h"
+#include "bench/ratio_reporter.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
 #include "ellipse/ellipse.h"
@@ -145,36 +147,12 @@ BENCHMARK_CAPTURE(BM_AddBounds, dot, 3)->Name("floor/add_bounds/dot")->Repetitio
 BENCHMARK(BM_VectorWalk)->Name("ellipse/vectors/1e3")->Repetitions(5);
 BENCHMARK(BM_GeneratorFloor)->Name("floor/vectors/1e3")->Repetitions(5);
 
-// Keeps each repetition's time per item, for the medians and ratios at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, std::vector<double>> ns_per_item;
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
-      auto items = r.counters.find("items_per_second");
-      if (items == r.counters.end() || items->second.value <= 0) continue;
-      std::string name = r.benchmark_name();
-      name = name.substr(0, name.find("/repeats:"));
-      ns_per_item[name].push_back(1e9 / items->second.value);
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  double median(const std::string& name) const {
-    auto it = ns_per_item.find(name);
-    if (it == ns_per_item.end()) return 0;
-    std::vector<double> v = it->second;
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-  }
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
+  DL::bench::RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\n%-32s %12s %12s %8s\n", "case", "median ns", "floor ns", "ratio");
   const std::pair<const char*, const char*> rows[] = {

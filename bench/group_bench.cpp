@@ -25,6 +25,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/ratio_reporter.h"
+#include "bench/ratio_reporter.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
 
@@ -185,39 +187,12 @@ BENCHMARK(BM_FloorDraw)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(5);
 
-// Keeps each run's time per item so the ratios can be printed at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, std::vector<double>> ns_per_item;
-  std::map<std::string, double> bytes;
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
-      auto items = r.counters.find("items_per_second");
-      if (items == r.counters.end() || items->second.value <= 0) continue;
-      std::string name = r.benchmark_name();
-      name = name.substr(0, name.find("/iterations:"));
-      ns_per_item[name].push_back(1e9 / items->second.value);
-      auto b = r.counters.find("bytes_per_dot");
-      if (b != r.counters.end()) bytes[name] = b->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  double median(const std::string& name) const {
-    auto it = ns_per_item.find(name);
-    if (it == ns_per_item.end()) return 0;
-    std::vector<double> v = it->second;
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-  }
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
+  DL::bench::RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\n%-34s %10s %10s %8s %12s\n", "case", "ns/dot", "floor", "ratio", "bytes/dot");
   for (const char* size : {"1000000", "10000000"}) {
@@ -231,7 +206,7 @@ int main(int argc, char** argv) {
       double t = reporter.median(name), f = reporter.median(floor);
       if (t == 0 || f == 0) continue;
       std::printf("%-34s %10.1f %10.1f %8.2f %12.1f\n", name.c_str(), t, f, t / f,
-                  reporter.bytes[name]);
+                  reporter.counter(name, "bytes_per_dot"));
     }
   }
   benchmark::Shutdown();
