@@ -156,6 +156,31 @@ TEST(TreeDump, LevelsInTheCallersBaseAddressesInHexAndDecimalAfterward) {
   t.list.root->assert_valid();
 }
 
+TEST(TreeDump, ValidityWalkFindsBrokenLinksInDebugBuilds) {
+  DeepTree t;
+  ASSERT_TRUE(tree_is_valid(t.list, &t.tree.order(), {.allow_empty_bottom = true}));
+  t.list.root->assert_valid();
+
+  // A child that names another parent.
+  Group* g5 = t.chain[4];
+  g5->parent = t.list.root;
+  EXPECT_DEBUG_DEATH(t.list.root->assert_valid(), "");
+  g5->parent = t.chain[3];
+
+  // An open group whose tail is not on its chain: the next drawable it took
+  // would be lost.
+  Dot stray(ZR_RGB32{1}, {5, 6});
+  Dot first(ZR_RGB32{1}, {5, 6});
+  t.open->first_child = &first;
+  t.open->last_child = &stray;
+  EXPECT_DEBUG_DEATH(t.list.root->assert_valid(), "");
+  t.open->last_child = &first;
+  t.list.root->assert_valid();
+  t.open->first_child = nullptr;
+  t.open->last_child = nullptr;
+  ASSERT_TRUE(tree_is_valid(t.list, &t.tree.order(), {.allow_empty_bottom = true}));
+}
+
 // The line and the byte sums of every class, alone and in a tree.
 TEST(TreeDump, EveryDrawableClassWritesItsLabelAndCountsItsRecord) {
   DisplayList list;

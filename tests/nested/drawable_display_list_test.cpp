@@ -357,6 +357,20 @@ TEST(NestedList, ThreeLevelsDrawUnderTheComposedTransform) {
   EXPECT_EQ(c->screen_bounds, (ScreenBounds{{600, 800}, {650, 850}}));
   for (const DisplayList* l : {a, b, c}) expect_loan_returned(*l, kWholePlane);
   EXPECT_EQ(outer.rendition.hard_clip(), (ZR_Int_Rectangle{0, 630, 0, 2000}));
+
+  // An interruptible draw of the outer list polls for the outer groups only:
+  // the nested lists are drawn by the plain traversals.
+  int asked = 0;
+  outer.interrupt_callback = [](void* n) {
+    ++*static_cast<int*>(n);
+    return true;
+  };
+  outer.interrupt_user_data = &asked;
+  renderer->clear();
+  EXPECT_TRUE(outer.root->draw_bounded_interrupt(outer, outer.world_bounds, outer.visible_bounds));
+  EXPECT_EQ(renderer->calls.size(), 3u);
+  EXPECT_EQ(outer.interrupt_counter, count_groups(outer.root).interior);
+  for (const DisplayList* l : {a, b, c}) EXPECT_EQ(l->interrupt_counter, 0);
   // The outer list destroys A, which destroys B, which destroys C.
 }
 
