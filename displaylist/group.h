@@ -55,6 +55,14 @@ enum ClipClass : int {
 struct GroupTable {
   bool contains_drawables;  // false for Group, true for the two bottom classes
   bool is_open;             // true for OpenBottomGroup only
+  // -- Diagnostics (displaylist/group_dump.cpp) --
+  // Walks the groups below. A failure is reported only by DL_ASSERT in debug
+  // builds (a child whose parent is not this group, an open group whose chain
+  // does not reach its last_child); otherwise nothing is written.
+  void (*assert_valid)(const Group*);
+  // Writes this group's line, then a line for each child, one indent deeper,
+  // and adds the children to the counts; see group_dump.cpp for the format.
+  void (*dump_subtree)(const Group*, std::ostream&, int indent, DisplayListDebug&);
   // The deleting destructor: deletes the subtree, then the record. Does not
   // unlink the group from its parent.
   void (*destroy)(Group*);
@@ -172,6 +180,10 @@ class Group : public HeapObject {
   // -- Operations (through the table) ----------------------------------------------
   bool contains_drawables() const { return table->contains_drawables; }
   bool is_open() const { return table->is_open; }
+  void assert_valid() const { table->assert_valid(this); }
+  void dump_subtree(std::ostream& out, int indent, DisplayListDebug& debug) const {
+    table->dump_subtree(this, out, indent, debug);
+  }
   void destroy() { table->destroy(this); }
   Group* add(Drawable* d, const WorldBounds& b, DisplayList* list) {
     return table->add(this, d, b, list);

@@ -15,6 +15,14 @@ namespace DL::group_detail {
 
 using Bounds = const WorldBounds&;
 
+// -- Diagnostics (group_dump.cpp) ------------------------------------------------
+void interior_assert_valid(const Group*);
+void bottom_assert_valid(const Group*);
+void open_assert_valid(const Group*);
+void interior_dump_subtree(const Group*, std::ostream&, int indent, DisplayListDebug&);
+void bottom_dump_subtree(const Group*, std::ostream&, int indent, DisplayListDebug&);
+void open_dump_subtree(const Group*, std::ostream&, int indent, DisplayListDebug&);
+
 // -- Bounded and selection walks (group_draw.cpp) -------------------------------
 void interior_draw_bounded(const Group*, DisplayList&, Bounds inner, Bounds outer);
 void bottom_draw_bounded(const Group*, DisplayList&, Bounds inner, Bounds outer);
