@@ -1,0 +1,57 @@
+// Device point buffers of the point-list draws, and the owned arrays of the
+// point-list records. Internal to drawables/.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+
+#include "foundation/rendering.h"
+#include "foundation/zephal.h"
+
+namespace DL::detail {
+
+// Device points a draw keeps on its stack; a list of more points takes a buffer
+// from the default heap for the length of that one draw.
+inline constexpr int kStackDevicePoints = 256;
+
+// The device point buffer of one draw for a list of `count` points. Up to
+// kStackDevicePoints it is the stack array, which has room for `Extra` points
+// more (the closed outline of a strip needs count + 1). Beyond that it is a
+// block of `count + Extra` points from the default heap, released when the
+// buffer goes out of scope. The stack array is left uninitialised: filling
+// 3 KiB per draw would cost more than the conversion of a short list.
+template <int Extra>
+class DevicePointBuffer {
+ public:
+  explicit DevicePointBuffer(int count) : data_(stack_) {
+    if (count > kStackDevicePoints) {
+      const std::size_t n = static_cast<std::size_t>(count) + Extra;
+      data_ = static_cast<ZR_DCI_Point*>(ZP_AllocateMemory(n * sizeof(ZR_DCI_Point), nullptr));
+    }
+  }
+  ~DevicePointBuffer() {
+    if (data_ != stack_) ZP_ReleaseMemory(data_);
+  }
+  DevicePointBuffer(const DevicePointBuffer&) = delete;
+  DevicePointBuffer& operator=(const DevicePointBuffer&) = delete;
+
+  // The points; null only when the heap could not deliver.
+  ZR_DCI_Point* data() const { return data_; }
+
+ private:
+  ZR_DCI_Point* data_;
+  ZR_DCI_Point stack_[kStackDevicePoints + Extra];
+};
+
+// An owned array of `count` items from the default heap, the heap of the
+// classes' plain operator new, filled from `source` when that is not null.
+// Null when the heap cannot deliver (the copy is then skipped).
+template <class T>
+T* copy_array(int count, const T* source) {
+  const std::size_t n = count > 0 ? static_cast<std::size_t>(count) : 0;
+  T* array = static_cast<T*>(ZP_AllocateMemory(n * sizeof(T), nullptr));
+  if (array && source && n) std::memcpy(array, source, n * sizeof(T));
+  return array;
+}
+
+}  // namespace DL::detail
