@@ -27,7 +27,6 @@
 #include <vector>
 
 #include "bench/ratio_reporter.h"
-#include "bench/ratio_reporter.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
 #include "ellipse/ellipse.h"
