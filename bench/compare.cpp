@@ -1,0 +1,711 @@
+// compare: the display list against the spatial indexes a host would use
+// instead, on the same workloads, measured in one run.
+//
+//   compare [--quick] [--sizes 1e5,1e6,1e7] [--reps N] [--kinds points,segments]
+//           [--orders coherent,random]
+//
+// Peers: this library (Dots for points, two-point Polylines for segments, drawn
+// into a renderer that only counts), Boost.Geometry's rtree with rstar<16>,
+// quadratic<16> and linear<16> inserts and its packing constructor, a flat
+// vector scanned linearly, and the floor: the same records from a bump
+// allocator appended to a singly linked list.
+//
+// Workloads: build; a 1% and a 0.0001% window (200 each, fixed seed) returning
+// every hit in painting order (peers query, then sort by insertion id; their
+// plain unordered query is reported too); a full walk in painting order;
+// removal of everything in a 1% window; bytes per item. Every figure is the
+// median of --reps repetitions (default 5), and each table gives the display
+// list's ratio to every peer measured in the same run. --quick (1e5 only, 3
+// repetitions) also checks that every peer returns the same hits as the display
+// list, and exits non-zero if one does not.
+#include <algorithm>
+#include <boost/geometry.hpp>
+#include <boost/geometry/index/rtree.hpp>
+#include <boost/iterator/function_output_iterator.hpp>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "displaylist/display_list.h"
+#include "drawables/dot.h"
+#include "drawables/polything.h"
+
+namespace {
+
+namespace bg = boost::geometry;
+namespace bgi = boost::geometry::index;
+using DL::WorldBounds;
+using DL::WorldCoord;
+using DL::WorldPoint;
+
+// ---------------------------------------------------------------------------
+// Datasets
+// ---------------------------------------------------------------------------
+
+struct Item {
+  WorldPoint a;  // a point, or the start of a segment
+  WorldPoint b;  // equal to `a` for a point
+  WorldBounds box() const {
+    WorldBounds r = WorldBounds::empty();
+    r.merge(a);
+    r.merge(b);
+    return r;
+  }
+};
+
+struct Dataset {
+  bool segments;
+  bool coherent;
+  std::size_t n;
+  std::vector<Item> items;
+  std::string name() const {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%s, %s order, %.0e items", segments ? "segments" : "points",
+                  coherent ? "coherent" : "random", static_cast<double>(n));
+    return buf;
+  }
+};
+
+WorldCoord clamp_add(WorldCoord v, int d) {
+  long long r = static_cast<long long>(v) + d;
+  return static_cast<WorldCoord>(std::clamp<long long>(r, INT32_MIN, INT32_MAX));
+}
+
+Dataset make_dataset(bool segments, bool coherent, std::size_t n) {
+  Dataset d{segments, coherent, n, {}};
+  d.items.resize(n);
+  std::mt19937_64 rng(1234 + n + (segments ? 7 : 0) + (coherent ? 13 : 0));
+  const std::size_t per_tile = (n + 65535) / 65536;
+  for (std::size_t i = 0; i < n; ++i) {
+    WorldPoint a;
+    if (coherent) {
+      // 256 x 256 tiles taken row by row, items random inside a tile.
+      const std::uint32_t tile = static_cast<std::uint32_t>(i / per_tile);
+      const std::uint32_t tx = (tile % 256) << 24, ty = (tile / 256) << 24;
+      a = {static_cast<WorldCoord>(tx | (rng() & 0xFFFFFF)),
+           static_cast<WorldCoord>(ty | (rng() & 0xFFFFFF))};
+    } else {
+      a = {static_cast<WorldCoord>(rng()), static_cast<WorldCoord>(rng())};
+    }
+    WorldPoint b = a;
+    if (segments) {
+      b = {clamp_add(a.x, static_cast<int>(rng() % 4001) - 2000),
+           clamp_add(a.y, static_cast<int>(rng() % 4001) - 2000)};
+    }
+    d.items[i] = {a, b};
+  }
+  return d;
+}
+
+// Windows of `fraction` of the plane's area, fixed seed, anywhere on the plane.
+std::vector<WorldBounds> make_windows(double fraction, int count, unsigned seed) {
+  std::mt19937_64 rng(seed);
+  const double side = 4294967296.0 * std::sqrt(fraction);
+  std::vector<WorldBounds> out;
+  for (int i = 0; i < count; ++i) {
+    double x0 =
+        -2147483648.0 + static_cast<double>(rng() % 4294967296ULL) * (1.0 - std::sqrt(fraction));
+    double y0 =
+        -2147483648.0 + static_cast<double>(rng() % 4294967296ULL) * (1.0 - std::sqrt(fraction));
+    out.push_back({{static_cast<WorldCoord>(x0), static_cast<WorldCoord>(y0)},
+                   {static_cast<WorldCoord>(x0 + side), static_cast<WorldCoord>(y0 + side)}});
+  }
+  return out;
+}
+
+// ---------------------------------------------------------------------------
+// Timing
+// ---------------------------------------------------------------------------
+
+double seconds_of(const std::function<void()>& f) {
+  auto t0 = std::chrono::steady_clock::now();
+  f();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+}
+
+double median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v.empty() ? 0 : v[v.size() / 2];
+}
+
+long rss_kib() {
+  FILE* f = std::fopen("/proc/self/status", "r");
+  if (!f) return 0;
+  char line[256];
+  long kib = 0;
+  while (std::fgets(line, sizeof line, f))
+    if (std::strncmp(line, "VmRSS:", 6) == 0) kib = std::atol(line + 6);
+  std::fclose(f);
+  return kib;
+}
+
+// ---------------------------------------------------------------------------
+// Peers
+// ---------------------------------------------------------------------------
+
+// What a peer answers for a window: hits in painting order (ids), and how many
+// candidates it had to look at or hand on.
+struct WindowResult {
+  std::size_t hits = 0;
+  std::size_t handled = 0;
+};
+
+class Peer {
+ public:
+  virtual ~Peer() = default;
+  virtual const char* name() const = 0;
+  virtual void build(const Dataset& d) = 0;
+  // Every item overlapping `w`, in painting order, into `ids` when not null.
+  virtual WindowResult window(const WorldBounds& w, std::vector<std::uint32_t>* ids) = 0;
+  // The same without ordering, where the peer has a cheaper unordered form.
+  virtual std::size_t window_unordered(const WorldBounds& w) { return window(w, nullptr).hits; }
+  virtual std::size_t walk() = 0;
+  virtual std::size_t remove_window(const WorldBounds& w) = 0;
+  virtual double bytes_per_item(std::size_t n) const = 0;
+  virtual void clear() = 0;
+};
+
+// Counts allocations so a peer's retained memory can be read exactly.
+struct ByteCount {
+  static inline std::size_t bytes = 0;
+};
+template <class T>
+struct CountingAllocator {
+  using value_type = T;
+  CountingAllocator() = default;
+  template <class U>
+  CountingAllocator(const CountingAllocator<U>&) {}
+  T* allocate(std::size_t n) {
+    ByteCount::bytes += n * sizeof(T);
+    return std::allocator<T>().allocate(n);
+  }
+  void deallocate(T* p, std::size_t n) {
+    ByteCount::bytes -= n * sizeof(T);
+    std::allocator<T>().deallocate(p, n);
+  }
+  template <class U>
+  bool operator==(const CountingAllocator<U>&) const {
+    return true;
+  }
+};
+
+// ---- The display list ------------------------------------------------------
+
+// A renderer that counts what reaches it; in checking mode it also keeps the
+// drawable being drawn, told by the selector.
+struct CountingRenderer : ZR_Renderer {
+  std::size_t count = 0;
+  std::vector<const void*>* drawn = nullptr;
+  CountingRenderer() {
+    auto dot = +[](void* self, ZR_Rendition*, const ZR_DCI_Point*, const ZR_RGB32*) {
+      auto* r = static_cast<CountingRenderer*>(self);
+      ++r->count;
+      if (r->drawn) r->drawn->push_back(r->option_source->selector_drawable);
+    };
+    auto line = +[](void* self, ZR_Rendition*, int, const ZR_DCI_Point*) {
+      auto* r = static_cast<CountingRenderer*>(self);
+      ++r->count;
+      if (r->drawn) r->drawn->push_back(r->option_source->selector_drawable);
+    };
+    dot_clipped = {this, dot};
+    dot_unclipped = {this, dot};
+    polyline_clipped = {this, line};
+    polyline_unclipped = {this, line};
+  }
+};
+
+class DisplayListPeer : public Peer {
+ public:
+  const char* name() const override { return "display list"; }
+  void build(const Dataset& d) override {
+    clear();
+    heap_ = ZP_CreateHeap();
+    list_ = new DL::DisplayList(heap_);
+    renderer_ = new CountingRenderer;
+    list_->set_renderer(renderer_);
+    list_->selector = renderer_->option_source;  // told the drawable in checking mode
+    add_ref(list_->selector);
+    list_->set_world_bounds(WorldBounds::everything());
+    list_->set_screen_bounds({{0, 0}, {65535, 65535}});
+    ids_.clear();
+    for (std::size_t i = 0; i < d.items.size(); ++i) {
+      const Item& it = d.items[i];
+      DL::Drawable* x;
+      if (d.segments) {
+        const WorldPoint pts[2] = {it.a, it.b};
+        x = new (heap_) DL::Polyline(0x808080, 2, pts, heap_);
+      } else {
+        x = new (heap_) DL::Dot(0x808080, it.a);
+      }
+      list_->add(x, it.box());
+    }
+  }
+  void index_ids() {
+    ids_.clear();
+    std::uint32_t id = 0;
+    for (const DL::Drawable* d : order()) ids_[d] = id++;
+  }
+  WindowResult window(const WorldBounds& w, std::vector<std::uint32_t>* ids) override {
+    WorldBounds inner = w;
+    inner.intersect(list_->world_bounds);
+    renderer_->count = 0;
+    std::vector<const void*> drawn;
+    if (ids) {
+      if (ids_.empty()) index_ids();
+      renderer_->drawn = &drawn;
+      list_->root->draw_bounded_selection(*list_, inner, w);
+      renderer_->drawn = nullptr;
+      // A group partly in the window hands on all it holds: keep the true hits.
+      for (const void* p : drawn) {
+        auto* d = static_cast<const DL::Drawable*>(p);
+        if (d->bounds_of().overlaps(w)) ids->push_back(ids_[d]);
+      }
+      return {ids->size(), drawn.size()};
+    }
+    list_->root->draw_bounded(*list_, inner, w);
+    return {renderer_->count, renderer_->count};
+  }
+  std::size_t walk() override {
+    renderer_->count = 0;
+    list_->root->draw_unclipped(*list_);
+    return renderer_->count;
+  }
+  std::size_t remove_window(const WorldBounds& w) override {
+    std::size_t before = ZP_HeapStatistics(heap_).live_blocks;
+    list_->root->remove_bounded(w);
+    ids_.clear();
+    return before - ZP_HeapStatistics(heap_).live_blocks;
+  }
+  double bytes_per_item(std::size_t n) const override {
+    return static_cast<double>(ZP_HeapStatistics(heap_).live_bytes) / static_cast<double>(n);
+  }
+  void clear() override {
+    delete list_;
+    list_ = nullptr;
+    if (heap_) ZP_DestroyHeap(heap_);
+    heap_ = nullptr;
+  }
+  ~DisplayListPeer() override { clear(); }
+
+ private:
+  std::vector<const DL::Drawable*> order() const {
+    std::vector<const DL::Drawable*> out;
+    std::function<void(const DL::Group*)> visit = [&](const DL::Group* g) {
+      if (g->contains_drawables()) {
+        for (const DL::Drawable* d = g->first_drawable(); d; d = d->sibling) out.push_back(d);
+      } else {
+        for (const DL::Group* c = g->first_group(); c; c = c->sibling) visit(c);
+      }
+    };
+    visit(list_->root);
+    return out;
+  }
+  ZephalHeap* heap_ = nullptr;
+  DL::DisplayList* list_ = nullptr;
+  CountingRenderer* renderer_ = nullptr;
+  std::unordered_map<const DL::Drawable*, std::uint32_t> ids_;
+};
+
+// ---- Boost.Geometry rtree ----------------------------------------------------
+
+using BPoint = bg::model::point<WorldCoord, 2, bg::cs::cartesian>;
+using BBox = bg::model::box<BPoint>;
+using BValue = std::pair<BBox, std::uint32_t>;
+
+BBox to_box(const WorldBounds& b) {
+  return BBox(BPoint(b.min.x, b.min.y), BPoint(b.max.x, b.max.y));
+}
+
+template <class Params>
+class RtreePeer : public Peer {
+  using Tree = bgi::rtree<BValue, Params, bgi::indexable<BValue>, bgi::equal_to<BValue>,
+                          CountingAllocator<BValue>>;
+
+ public:
+  RtreePeer(const char* name, bool packed) : name_(name), packed_(packed) {}
+  const char* name() const override { return name_; }
+  void build(const Dataset& d) override {
+    clear();
+    std::size_t before = ByteCount::bytes;
+    if (packed_) {
+      std::vector<BValue> values;
+      values.reserve(d.items.size());
+      for (std::size_t i = 0; i < d.items.size(); ++i)
+        values.emplace_back(to_box(d.items[i].box()), i);
+      tree_ = std::make_unique<Tree>(values);
+    } else {
+      tree_ = std::make_unique<Tree>();
+      for (std::size_t i = 0; i < d.items.size(); ++i)
+        tree_->insert(BValue(to_box(d.items[i].box()), i));
+    }
+    bytes_ = ByteCount::bytes - before;
+  }
+  WindowResult window(const WorldBounds& w, std::vector<std::uint32_t>* ids) override {
+    scratch_.clear();
+    tree_->query(bgi::intersects(to_box(w)), std::back_inserter(scratch_));
+    std::sort(scratch_.begin(), scratch_.end(),
+              [](const BValue& a, const BValue& b) { return a.second < b.second; });
+    if (ids)
+      for (const BValue& v : scratch_) ids->push_back(v.second);
+    return {scratch_.size(), scratch_.size()};
+  }
+  std::size_t window_unordered(const WorldBounds& w) override {
+    std::size_t n = 0;
+    auto counter = boost::make_function_output_iterator([&n](const BValue&) { ++n; });
+    tree_->query(bgi::intersects(to_box(w)), counter);
+    return n;
+  }
+  std::size_t walk() override {
+    scratch_.assign(tree_->begin(), tree_->end());
+    std::sort(scratch_.begin(), scratch_.end(),
+              [](const BValue& a, const BValue& b) { return a.second < b.second; });
+    return scratch_.size();
+  }
+  std::size_t remove_window(const WorldBounds& w) override {
+    scratch_.clear();
+    tree_->query(bgi::covered_by(to_box(w)), std::back_inserter(scratch_));
+    return tree_->remove(scratch_.begin(), scratch_.end());
+  }
+  double bytes_per_item(std::size_t n) const override {
+    return static_cast<double>(bytes_) / static_cast<double>(n);
+  }
+  void clear() override {
+    tree_.reset();
+    std::vector<BValue>().swap(scratch_);
+  }
+
+ private:
+  const char* name_;
+  bool packed_;
+  std::unique_ptr<Tree> tree_;
+  std::vector<BValue> scratch_;
+  std::size_t bytes_ = 0;
+};
+
+// ---- A flat vector, scanned ----------------------------------------------------
+
+class VectorPeer : public Peer {
+ public:
+  const char* name() const override { return "flat vector"; }
+  void build(const Dataset& d) override {
+    clear();
+    for (const Item& it : d.items) boxes_.push_back(it.box());
+  }
+  WindowResult window(const WorldBounds& w, std::vector<std::uint32_t>* ids) override {
+    std::size_t hits = 0;
+    for (std::size_t i = 0; i < boxes_.size(); ++i)
+      if (boxes_[i].overlaps(w)) {
+        ++hits;
+        if (ids) ids->push_back(static_cast<std::uint32_t>(i));
+      }
+    return {hits, boxes_.size()};
+  }
+  std::size_t walk() override {
+    std::size_t n = 0;
+    for (const WorldBounds& b : boxes_)
+      n += b.min.x != INT32_MIN || b.min.y != 7;  // touch every record
+    return n;
+  }
+  std::size_t remove_window(const WorldBounds& w) override {
+    std::size_t before = boxes_.size();
+    boxes_.erase(std::remove_if(boxes_.begin(), boxes_.end(),
+                                [&](const WorldBounds& b) { return b.is_inside(w); }),
+                 boxes_.end());
+    return before - boxes_.size();
+  }
+  double bytes_per_item(std::size_t n) const override {
+    return static_cast<double>(boxes_.capacity() * sizeof(WorldBounds)) / static_cast<double>(n);
+  }
+  void clear() override { std::vector<WorldBounds>().swap(boxes_); }
+
+ private:
+  std::vector<WorldBounds> boxes_;
+};
+
+// ---- The floor: bump allocation and one linked list ---------------------------------
+
+class FloorPeer : public Peer {
+  struct Record {
+    Record* next;
+    WorldBounds box;
+  };
+
+ public:
+  const char* name() const override { return "floor (bump + list)"; }
+  void build(const Dataset& d) override {
+    clear();
+    arena_.reset(new char[d.items.size() * sizeof(Record) + 16]);
+    char* bump = arena_.get();
+    Record** tail = &head_;
+    for (const Item& it : d.items) {
+      auto* r = new (bump) Record{nullptr, it.box()};
+      bump += sizeof(Record);
+      *tail = r;
+      tail = &r->next;
+    }
+    n_ = d.items.size();
+  }
+  WindowResult window(const WorldBounds& w, std::vector<std::uint32_t>* ids) override {
+    std::size_t hits = 0, i = 0;
+    for (Record* r = head_; r; r = r->next, ++i)
+      if (r->box.overlaps(w)) {
+        ++hits;
+        if (ids) ids->push_back(static_cast<std::uint32_t>(i));
+      }
+    return {hits, n_};
+  }
+  std::size_t walk() override {
+    std::size_t n = 0;
+    for (Record* r = head_; r; r = r->next) n += r->box.min.x != INT32_MIN || r->box.min.y != 7;
+    return n;
+  }
+  std::size_t remove_window(const WorldBounds& w) override {
+    std::size_t removed = 0;
+    for (Record** p = &head_; *p;)
+      if ((*p)->box.is_inside(w)) {
+        *p = (*p)->next;
+        ++removed;
+      } else {
+        p = &(*p)->next;
+      }
+    return removed;
+  }
+  double bytes_per_item(std::size_t) const override { return sizeof(Record); }
+  void clear() override {
+    arena_.reset();
+    head_ = nullptr;
+  }
+
+ private:
+  std::unique_ptr<char[]> arena_;
+  Record* head_ = nullptr;
+  std::size_t n_ = 0;
+};
+
+// ---------------------------------------------------------------------------
+// The run
+// ---------------------------------------------------------------------------
+
+struct Figures {
+  std::map<std::string, double> value;  // workload -> median
+};
+
+struct Options {
+  bool quick = false;
+  std::vector<std::size_t> sizes{100000, 1000000, 10000000};
+  int reps = 5;
+  std::vector<bool> kinds{false, true};   // segments?
+  std::vector<bool> orders{true, false};  // coherent?
+};
+
+bool parse_list(const char* text, const std::function<bool(const std::string&)>& take) {
+  std::string s(text);
+  std::size_t start = 0;
+  while (start <= s.size()) {
+    std::size_t comma = s.find(',', start);
+    std::string part =
+        s.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+    if (part.empty() || !take(part)) return false;
+    if (comma == std::string::npos) break;
+    start = comma + 1;
+  }
+  return true;
+}
+
+int fail(const std::string& message) {
+  std::fprintf(stderr, "compare: %s\n", message.c_str());
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options opt;
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    auto value = [&]() -> const char* { return i + 1 < argc ? argv[++i] : nullptr; };
+    if (arg == "--quick") {
+      opt.quick = true;
+      opt.sizes = {100000};
+      opt.reps = 3;
+    } else if (arg == "--sizes") {
+      const char* v = value();
+      opt.sizes.clear();
+      if (!v || !parse_list(v, [&](const std::string& p) {
+            char* end = nullptr;
+            double x = std::strtod(p.c_str(), &end);
+            if (*end || x < 1 || x > 1e8) return false;
+            opt.sizes.push_back(static_cast<std::size_t>(x));
+            return true;
+          }))
+        return fail("--sizes takes a list like 1e5,1e6 (each from 1 to 1e8)");
+    } else if (arg == "--reps") {
+      const char* v = value();
+      char* end = nullptr;
+      long r = v ? std::strtol(v, &end, 10) : 0;
+      if (!v || *end || r < 1 || r > 100) return fail("--reps takes a whole number from 1 to 100");
+      opt.reps = static_cast<int>(r);
+    } else if (arg == "--kinds") {
+      const char* v = value();
+      opt.kinds.clear();
+      if (!v || !parse_list(v, [&](const std::string& p) {
+            if (p != "points" && p != "segments") return false;
+            opt.kinds.push_back(p == "segments");
+            return true;
+          }))
+        return fail("--kinds takes points, segments or both");
+    } else if (arg == "--orders") {
+      const char* v = value();
+      opt.orders.clear();
+      if (!v || !parse_list(v, [&](const std::string& p) {
+            if (p != "coherent" && p != "random") return false;
+            opt.orders.push_back(p == "coherent");
+            return true;
+          }))
+        return fail("--orders takes coherent, random or both");
+    } else if (arg == "--help" || arg == "-h") {
+      std::printf(
+          "usage: compare [--quick] [--sizes 1e5,1e6,1e7] [--reps N] [--kinds points,segments] "
+          "[--orders coherent,random]\n");
+      return 0;
+    } else {
+      return fail("unknown argument '" + arg + "' (try --help)");
+    }
+  }
+
+  const std::vector<WorldBounds> wide = make_windows(0.01, 200, 99);
+  const std::vector<WorldBounds> narrow = make_windows(0.000001, 200, 100);
+  bool all_agree = true;
+
+  for (bool segments : opt.kinds)
+    for (bool coherent : opt.orders)
+      for (std::size_t n : opt.sizes) {
+        Dataset d = make_dataset(segments, coherent, n);
+        std::vector<std::unique_ptr<Peer>> peers;
+        peers.push_back(std::make_unique<DisplayListPeer>());
+        peers.push_back(std::make_unique<RtreePeer<bgi::rstar<16>>>("R*-tree rstar<16>", false));
+        peers.push_back(
+            std::make_unique<RtreePeer<bgi::quadratic<16>>>("R-tree quadratic<16>", false));
+        peers.push_back(std::make_unique<RtreePeer<bgi::linear<16>>>("R-tree linear<16>", false));
+        peers.push_back(std::make_unique<RtreePeer<bgi::rstar<16>>>("R-tree packed", true));
+        peers.push_back(std::make_unique<VectorPeer>());
+        peers.push_back(std::make_unique<FloorPeer>());
+
+        std::vector<Figures> figures(peers.size());
+        std::vector<std::vector<std::uint32_t>> expected;  // the display list's hits, quick mode
+        for (std::size_t p = 0; p < peers.size(); ++p) {
+          Peer& peer = *peers[p];
+          std::map<std::string, std::vector<double>> runs;
+          std::size_t wide_hits = 0, wide_handled = 0;
+          for (int rep = 0; rep < opt.reps; ++rep) {
+            long rss0 = rss_kib();
+            runs["build"].push_back(seconds_of([&] { peer.build(d); }) * 1e9 /
+                                    static_cast<double>(n));
+            runs["bytes"].push_back(peer.bytes_per_item(n));
+            runs["rss"].push_back(static_cast<double>(rss_kib() - rss0) * 1024.0 /
+                                  static_cast<double>(n));
+            wide_hits = wide_handled = 0;
+            double t = seconds_of([&] {
+              for (const WorldBounds& w : wide) {
+                WindowResult r = peer.window(w, nullptr);
+                wide_hits += r.hits;
+                wide_handled += r.handled;
+              }
+            });
+            runs["wide"].push_back(t * 1e9 /
+                                   static_cast<double>(std::max<std::size_t>(wide_hits, 1)));
+            std::size_t plain = 0;
+            t = seconds_of([&] {
+              for (const WorldBounds& w : wide) plain += peer.window_unordered(w);
+            });
+            runs["wide_plain"].push_back(t * 1e9 /
+                                         static_cast<double>(std::max<std::size_t>(plain, 1)));
+            t = seconds_of([&] {
+              for (const WorldBounds& w : narrow) peer.window(w, nullptr);
+            });
+            runs["narrow"].push_back(t * 1e9 / static_cast<double>(narrow.size()));
+            std::size_t walked = 0;
+            t = seconds_of([&] { walked = peer.walk(); });
+            runs["walk"].push_back(t * 1e9 / static_cast<double>(std::max<std::size_t>(walked, 1)));
+            std::size_t removed = 0;
+            t = seconds_of([&] { removed = peer.remove_window(wide[0]); });
+            runs["remove"].push_back(t * 1e9 /
+                                     static_cast<double>(std::max<std::size_t>(removed, 1)));
+          }
+          for (auto& [k, v] : runs) figures[p].value[k] = median(v);
+          // Memory a build left resident: the largest growth seen, since later
+          // repetitions reuse what earlier ones freed.
+          figures[p].value["rss"] = *std::max_element(runs["rss"].begin(), runs["rss"].end());
+          figures[p].value["handled_per_hit"] =
+              static_cast<double>(wide_handled) /
+              static_cast<double>(std::max<std::size_t>(wide_hits, 1));
+
+          if (opt.quick) {
+            // The same hits, in painting order, on a fresh build.
+            peer.build(d);
+            if (p == 0) {
+              expected.assign(20, {});
+              for (std::size_t w = 0; w < expected.size(); ++w) peer.window(wide[w], &expected[w]);
+            } else {
+              for (std::size_t w = 0; w < expected.size(); ++w) {
+                std::vector<std::uint32_t> got;
+                peer.window(wide[w], &got);
+                if (got != expected[w]) {
+                  all_agree = false;
+                  std::printf(
+                      "MISMATCH: %s differs from the display list on window %zu (%zu hits, %zu "
+                      "expected)\n",
+                      peer.name(), w, got.size(), expected[w].size());
+                }
+              }
+            }
+          }
+          peer.clear();
+        }
+
+        std::printf("\n### %s\n\n", d.name().c_str());
+        std::printf(
+            "| peer | build ns/item | 1%% window ns/hit (ordered) | 1%% plain ns/hit | 0.0001%% "
+            "window ns/query "
+            "| full walk ns/item | remove 1%% ns/item | bytes/item | RSS bytes/item |\n");
+        std::printf("|---|---|---|---|---|---|---|---|---|\n");
+        const char* keys[] = {"build", "wide",   "wide_plain", "narrow",
+                              "walk",  "remove", "bytes",      "rss"};
+        for (std::size_t p = 0; p < peers.size(); ++p) {
+          std::printf("| %s |", peers[p]->name());
+          for (const char* k : keys) std::printf(" %.1f |", figures[p].value[k]);
+          std::printf("\n");
+        }
+        std::printf(
+            "\nDisplay list / peer (below 1 means the display list is faster or smaller):\n\n");
+        std::printf(
+            "| peer | build | 1%% ordered | 1%% vs plain | 0.0001%% | full walk | remove | bytes "
+            "|\n");
+        std::printf("|---|---|---|---|---|---|---|---|\n");
+        for (std::size_t p = 1; p < peers.size(); ++p) {
+          auto ratio = [&](const char* ours, const char* theirs) {
+            double t = figures[p].value[theirs];
+            return t > 0 ? figures[0].value[ours] / t : 0.0;
+          };
+          std::printf("| %s | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f |\n", peers[p]->name(),
+                      ratio("build", "build"), ratio("wide", "wide"), ratio("wide", "wide_plain"),
+                      ratio("narrow", "narrow"), ratio("walk", "walk"), ratio("remove", "remove"),
+                      ratio("bytes", "bytes"));
+        }
+        std::printf("\nDisplay list: %.2f drawables handed on per true hit in the 1%% windows.\n",
+                    figures[0].value["handled_per_hit"]);
+        std::fflush(stdout);
+      }
+  if (opt.quick)
+    std::printf("\n%s\n",
+                all_agree ? "every peer returned the display list's hits" : "PEERS DISAGREE");
+  return all_agree ? 0 : 1;
+}
