@@ -15,6 +15,7 @@ constexpr int kPickRadius = 3;             // pixels around the pointer
 constexpr int kClickSlop = 3;              // a press and release closer than this is a click
 constexpr ZR_RGB32 kHighlight = 0xff7f00;  // orange
 constexpr int kMaxHandledPerPoll = 64;     // main loop turns per poll, at most
+constexpr double kInputCheckMs = 0.5;      // input is looked at no more often
 
 double ms_since(Clock::time_point t) {
   return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
@@ -286,6 +287,7 @@ bool ViewerWindow::draw_once() {
   handling_ms_ = 0;
   const Clock::time_point start = Clock::now();
   resumed_ = start;
+  checked_ = start;
   bool done;
   if (!list_.rendition.complex_clip())
     done = list_.root->draw_bounded_interrupt(list_, list_.world_bounds, list_.visible_bounds);
@@ -332,13 +334,21 @@ bool ViewerWindow::draw_once() {
 bool ViewerWindow::poll(void* self) {
   auto* w = static_cast<ViewerWindow*>(self);
   const Clock::time_point now = Clock::now();
-  w->running_.longest_stretch_ms =
-      std::max(w->running_.longest_stretch_ms,
-               std::chrono::duration<double, std::milli>(now - w->resumed_).count());
+  const double stretch = std::chrono::duration<double, std::milli>(now - w->resumed_).count();
+  w->running_.longest_stretch_ms = std::max(w->running_.longest_stretch_ms, stretch);
   ++w->running_.callbacks;
-  if (!w->poll_hook || w->poll_hook()) {
-    for (int i = 0; i < kMaxHandledPerPoll && gtk_events_pending(); ++i)
-      gtk_main_iteration_do(FALSE);
+  // The list asks at every twentieth interior group; a group can hold many
+  // primitives, so the callback asks to be called again at the very next one
+  // (the counter is one short of the period). Input is looked at when
+  // kInputCheckMs have passed since it last was, so the cost of the look stays
+  // small next to the draw.
+  w->list_.interrupt_counter = DL::DisplayList::kInterruptPollPeriod - 1;
+  if (std::chrono::duration<double, std::milli>(now - w->checked_).count() >= kInputCheckMs) {
+    w->checked_ = now;
+    if (!w->poll_hook || w->poll_hook()) {
+      for (int i = 0; i < kMaxHandledPerPoll && gtk_events_pending(); ++i)
+        gtk_main_iteration_do(FALSE);
+    }
   }
   w->resumed_ = Clock::now();
   w->handling_ms_ += std::chrono::duration<double, std::milli>(w->resumed_ - now).count();

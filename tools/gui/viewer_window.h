@@ -193,6 +193,7 @@ class ViewerWindow {
   DrawStats running_;
   long long completed_ = 0;
   Clock::time_point resumed_;  // when the draw last got control back
+  Clock::time_point checked_;  // when input was last looked at
   double handling_ms_ = 0;     // time spent handling input inside the draw
 
   // The pick
