@@ -14,8 +14,8 @@
 //   tool navigate|circle|polygon
 //   dump PATH                the picture on screen (with the pick outline) as PNG
 //   status                   prints "status: <the status line>"
-//   view                     prints "view: <centre x> <centre y> <units per pixel>"
-//   close-while-drawing      starts a redraw and closes the window from inside it
+//   view                     prints "view: <centre x> <centre y> <units per pixel> <width>
+//   <height>" close-while-drawing      starts a redraw and closes the window from inside it
 //
 // The window closes after the last command, and dlview exits 0.
 #include <cmath>
@@ -189,7 +189,8 @@ bool run_command(Script& s, const std::vector<std::string>& c) {
     std::printf("status: %s\n", w.status_text().c_str());
     std::fflush(stdout);
   } else if (n == "view") {
-    std::printf("view: %.3f %.3f %.6g\n", w.view().cx, w.view().cy, w.view().upp);
+    std::printf("view: %.6f %.6f %.12g %d %d\n", w.view().cx, w.view().cy, w.view().upp,
+                w.view().width, w.view().height);
     std::fflush(stdout);
   } else if (n == "close-while-drawing") {
     // The close arrives at the first poll of a draw, and is handled there.

@@ -384,7 +384,8 @@ void ViewerWindow::do_pick(int column, int row) {
 void ViewerWindow::render_highlight() {
   if (highlight_) cairo_surface_destroy(highlight_);
   highlight_ = nullptr;
-  if (!picked_) return;
+  // A primitive on a layer turned off is not outlined; it is again once shown.
+  if (!picked_ || !picked_->shown()) return;
   highlight_view_ = view_;
   const int w = view_.width, h = view_.height;
   cairo_surface_t* shape = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, w, h);
