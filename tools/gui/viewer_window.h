@@ -169,7 +169,6 @@ class ViewerWindow {
   Tool tool_ = Tool::navigate;
   std::vector<DL::DoublePoint> clip_world_;  // closed contour in world units; empty: none
   std::vector<DL::DoublePoint> clip_draft_;  // the clip being drawn, world units
-  bool clip_is_circle_ = false;
   DL::DoublePoint circle_center_{0, 0};
   double circle_radius_ = 0;  // world units
 
