@@ -17,8 +17,10 @@
 
 namespace {
 
+// A file of the running test: ctest runs the tests side by side.
 std::string temp(const std::string& name) {
-  return ::testing::TempDir() + "/dlview_gui_" + name;
+  return ::testing::TempDir() + "/dlview_gui_" +
+         ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
 }
 
 bool have_xvfb() {
