@@ -15,6 +15,9 @@
 // the sheet's); the view is widened to the picture's proportions, centred.
 // --layer-off hides a layer by name, in every file.
 //
+// With --gui the drawing is shown in a window instead (tools/gui/gui.h says
+// what it does); --script and --bench drive that window.
+//
 // Bad arguments or input give a one-line message and exit status 2.
 #include <cerrno>
 #include <chrono>
@@ -30,6 +33,9 @@
 #include "drawables/dot.h"
 #include "foundation/rendering.h"
 #include "tools/dxf_loader.h"
+#ifdef DLVIEW_HAVE_GUI
+#include "tools/gui/gui.h"
+#endif
 
 namespace {
 
@@ -72,9 +78,41 @@ bool parse_view(const std::string& text, DL::WorldBounds& view) {
   return true;
 }
 
+// The window, when --gui is given: errors also go to a dialog there.
+struct Gui {
+  bool on = false;
+  bool bench = false;
+  std::string script;
+} gui;
+
 int fail(const std::string& message) {
   std::fprintf(stderr, "dlview: %s\n", message.c_str());
+#ifdef DLVIEW_HAVE_GUI
+  if (gui.on) dlview::show_error_dialog(message, gui.bench || !gui.script.empty());
+#endif
   return 2;
+}
+
+// Hands a built list to the window.
+int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
+                   std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> layers,
+                   long long primitives, int w, int h) {
+#ifdef DLVIEW_HAVE_GUI
+  dlview::GuiDrawing drawing;
+  drawing.list = &list;
+  drawing.extent = extent;
+  for (auto& [name, info] : layers) drawing.layers.push_back({name, info});
+  drawing.primitives = primitives;
+  dlview::GuiOptions options;
+  options.width = w;
+  options.height = h;
+  options.script = gui.script;
+  options.bench = gui.bench;
+  return dlview::run_gui(drawing, options);
+#else
+  (void)list, (void)extent, (void)layers, (void)primitives, (void)w, (void)h;
+  return fail("--gui: this dlview was built without GTK 3");
+#endif
 }
 
 double ms_between(std::chrono::steady_clock::time_point a,
@@ -153,6 +191,7 @@ int run_dots(long long dots, long long show, const std::string& out, int w, int 
           ++added;
         }
   auto built = std::chrono::steady_clock::now();
+  if (gui.on) return show_in_window(list, list.world_bounds, {}, added, w, h);
   list.root->draw_unclipped(list);
   auto drawn = std::chrono::steady_clock::now();
 
@@ -193,6 +232,12 @@ int run_dxf(const std::vector<std::string>& files, const std::vector<std::string
   auto built = std::chrono::steady_clock::now();
   for (const std::string& name : layers_off)
     if (!layers.turn_off(name)) return fail("no layer named '" + name + "' in the drawings");
+  if (gui.on) {
+    long long shown = 0;
+    for (const dlview::MappingReport& r : reports)
+      for (long n : r.shown) shown += n;
+    return show_in_window(list, has_view ? view : sheet, layers.entries(), shown, w, h);
+  }
 
   long long shown_total = 0;
   for (std::size_t i = 0; i < drawings.size(); ++i) {
@@ -237,6 +282,7 @@ int main(int argc, char** argv) {
   bool has_view = false;
   DL::WorldBounds view;
   std::vector<std::string> files, layers_off;
+  for (int i = 1; i < argc; ++i) gui.on = gui.on || std::string(argv[i]) == "--gui";
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     const bool has_value = i + 1 < argc;
@@ -261,22 +307,28 @@ int main(int argc, char** argv) {
       has_view = true;
     } else if (arg == "--layer-off" && has_value) {
       layers_off.push_back(argv[++i]);
+    } else if (arg == "--gui" || arg == "--bench") {
+      (arg == "--gui" ? gui.on : gui.bench) = true;
+    } else if (arg == "--script" && has_value) {
+      gui.script = argv[++i];
     } else if (arg == "--help" || arg == "-h") {
       std::printf(
           "usage: dlview [--dots N] [--show K] [--out PATH] [--size WxH]\n"
           "       dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--layer-off NAME]... "
-          "[--out PATH.{png,pdf,svg}]\n");
+          "[--out PATH.{png,pdf,svg}]\n"
+          "       dlview --gui [FILE.dxf...] [--size WxH] [--script PATH] [--bench]\n");
       return 0;
     } else if (!arg.empty() && arg[0] != '-') {
       files.push_back(arg);
     } else if (arg.rfind("--", 0) == 0 && !has_value &&
                (arg == "--dots" || arg == "--show" || arg == "--out" || arg == "--size" ||
-                arg == "--view" || arg == "--layer-off")) {
+                arg == "--view" || arg == "--layer-off" || arg == "--script")) {
       return fail(arg + " needs a value");
     } else {
       return fail("unknown argument '" + arg + "' (try --help)");
     }
   }
+  if ((gui.bench || !gui.script.empty()) && !gui.on) return fail("--bench and --script need --gui");
   if (files.empty()) {
     if (has_view || !layers_off.empty()) return fail("--view and --layer-off need DXF files");
     return run_dots(dots, show, out, width, height);

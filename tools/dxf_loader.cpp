@@ -585,6 +585,12 @@ bool LayerTable::turn_off(const std::string& name) {
   return true;
 }
 
+std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> LayerTable::entries() const {
+  std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> out;
+  for (const auto& [name, info] : layers_) out.emplace_back(name, info.get());
+  return out;
+}
+
 // ---------------------------------------------------------------------------
 // THE MAPPING from DXF entities to drawables
 // ---------------------------------------------------------------------------

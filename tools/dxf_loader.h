@@ -143,6 +143,8 @@ class LayerTable {
   DL::Extra_Layer_Info* find_or_add(const std::string& name, bool shown);
   // Hides the layer; false when no drawing has it.
   bool turn_off(const std::string& name);
+  // Every layer, by name in capitals (as they are compared), in name order.
+  std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> entries() const;
 
  private:
   std::map<std::string, std::unique_ptr<DL::Extra_Layer_Info>> layers_;

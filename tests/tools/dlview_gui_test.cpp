@@ -1,0 +1,291 @@
+// dlview's window, driven under Xvfb by scripts of injected events: the view
+// follows pans, zooms and Home; a click names the primitive under the pointer
+// and outlines it; a layer turned off is gone from the picture; a circular clip
+// cuts the picture; bad input gives an error on stderr and in a dialog; closing
+// the window in the middle of a draw ends cleanly. Pictures are read back from
+// the PNG files the script dumps. Skipped when xvfb-run is missing.
+#include <cairo.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+// A file of the running test: ctest runs the tests side by side.
+std::string temp(const std::string& name) {
+  return ::testing::TempDir() + "/dlview_gui_" +
+         ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
+}
+
+bool have_xvfb() {
+  return std::system("command -v xvfb-run >/dev/null 2>&1") == 0;
+}
+
+struct Result {
+  int status = -1;
+  std::string out, err;
+};
+
+// Runs dlview --gui under a fresh Xvfb with the script lines and arguments.
+Result run(const std::vector<std::string>& script, const std::string& args) {
+  const std::string script_path = temp("script.txt");
+  {
+    std::ofstream s(script_path);
+    for (const std::string& line : script) s << line << "\n";
+  }
+  const std::string out = temp("out.txt"), err = temp("err.txt");
+  // Under the leak checker, system libraries' lifetime caches are not leaks.
+  const std::string command =
+      "LSAN_OPTIONS=suppressions=" DLVIEW_SUPPRESSIONS
+      ":print_suppressions=0 xvfb-run -a -s '-screen 0 1280x1024x24' " DLVIEW_PATH
+      " --gui --size 600x400 --script " +
+      script_path + " " + args + " >" + out + " 2>" + err;
+  Result r;
+  const int raw = std::system(command.c_str());
+  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  std::stringstream o, e;
+  o << std::ifstream(out).rdbuf();
+  e << std::ifstream(err).rdbuf();
+  r.out = o.str();
+  r.err = e.str();
+  return r;
+}
+
+// A picture read back from PNG, as 0x00RRGGBB per pixel.
+struct Picture {
+  int width = 0, height = 0;
+  std::vector<std::uint32_t> pixels;
+  std::uint32_t at(int x, int y) const {
+    if (x < 0 || y < 0 || x >= width || y >= height) return 0xffffff;
+    return pixels[static_cast<std::size_t>(y) * width + x] & 0xffffff;
+  }
+  int count(std::uint32_t color) const {
+    int n = 0;
+    for (std::uint32_t p : pixels) n += (p & 0xffffff) == color;
+    return n;
+  }
+  // The first pixel of that colour, row by row from the middle row down.
+  bool find(std::uint32_t color, int& x, int& y) const {
+    for (int r = 0; r < height; ++r)
+      for (int c = 0; c < width; ++c) {
+        const int row = (height / 2 + r) % height;
+        if (at(c, row) == color) {
+          x = c;
+          y = row;
+          return true;
+        }
+      }
+    return false;
+  }
+};
+
+Picture load(const std::string& path) {
+  Picture p;
+  cairo_surface_t* s = cairo_image_surface_create_from_png(path.c_str());
+  if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
+    p.width = cairo_image_surface_get_width(s);
+    p.height = cairo_image_surface_get_height(s);
+    const int stride = cairo_image_surface_get_stride(s);
+    const unsigned char* data = cairo_image_surface_get_data(s);
+    for (int y = 0; y < p.height; ++y)
+      for (int x = 0; x < p.width; ++x)
+        p.pixels.push_back(reinterpret_cast<const std::uint32_t*>(data + y * stride)[x]);
+  }
+  cairo_surface_destroy(s);
+  return p;
+}
+
+// A drawing of two layers of points: RED (ACI 1) a grid of 12 x 12 on the
+// left, BLUE (ACI 5) the same on the right, 10 units apart.
+std::string write_drawing() {
+  std::ostringstream d;
+  auto pair = [&](int code, const std::string& value) { d << code << "\n" << value << "\n"; };
+  pair(0, "SECTION");
+  pair(2, "ENTITIES");
+  for (int layer = 0; layer < 2; ++layer)
+    for (int i = 0; i < 12; ++i)
+      for (int j = 0; j < 12; ++j) {
+        pair(0, "POINT");
+        pair(8, layer == 0 ? "RED" : "BLUE");
+        pair(62, layer == 0 ? "1" : "5");
+        pair(10, std::to_string(layer * 150 + i * 10));
+        pair(20, std::to_string(j * 10));
+        pair(30, "0");
+      }
+  pair(0, "ENDSEC");
+  pair(0, "EOF");
+  const std::string path = temp("points.dxf");
+  std::ofstream(path) << d.str();
+  return path;
+}
+
+constexpr std::uint32_t kRed = 0xff0000, kBlue = 0x0000ff, kOrange = 0xff7f00;
+
+// "view: cx cy upp width height" lines in order.
+std::vector<std::vector<double>> views(const std::string& out) {
+  std::vector<std::vector<double>> v;
+  std::istringstream in(out);
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("view: ", 0) == 0) {
+      std::istringstream w(line.substr(6));
+      double cx, cy, upp, width, height;
+      w >> cx >> cy >> upp >> width >> height;
+      v.push_back({cx, cy, upp, width, height});
+    }
+  return v;
+}
+
+TEST(DlviewGui, PanZoomAndHomeMoveThePicture) {
+  if (!have_xvfb()) GTEST_SKIP() << "xvfb-run is missing: the window is not tested";
+  const std::string drawing = write_drawing();
+  const Result r =
+      run({"dump " + temp("a.png"), "view", "drag 200 150 260 180", "dump " + temp("b.png"), "view",
+           "scroll 300 200 up 2", "view", "dump " + temp("c.png"), "key Home", "view",
+           "dump " + temp("d.png"), "key Right", "view", "key minus", "view"},
+          drawing);
+  ASSERT_EQ(r.status, 0) << r.err;
+  const Picture a = load(temp("a.png")), b = load(temp("b.png")), c = load(temp("c.png")),
+                d = load(temp("d.png"));
+  ASSERT_GT(a.width, 0);
+  ASSERT_EQ(a.count(kRed), 144) << "each point is one red pixel";
+  EXPECT_EQ(a.count(kBlue), 144);
+
+  // The pan moved every point by the pointer's move: (60, 30) pixels.
+  int moved = 0, total = 0;
+  for (int y = 0; y < a.height; ++y)
+    for (int x = 0; x < a.width; ++x)
+      if (a.at(x, y) == kRed) {
+        ++total;
+        moved += b.at(x + 60, y + 30) == kRed;
+      }
+  EXPECT_EQ(moved, total);
+
+  const auto v = views(r.out);
+  ASSERT_EQ(v.size(), 6u);
+  EXPECT_NEAR(v[1][0], v[0][0] - 60 * v[0][2], 1e-6 * std::fabs(v[0][0]) + 1e-3);
+  EXPECT_NEAR(v[1][1], v[0][1] + 30 * v[0][2], 1e-6 * std::fabs(v[0][1]) + 1e-3);
+  // Two wheel clicks zoom in by 1.25 each; the picture spreads out.
+  EXPECT_NEAR(v[2][2], v[1][2] / (1.25 * 1.25), v[1][2] * 1e-9);
+  // The world point under the pointer stays under it.
+  const double mid_c = (v[1][3] - 1) / 2, mid_r = (v[1][4] - 1) / 2;
+  EXPECT_NEAR(v[1][0] + (300 - mid_c) * v[1][2], v[2][0] + (300 - mid_c) * v[2][2], 1e-3);
+  EXPECT_NEAR(v[1][1] - (200 - mid_r) * v[1][2], v[2][1] - (200 - mid_r) * v[2][2], 1e-3);
+  // Points spread apart by the zoom: the gap between neighbours in a row.
+  auto gap = [](const Picture& p) {
+    int x0 = 0, y0 = 0;
+    if (!p.find(kRed, x0, y0) && !p.find(kBlue, x0, y0)) return 0;
+    int next = x0 + 1;
+    while (next < p.width && p.at(next, y0) != p.at(x0, y0)) ++next;
+    return next < p.width ? next - x0 : 0;
+  };
+  ASSERT_GT(gap(a), 0);
+  EXPECT_NEAR(gap(c), gap(a) * 1.5625, 1.5);
+  // Home gives back the first picture, pixel for pixel.
+  EXPECT_EQ(v[3], v[0]);
+  EXPECT_EQ(d.pixels, a.pixels);
+  // An arrow pans a tenth of the view; minus zooms out about the centre.
+  EXPECT_GT(v[4][0], v[3][0]);
+  EXPECT_EQ(v[4][1], v[3][1]);
+  EXPECT_NEAR(v[5][2], v[4][2] * 1.25, v[4][2] * 1e-9);
+  EXPECT_EQ(v[5][0], v[4][0]);
+}
+
+TEST(DlviewGui, ClickNamesThePrimitiveAndLayersTurnOff) {
+  if (!have_xvfb()) GTEST_SKIP() << "xvfb-run is missing: the window is not tested";
+  const std::string drawing = write_drawing();
+  Result first = run({"dump " + temp("p0.png")}, drawing);
+  ASSERT_EQ(first.status, 0) << first.err;
+  int x = 0, y = 0;
+  ASSERT_TRUE(load(temp("p0.png")).find(kRed, x, y));
+  const std::string at = std::to_string(x) + " " + std::to_string(y);
+  // A click one pixel off still picks it (the pick looks 3 pixels around).
+  const std::string near = std::to_string(x + 1) + " " + std::to_string(y - 1);
+
+  const Result r = run(
+      {"status", "click " + near, "status", "dump " + temp("p1.png"), "layer RED off",
+       "dump " + temp("p2.png"), "click " + at, "status", "layer RED on", "dump " + temp("p3.png")},
+      drawing);
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::vector<std::string> status;
+  std::istringstream in(r.out);
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("status: ", 0) == 0) status.push_back(line);
+  ASSERT_EQ(status.size(), 3u) << r.out;
+  EXPECT_NE(status[0].find("primitives 288"), std::string::npos) << status[0];
+  EXPECT_NE(status[0].find("complete"), std::string::npos) << status[0];
+  EXPECT_EQ(status[0].find("picked"), std::string::npos) << status[0];
+  EXPECT_NE(status[1].find("picked Dot bounds"), std::string::npos) << status[1];
+  EXPECT_NE(status[1].find("layer RED vertices 1"), std::string::npos) << status[1];
+  // With RED off nothing is left under that pixel.
+  EXPECT_NE(status[2].find("nothing picked"), std::string::npos) << status[2];
+
+  const Picture p1 = load(temp("p1.png")), p2 = load(temp("p2.png")), p3 = load(temp("p3.png"));
+  // The pick is outlined in orange around the point.
+  int halo = 0;
+  for (int dy = -3; dy <= 3; ++dy)
+    for (int dx = -3; dx <= 3; ++dx) halo += p1.at(x + dx, y + dy) == kOrange;
+  EXPECT_GE(halo, 8);
+  // The layer turned off is gone; the other is untouched; back on, it returns.
+  EXPECT_EQ(p2.count(kRed), 0);
+  EXPECT_EQ(p2.count(kBlue), 144);
+  EXPECT_EQ(p3.count(kRed), 144);
+}
+
+TEST(DlviewGui, CircularClipCutsThePicture) {
+  if (!have_xvfb()) GTEST_SKIP() << "xvfb-run is missing: the window is not tested";
+  const std::string drawing = write_drawing();
+  Result first = run({"dump " + temp("c0.png")}, drawing);
+  ASSERT_EQ(first.status, 0) << first.err;
+  int x = 0, y = 0;
+  ASSERT_TRUE(load(temp("c0.png")).find(kBlue, x, y));
+  // A circle of 40 pixels about a blue point.
+  const Result r = run({"tool circle",
+                        "drag " + std::to_string(x) + " " + std::to_string(y) + " " +
+                            std::to_string(x + 40) + " " + std::to_string(y),
+                        "dump " + temp("c1.png"), "status"},
+                       drawing);
+  ASSERT_EQ(r.status, 0) << r.err;
+  const Picture c1 = load(temp("c1.png"));
+  EXPECT_EQ(c1.count(kRed), 0);
+  int inside = 0, outside = 0;
+  for (int row = 0; row < c1.height; ++row)
+    for (int col = 0; col < c1.width; ++col)
+      if (c1.at(col, row) == kBlue) {
+        const double dist = std::hypot(col - x, row - y);
+        if (dist < 38) ++inside;
+        if (dist > 42) ++outside;
+      }
+  EXPECT_GT(inside, 4);
+  EXPECT_EQ(outside, 0);
+}
+
+TEST(DlviewGui, BadInputIsReportedAndClosingMidDrawEndsCleanly) {
+  if (!have_xvfb()) GTEST_SKIP() << "xvfb-run is missing: the window is not tested";
+  Result missing = run({"status"}, temp("no_such_file.dxf"));
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_NE(missing.err.find("dlview: "), std::string::npos);
+  EXPECT_NE(missing.out.find("dialog: "), std::string::npos) << missing.out;
+
+  Result bad_script = run({"wiggle 1 2"}, "--dots 100");
+  EXPECT_EQ(bad_script.status, 2);
+  EXPECT_NE(bad_script.err.find("unknown command 'wiggle'"), std::string::npos) << bad_script.err;
+  EXPECT_NE(bad_script.out.find("dialog: "), std::string::npos);
+
+  Result bad_layer = run({"layer NOPE off"}, "--dots 100");
+  EXPECT_EQ(bad_layer.status, 2);
+
+  // Enough dots that the draw polls; the close is handled inside the draw.
+  Result closing = run({"close-while-drawing", "status"}, "--dots 200000");
+  EXPECT_EQ(closing.status, 0) << closing.err;
+  EXPECT_NE(closing.out.find("closing while drawing"), std::string::npos);
+  EXPECT_EQ(closing.out.find("status: "), std::string::npos) << "the script ends with the window";
+  EXPECT_EQ(closing.err, "");
+}
+
+}  // namespace

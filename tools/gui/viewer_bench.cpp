@@ -1,0 +1,137 @@
+// The benchmark mode of the window: how fast it answers input.
+//
+// On whatever drawing dlview was given, with the window at its size:
+//
+// 1. Overview redraws: five draws of the whole drawing, none interrupted. For
+//    each, the longest stretch during which the draw kept control, from its
+//    start to the first poll that ran the callback, between two such polls, or
+//    from the last to its end: the longest the user can wait before input is
+//    even looked at. Guards the polling of the interruptible traversals.
+// 2. Input to updated picture: ten times, an overview draw is started and, at
+//    its first callback, a wheel event that zooms about a point by ten each
+//    way (a view of 1% of the drawing's area) is put into GTK's queue. The
+//    event is left waiting for one stretch, as one that arrives just after a
+//    poll would be; then the draw is stopped, the event handled, the zoomed
+//    view drawn. The time from the event's arrival in the queue to the end of
+//    the zoomed draw is the figure. Guards pruning of the bounded traversal
+//    and the cost of stopping.
+//
+// Figures are printed as medians and maxima; nothing is asserted.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "tools/gui/driver.h"
+
+namespace dlview {
+
+namespace {
+
+constexpr int kOverviewRuns = 5;
+constexpr int kLatencyRuns = 10;
+
+double median(std::vector<double> v) {
+  if (v.empty()) return 0;
+  std::sort(v.begin(), v.end());
+  const std::size_t n = v.size();
+  return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
+}
+
+double most(const std::vector<double>& v) {
+  return v.empty() ? 0 : *std::max_element(v.begin(), v.end());
+}
+
+struct Bench {
+  ViewerWindow* w;
+  long long primitives;
+  enum class Phase { first, overview, latency } phase = Phase::first;
+  std::vector<double> overview_ms, stretch_ms, latency_ms, zoomed_ms;
+  bool armed = false;     // inject at the next callback
+  bool injected = false;  // an event is on its way
+  long long generation_at_injection = 0;
+  Clock::time_point t0;
+
+  void inject() {
+    // Points spread over the middle of the area, the same each run.
+    const int i = static_cast<int>(latency_ms.size());
+    const double column = w->view().width * (0.3 + 0.4 * (i % 3) / 2.0);
+    const double row = w->view().height * (0.3 + 0.4 * ((i / 3) % 3) / 2.0);
+    inject_scroll(*w, column, row, std::log(10.0) / std::log(1.25));
+    generation_at_injection = w->generation();
+    t0 = Clock::now();
+    injected = true;
+    armed = false;
+  }
+
+  void finished() {
+    const DrawStats& d = w->last_draw();
+    switch (phase) {
+      case Phase::first:
+        phase = Phase::overview;
+        w->redraw();
+        return;
+      case Phase::overview:
+        overview_ms.push_back(d.ms);
+        stretch_ms.push_back(d.longest_stretch_ms);
+        if (static_cast<int>(overview_ms.size()) < kOverviewRuns) {
+          w->redraw();
+          return;
+        }
+        phase = Phase::latency;
+        armed = true;
+        w->home();
+        return;
+      case Phase::latency:
+        if (!injected) {
+          // The overview ran without a callback (a small drawing): the event
+          // comes now, with nothing to stop.
+          inject();
+          return;
+        }
+        if (w->drawn_generation() <= generation_at_injection) return;  // not handled yet
+        latency_ms.push_back(std::chrono::duration<double, std::milli>(Clock::now() - t0).count());
+        zoomed_ms.push_back(d.ms);
+        injected = false;
+        if (static_cast<int>(latency_ms.size()) < kLatencyRuns) {
+          armed = true;
+          w->home();
+          return;
+        }
+        report();
+        w->close();
+        return;
+    }
+  }
+
+  void report() const {
+    std::printf("dlview bench: %lld primitives, area %dx%d\n", primitives, w->view().width,
+                w->view().height);
+    std::printf(
+        "  overview redraw: median %.1f ms over %d draws; longest stretch between interrupt "
+        "polls: %.2f ms (median of the draws' longest %.2f ms)\n",
+        median(overview_ms), kOverviewRuns, most(stretch_ms), median(stretch_ms));
+    std::printf(
+        "  input to updated picture, view of 1%% of the drawing: median %.2f ms, longest %.2f ms "
+        "over %d events (the zoomed draw alone: median %.2f ms)\n",
+        median(latency_ms), most(latency_ms), kLatencyRuns, median(zoomed_ms));
+    std::fflush(stdout);
+  }
+};
+
+}  // namespace
+
+void start_bench(ViewerWindow& w, long long primitives) {
+  auto bench = std::make_shared<Bench>();
+  bench->w = &w;
+  bench->primitives = primitives;
+  w.on_finished = [bench] { bench->finished(); };
+  w.poll_hook = [bench] {
+    if (!bench->armed) return true;
+    bench->inject();
+    return false;  // the event waits for the next poll
+  };
+}
+
+}  // namespace dlview

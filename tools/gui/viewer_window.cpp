@@ -1,0 +1,785 @@
+// The viewer's window: widgets, handlers, and the interruptible redraw.
+#include "tools/gui/viewer_window.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace dlview {
+
+namespace {
+
+constexpr double kZoomStep = 1.25;  // per wheel click and per key press
+constexpr double kMinUnitsPerPixel = 1.0 / 16;
+constexpr int kPickRadius = 3;             // pixels around the pointer
+constexpr int kClickSlop = 3;              // a press and release closer than this is a click
+constexpr ZR_RGB32 kHighlight = 0xff7f00;  // orange
+constexpr int kMaxHandledPerPoll = 64;     // main loop turns per poll, at most
+constexpr double kInputCheckMs = 0.5;      // input is looked at no more often
+
+double ms_since(Clock::time_point t) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
+}
+
+void set_source(cairo_t* cr, ZR_RGB32 c, double alpha = 1) {
+  cairo_set_source_rgba(cr, ((c >> 16) & 255) / 255.0, ((c >> 8) & 255) / 255.0, (c & 255) / 255.0,
+                        alpha);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// View arithmetic
+// ---------------------------------------------------------------------------
+
+DL::WorldBounds View::world() const {
+  const double hw = upp * (width - 1) / 2, hh = upp * (height - 1) / 2;
+  auto c = [](double v) { return DL::round_to_int32_saturated(v); };
+  return {{c(cx - hw), c(cy - hh)}, {c(cx + hw), c(cy + hh)}};
+}
+
+void View::to_world(double column, double row, double& x, double& y) const {
+  x = cx + (column - (width - 1) / 2.0) * upp;
+  y = cy - (row - (height - 1) / 2.0) * upp;  // world y grows upward
+}
+
+void View::to_pixel(double x, double y, double& column, double& row) const {
+  column = (x - cx) / upp + (width - 1) / 2.0;
+  row = (height - 1) / 2.0 - (y - cy) / upp;
+}
+
+// ---------------------------------------------------------------------------
+// Building and running
+// ---------------------------------------------------------------------------
+
+ViewerWindow::ViewerWindow(GuiDrawing& drawing, const GuiOptions& options)
+    : drawing_(drawing), list_(*drawing.list), options_(options) {
+  view_.width = options.width;
+  view_.height = options.height;
+  for (const GuiLayer& layer : drawing_.layers)
+    layer_wanted_.push_back(layer.info && layer.info->shown ? 1 : 0);
+  list_.saturate_device_points = true;  // far points of a zoomed view must not wrap
+  fit_whole();
+  build_widgets();
+}
+
+ViewerWindow::~ViewerWindow() {
+  if (idle_id_) g_source_remove(idle_id_);
+  if (window_) gtk_widget_destroy(window_);
+  list_.set_renderer(nullptr);
+  list_.rendition.set_complex_clip(nullptr, false);
+  list_.interrupt_callback = nullptr;
+  if (counter_) release(counter_);
+  if (back_renderer_) release(back_renderer_);
+  if (back_) cairo_surface_destroy(back_);
+  if (front_) cairo_surface_destroy(front_);
+  if (highlight_) cairo_surface_destroy(highlight_);
+}
+
+void ViewerWindow::fit_whole() {
+  DL::WorldBounds e = drawing_.extent;
+  if (!e.is_valid() || e.min.x > e.max.x) e = {{0, 0}, {1000, 1000}};
+  view_.cx = (double(e.min.x) + e.max.x) / 2;
+  view_.cy = (double(e.min.y) + e.max.y) / 2;
+  const double w = std::max(1.0, double(e.max.x) - e.min.x);
+  const double h = std::max(1.0, double(e.max.y) - e.min.y);
+  // A margin of 2% so that the outermost primitives are not on the frame.
+  view_.upp = 1.04 * std::max(w / std::max(1, view_.width - 1), h / std::max(1, view_.height - 1));
+  view_.upp = std::max(view_.upp, kMinUnitsPerPixel);
+}
+
+void ViewerWindow::build_widgets() {
+  window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  gtk_window_set_title(GTK_WINDOW(window_), drawing_.title.c_str());
+  g_signal_connect(window_, "delete-event", G_CALLBACK(on_delete), this);
+  g_signal_connect(window_, "key-press-event", G_CALLBACK(on_key), this);
+
+  GtkWidget* vbox = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+  gtk_container_add(GTK_CONTAINER(window_), vbox);
+
+  // Tool bar: the three tools, clearing the clip, the whole drawing.
+  GtkWidget* bar = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 4);
+  gtk_container_set_border_width(GTK_CONTAINER(bar), 2);
+  const char* labels[3] = {"Navigate", "Circle clip", "Polygon clip"};
+  for (int i = 0; i < 3; ++i) {
+    tool_buttons_[i] = gtk_toggle_button_new_with_label(labels[i]);
+    gtk_widget_set_can_focus(tool_buttons_[i], FALSE);
+    gtk_box_pack_start(GTK_BOX(bar), tool_buttons_[i], FALSE, FALSE, 0);
+  }
+  gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(tool_buttons_[0]), TRUE);
+  for (GtkWidget* b : tool_buttons_)
+    g_signal_connect(b, "toggled", G_CALLBACK(on_tool_toggled), this);
+  GtkWidget* clear = gtk_button_new_with_label("No clip");
+  gtk_widget_set_can_focus(clear, FALSE);
+  g_signal_connect(clear, "clicked", G_CALLBACK(on_clear_clip), this);
+  gtk_box_pack_start(GTK_BOX(bar), clear, FALSE, FALSE, 0);
+  GtkWidget* whole = gtk_button_new_with_label("Whole drawing");
+  gtk_widget_set_can_focus(whole, FALSE);
+  g_signal_connect(whole, "clicked", G_CALLBACK(on_home), this);
+  gtk_box_pack_start(GTK_BOX(bar), whole, FALSE, FALSE, 0);
+  gtk_box_pack_start(GTK_BOX(vbox), bar, FALSE, FALSE, 0);
+
+  GtkWidget* hbox = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+  gtk_box_pack_start(GTK_BOX(vbox), hbox, TRUE, TRUE, 0);
+
+  area_ = gtk_drawing_area_new();
+  gtk_widget_set_size_request(area_, 64, 48);
+  gtk_widget_add_events(area_, GDK_BUTTON_PRESS_MASK | GDK_BUTTON_RELEASE_MASK |
+                                   GDK_POINTER_MOTION_MASK | GDK_SCROLL_MASK |
+                                   GDK_SMOOTH_SCROLL_MASK);
+  g_signal_connect(area_, "draw", G_CALLBACK(on_draw), this);
+  g_signal_connect(area_, "size-allocate", G_CALLBACK(on_size), this);
+  g_signal_connect(area_, "button-press-event", G_CALLBACK(on_press), this);
+  g_signal_connect(area_, "motion-notify-event", G_CALLBACK(on_motion), this);
+  g_signal_connect(area_, "button-release-event", G_CALLBACK(on_release), this);
+  g_signal_connect(area_, "scroll-event", G_CALLBACK(on_scroll), this);
+  gtk_box_pack_start(GTK_BOX(hbox), area_, TRUE, TRUE, 0);
+
+  int panel_width = 0;
+  if (!drawing_.layers.empty()) {
+    GtkWidget* scroll = gtk_scrolled_window_new(nullptr, nullptr);
+    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroll), GTK_POLICY_NEVER,
+                                   GTK_POLICY_AUTOMATIC);
+    GtkWidget* list = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    GtkWidget* title = gtk_label_new("Layers");
+    gtk_box_pack_start(GTK_BOX(list), title, FALSE, FALSE, 2);
+    for (std::size_t i = 0; i < drawing_.layers.size(); ++i) {
+      GtkWidget* b = gtk_check_button_new_with_label(drawing_.layers[i].name.c_str());
+      gtk_widget_set_can_focus(b, FALSE);
+      gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(b), layer_wanted_[i] != 0);
+      g_object_set_data(G_OBJECT(b), "layer", GSIZE_TO_POINTER(i));
+      g_signal_connect(b, "toggled", G_CALLBACK(on_layer_toggled), this);
+      gtk_box_pack_start(GTK_BOX(list), b, FALSE, FALSE, 0);
+      layer_buttons_.push_back(b);
+    }
+    gtk_container_add(GTK_CONTAINER(scroll), list);
+    panel_width = 160;
+    gtk_widget_set_size_request(scroll, panel_width, -1);
+    gtk_box_pack_start(GTK_BOX(hbox), scroll, FALSE, FALSE, 0);
+  }
+
+  status_label_ = gtk_label_new("");
+  gtk_label_set_xalign(GTK_LABEL(status_label_), 0);
+  gtk_label_set_ellipsize(GTK_LABEL(status_label_), PANGO_ELLIPSIZE_END);
+  gtk_label_set_selectable(GTK_LABEL(status_label_), FALSE);
+  gtk_box_pack_start(GTK_BOX(vbox), status_label_, FALSE, FALSE, 2);
+
+  // The area gets the size asked for, in a window without decorations to fit.
+  gtk_window_set_default_size(GTK_WINDOW(window_), options_.width + panel_width,
+                              options_.height + 60);
+  update_status();
+}
+
+void ViewerWindow::run() {
+  gtk_widget_show_all(window_);
+  changed();
+  gtk_main();
+}
+
+void ViewerWindow::close() {
+  GdkEvent* e = gdk_event_new(GDK_DELETE);
+  e->any.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(window_)));
+  e->any.send_event = TRUE;
+  gdk_event_put(e);
+  gdk_event_free(e);
+}
+
+// ---------------------------------------------------------------------------
+// Requests
+// ---------------------------------------------------------------------------
+
+void ViewerWindow::changed() {
+  ++generation_;
+  schedule();
+  gtk_widget_queue_draw(area_);
+}
+
+void ViewerWindow::schedule() {
+  if (!idle_id_ && !closing_) idle_id_ = g_idle_add(&ViewerWindow::on_idle, this);
+}
+
+gboolean ViewerWindow::on_idle(gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  if (w->work()) return G_SOURCE_CONTINUE;
+  w->idle_id_ = 0;
+  return G_SOURCE_REMOVE;
+}
+
+// One turn of the idle job; true when more is to be done.
+bool ViewerWindow::work() {
+  if (closing_) return false;
+  for (std::size_t i = 0; i < layer_wanted_.size(); ++i)
+    if (drawing_.layers[i].info) drawing_.layers[i].info->shown = layer_wanted_[i];
+  if (pick_wanted_) {
+    pick_wanted_ = false;
+    do_pick(pick_column_, pick_row_);
+  }
+  if (drawn_generation_ == generation_) return false;
+  draw_once();
+  return !closing_ && (drawn_generation_ != generation_ || pick_wanted_);
+}
+
+// ---------------------------------------------------------------------------
+// Drawing
+// ---------------------------------------------------------------------------
+
+void ViewerWindow::ensure_back() {
+  if (back_ && cairo_image_surface_get_width(back_) == view_.width &&
+      cairo_image_surface_get_height(back_) == view_.height)
+    return;
+  if (counter_) release(counter_);
+  if (back_renderer_) release(back_renderer_);
+  if (back_) cairo_surface_destroy(back_);
+  back_ = cairo_image_surface_create(CAIRO_FORMAT_RGB24, view_.width, view_.height);
+  cairo_t* cr = cairo_create(back_);
+  back_renderer_ = new DL::CairoRenderer(cr, view_.height);
+  cairo_destroy(cr);
+  add_ref(back_renderer_);
+  back_renderer_->set_complex_clip_supported(true);
+  counter_ = new CountingTap(back_renderer_);
+  add_ref(counter_);
+}
+
+void ViewerWindow::apply_clip() {
+  if (clip_world_.empty()) {
+    list_.rendition.set_complex_clip(nullptr, false);
+    return;
+  }
+  // Screen units, y up, as the list's screen transform gives them.
+  std::vector<ZR_Point> contour;
+  contour.reserve(clip_world_.size());
+  for (const DL::DoublePoint& p : clip_world_) {
+    double column, row;
+    view_.to_pixel(p.x, p.y, column, row);
+    contour.push_back({static_cast<float>(column), static_cast<float>(view_.height - 1 - row), 0});
+  }
+  ZR_Contour_Set set = ZR_Contour_Set::make({contour});
+  list_.rendition.set_complex_clip(&set, false);
+}
+
+// Draws the wanted view into the back surface; true when the draw ran to its
+// end, and then the back surface becomes the picture on screen.
+bool ViewerWindow::draw_once() {
+  ensure_back();
+  draw_generation_ = generation_;
+  const View drawn_view = view_;
+  cairo_t* cr = back_renderer_->context();
+  cairo_save(cr);
+  cairo_identity_matrix(cr);
+  cairo_reset_clip(cr);
+  cairo_set_source_rgb(cr, 1, 1, 1);
+  cairo_paint(cr);
+  cairo_restore(cr);
+  back_renderer_->forget_clip();
+
+  list_.set_renderer(counter_);
+  list_.complex_clip_supported = false;  // prune by the clip too; see the header
+  list_.set_screen_bounds({{0, 0}, {view_.width - 1, view_.height - 1}});
+  list_.set_world_bounds(view_.world());
+  apply_clip();
+  list_.interrupt_callback = &ViewerWindow::poll;
+  list_.interrupt_user_data = this;
+
+  running_ = DrawStats{};
+  counter_->calls = 0;
+  const int counter_before = list_.interrupt_counter;
+  in_draw_ = true;
+  handling_ms_ = 0;
+  const Clock::time_point start = Clock::now();
+  resumed_ = start;
+  checked_ = start;
+  bool done;
+  if (!list_.rendition.complex_clip())
+    done = list_.root->draw_bounded_interrupt(list_, list_.world_bounds, list_.visible_bounds);
+  else if (list_.circular_complex_clip())
+    done =
+        list_.root->draw_circled_bounded_interrupt(list_, list_.world_bounds, list_.visible_bounds);
+  else
+    done =
+        list_.root->draw_complex_bounded_interrupt(list_, list_.world_bounds, list_.visible_bounds);
+  running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, ms_since(resumed_));
+  in_draw_ = false;
+  running_.ms = ms_since(start) - handling_ms_;
+  const int k = running_.callbacks;
+  const int c0 = counter_before, c1 = list_.interrupt_counter;
+  running_.groups = k == 0 ? c1 - c0
+                           : (DL::DisplayList::kInterruptPollPeriod - c0) +
+                                 (k - 1LL) * DL::DisplayList::kInterruptPollPeriod + c1;
+  running_.drawn = counter_->calls;
+  running_.interrupted = !done;
+  last_ = running_;
+  if (done) {
+    cairo_surface_flush(back_);
+    std::swap(back_, front_);
+    // The renderer paints on the old back surface: make a new one next time.
+    release(counter_);
+    release(back_renderer_);
+    counter_ = nullptr;
+    back_renderer_ = nullptr;
+    if (back_) cairo_surface_destroy(back_);
+    back_ = nullptr;
+    front_view_ = drawn_view;
+    drawn_generation_ = draw_generation_;
+    ++completed_;
+    if (picked_) render_highlight();
+  }
+  update_status();
+  if (done && on_finished) on_finished();
+  if (!closing_) gtk_widget_queue_draw(area_);
+  return done;
+}
+
+// The interrupt callback: handles what input is waiting, then says whether the
+// draw may go on.
+bool ViewerWindow::poll(void* self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  const Clock::time_point now = Clock::now();
+  const double stretch = std::chrono::duration<double, std::milli>(now - w->resumed_).count();
+  w->running_.longest_stretch_ms = std::max(w->running_.longest_stretch_ms, stretch);
+  ++w->running_.callbacks;
+  // The list asks at every twentieth interior group; a group can hold many
+  // primitives, so the callback asks to be called again at the very next one
+  // (the counter is one short of the period). Input is looked at when
+  // kInputCheckMs have passed since it last was, so the cost of the look stays
+  // small next to the draw.
+  w->list_.interrupt_counter = DL::DisplayList::kInterruptPollPeriod - 1;
+  if (std::chrono::duration<double, std::milli>(now - w->checked_).count() >= kInputCheckMs) {
+    w->checked_ = now;
+    if (!w->poll_hook || w->poll_hook()) {
+      for (int i = 0; i < kMaxHandledPerPoll && gtk_events_pending(); ++i)
+        gtk_main_iteration_do(FALSE);
+    }
+  }
+  w->resumed_ = Clock::now();
+  w->handling_ms_ += std::chrono::duration<double, std::milli>(w->resumed_ - now).count();
+  return !w->closing_ && !w->pick_wanted_ && w->generation_ == w->draw_generation_;
+}
+
+void ViewerWindow::do_pick(int column, int row) {
+  if (column < 0 || row < 0 || column >= view_.width || row >= view_.height) return;
+  // The pick works in the view on screen now.
+  list_.set_screen_bounds({{0, 0}, {view_.width - 1, view_.height - 1}});
+  list_.set_world_bounds(view_.world());
+  apply_clip();
+  auto* tap = new PickTap(column, row, view_.height, kPickRadius);
+  add_ref(tap);
+  const Pick pick = tap->run(list_);
+  release(tap);
+  picked_ = pick.drawable;
+  if (!picked_) {
+    picked_text_ = "nothing picked";
+  } else {
+    std::string layer;
+    for (const GuiLayer& l : drawing_.layers)
+      if (l.info == picked_->layer()) layer = l.name;
+    picked_text_ = "picked " + describe_drawable(*picked_, layer, pick.vertices);
+  }
+  render_highlight();
+  update_status();
+  gtk_widget_queue_draw(area_);
+}
+
+// Paints the picked primitive, with a halo in the highlight colour, into a
+// transparent picture of the view on screen.
+void ViewerWindow::render_highlight() {
+  if (highlight_) cairo_surface_destroy(highlight_);
+  highlight_ = nullptr;
+  // A primitive on a layer turned off is not outlined; it is again once shown.
+  if (!picked_ || !picked_->shown()) return;
+  highlight_view_ = view_;
+  const int w = view_.width, h = view_.height;
+  cairo_surface_t* shape = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, w, h);
+  cairo_t* cr = cairo_create(shape);
+  auto* renderer = new DL::CairoRenderer(cr, h);
+  add_ref(renderer);
+  renderer->set_complex_clip_supported(true);
+  ZR_Renderer* previous = list_.renderer;
+  if (previous) add_ref(previous);
+  list_.set_renderer(renderer);
+  list_.set_screen_bounds({{0, 0}, {w - 1, h - 1}});
+  list_.set_world_bounds(view_.world());
+  apply_clip();
+  picked_->draw_clipped(list_);
+  list_.set_renderer(previous);
+  if (previous) release(previous);
+  release(renderer);
+  cairo_destroy(cr);
+  cairo_surface_flush(shape);
+
+  highlight_ = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, w, h);
+  cr = cairo_create(highlight_);
+  set_source(cr, kHighlight);
+  for (int dy = -2; dy <= 2; ++dy)
+    for (int dx = -2; dx <= 2; ++dx)
+      if (dx * dx + dy * dy <= 5 && (dx || dy)) cairo_mask_surface(cr, shape, dx, dy);
+  cairo_set_source_surface(cr, shape, 0, 0);
+  cairo_paint(cr);
+  // The bounds, framed three pixels out.
+  const DL::WorldBounds b = picked_->bounds_of();
+  double c0, r0, c1, r1;
+  view_.to_pixel(b.min.x, b.min.y, c0, r0);
+  view_.to_pixel(b.max.x, b.max.y, c1, r1);
+  const double dash[2] = {4, 3};
+  cairo_set_dash(cr, dash, 2, 0);
+  cairo_set_line_width(cr, 1);
+  set_source(cr, kHighlight);
+  cairo_rectangle(cr, std::floor(std::min(c0, c1)) - 3 + 0.5,
+                  std::floor(std::min(r0, r1)) - 3 + 0.5, std::fabs(c1 - c0) + 6,
+                  std::fabs(r1 - r0) + 6);
+  cairo_stroke(cr);
+  cairo_destroy(cr);
+  cairo_surface_destroy(shape);
+  cairo_surface_flush(highlight_);
+}
+
+void ViewerWindow::update_status() {
+  char line[256];
+  std::snprintf(line, sizeof line,
+                "primitives %lld | last draw: groups %lld, drawn %lld, %.1f ms, %s",
+                drawing_.primitives, last_.groups, last_.drawn, last_.ms,
+                completed_ == 0 && !last_.interrupted ? "not yet"
+                : last_.interrupted                   ? "interrupted"
+                                                      : "complete");
+  status_ = line;
+  if (!picked_text_.empty()) status_ += " | " + picked_text_;
+  if (status_label_) gtk_label_set_text(GTK_LABEL(status_label_), status_.c_str());
+}
+
+bool ViewerWindow::dump_picture(const std::string& path, std::string& error) const {
+  if (!front_) {
+    error = "no finished picture yet";
+    return false;
+  }
+  cairo_surface_t* out = cairo_image_surface_create(CAIRO_FORMAT_RGB24, view_.width, view_.height);
+  cairo_t* cr = cairo_create(out);
+  cairo_set_source_rgb(cr, 1, 1, 1);
+  cairo_paint(cr);
+  const_cast<ViewerWindow*>(this)->paint_picture(cr, front_, front_view_);
+  if (highlight_) const_cast<ViewerWindow*>(this)->paint_picture(cr, highlight_, highlight_view_);
+  cairo_destroy(cr);
+  const cairo_status_t status = cairo_surface_write_to_png(out, path.c_str());
+  cairo_surface_destroy(out);
+  if (status != CAIRO_STATUS_SUCCESS) {
+    error = "cannot write '" + path + "': " + cairo_status_to_string(status);
+    return false;
+  }
+  return true;
+}
+
+// ---------------------------------------------------------------------------
+// Painting the area
+// ---------------------------------------------------------------------------
+
+// Paints `picture`, drawn in view `from`, as it lies in the wanted view.
+void ViewerWindow::paint_picture(cairo_t* cr, cairo_surface_t* picture, const View& from) {
+  cairo_save(cr);
+  double c, r;
+  view_.to_pixel(from.cx, from.cy, c, r);  // where the picture's centre is now
+  const double s = from.upp / view_.upp;
+  cairo_translate(cr, c, r);
+  cairo_scale(cr, s, s);
+  cairo_translate(cr, -(from.width - 1) / 2.0, -(from.height - 1) / 2.0);
+  cairo_set_source_surface(cr, picture, 0, 0);
+  if (s != 1) cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_FAST);
+  cairo_paint(cr);
+  cairo_restore(cr);
+}
+
+void ViewerWindow::paint_clip(cairo_t* cr) {
+  auto path = [&](const std::vector<DL::DoublePoint>& pts, bool close) {
+    for (std::size_t i = 0; i < pts.size(); ++i) {
+      double c, r;
+      view_.to_pixel(pts[i].x, pts[i].y, c, r);
+      if (i == 0)
+        cairo_move_to(cr, c + 0.5, r + 0.5);
+      else
+        cairo_line_to(cr, c + 0.5, r + 0.5);
+    }
+    if (close) cairo_close_path(cr);
+  };
+  cairo_save(cr);
+  cairo_set_line_width(cr, 1);
+  if (!clip_world_.empty()) {
+    cairo_set_source_rgba(cr, 0, 0.4, 1, 0.8);
+    path(clip_world_, true);
+    cairo_stroke(cr);
+  }
+  if (!clip_draft_.empty()) {
+    const double dash[2] = {3, 3};
+    cairo_set_dash(cr, dash, 2, 0);
+    cairo_set_source_rgba(cr, 0, 0.4, 1, 1);
+    path(clip_draft_, false);
+    cairo_stroke(cr);
+  }
+  cairo_restore(cr);
+}
+
+gboolean ViewerWindow::on_draw(GtkWidget*, cairo_t* cr, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  cairo_set_source_rgb(cr, 1, 1, 1);
+  cairo_paint(cr);
+  if (w->front_) w->paint_picture(cr, w->front_, w->front_view_);
+  if (w->highlight_) w->paint_picture(cr, w->highlight_, w->highlight_view_);
+  w->paint_clip(cr);
+  return TRUE;
+}
+
+// ---------------------------------------------------------------------------
+// Input
+// ---------------------------------------------------------------------------
+
+void ViewerWindow::on_size(GtkWidget*, GdkRectangle* a, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  if (a->width == w->view_.width && a->height == w->view_.height) return;
+  w->view_.width = std::max(1, a->width);
+  w->view_.height = std::max(1, a->height);
+  w->changed();
+}
+
+void ViewerWindow::zoom_about(double column, double row, double factor) {
+  double x, y;
+  view_.to_world(column, row, x, y);
+  const double most = 4294967296.0 / std::max(view_.width, view_.height);
+  view_.upp = std::clamp(view_.upp / factor, kMinUnitsPerPixel, most);
+  // Keep the world point under (column, row) where it is.
+  view_.cx = x - (column - (view_.width - 1) / 2.0) * view_.upp;
+  view_.cy = y + (row - (view_.height - 1) / 2.0) * view_.upp;
+  changed();
+}
+
+gboolean ViewerWindow::on_scroll(GtkWidget*, GdkEventScroll* e, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  double steps = 0;
+  switch (e->direction) {
+    case GDK_SCROLL_UP:
+      steps = 1;
+      break;
+    case GDK_SCROLL_DOWN:
+      steps = -1;
+      break;
+    case GDK_SCROLL_SMOOTH:
+      steps = -e->delta_y;
+      break;
+    default:
+      return FALSE;
+  }
+  if (steps != 0) w->zoom_about(e->x, e->y, std::pow(kZoomStep, steps));
+  return TRUE;
+}
+
+gboolean ViewerWindow::on_press(GtkWidget*, GdkEventButton* e, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  if (e->button != 1) {
+    if (e->button == 3 && !w->clip_draft_.empty()) {  // right button: drop the clip being drawn
+      w->clip_draft_.clear();
+      gtk_widget_queue_draw(w->area_);
+    }
+    return TRUE;
+  }
+  double x, y;
+  w->view_.to_world(e->x, e->y, x, y);
+  switch (w->tool_) {
+    case Tool::navigate:
+      if (e->type != GDK_BUTTON_PRESS) break;
+      w->dragging_ = true;
+      w->moved_ = false;
+      w->press_column_ = e->x;
+      w->press_row_ = e->y;
+      w->press_view_ = w->view_;
+      break;
+    case Tool::circle:
+      w->circle_center_ = {x, y};
+      w->circle_radius_ = 0;
+      w->clip_draft_.clear();
+      w->dragging_ = true;
+      break;
+    case Tool::polygon:
+      if (e->type == GDK_2BUTTON_PRESS) {
+        // A double click closes the polygon (its second press added the point already).
+        if (w->clip_draft_.size() >= 3) {
+          w->clip_world_ = w->clip_draft_;
+          w->clip_draft_.clear();
+          w->changed();
+        }
+      } else if (e->type == GDK_BUTTON_PRESS) {
+        w->clip_draft_.push_back({x, y});
+        gtk_widget_queue_draw(w->area_);
+      }
+      break;
+  }
+  return TRUE;
+}
+
+gboolean ViewerWindow::on_motion(GtkWidget*, GdkEventMotion* e, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  if (!w->dragging_) return FALSE;
+  if (w->tool_ == Tool::navigate) {
+    const double dc = e->x - w->press_column_, dr = e->y - w->press_row_;
+    if (std::fabs(dc) >= kClickSlop || std::fabs(dr) >= kClickSlop) w->moved_ = true;
+    if (!w->moved_) return TRUE;
+    w->view_.cx = w->press_view_.cx - dc * w->view_.upp;
+    w->view_.cy = w->press_view_.cy + dr * w->view_.upp;
+    w->changed();
+  } else if (w->tool_ == Tool::circle) {
+    double x, y;
+    w->view_.to_world(e->x, e->y, x, y);
+    w->circle_radius_ = std::hypot(x - w->circle_center_.x, y - w->circle_center_.y);
+    // 64 sides: round enough for the circle test of the traversal.
+    w->clip_draft_.clear();
+    for (int i = 0; i <= 64; ++i) {
+      const double a = 2 * M_PI * i / 64;
+      w->clip_draft_.push_back({w->circle_center_.x + w->circle_radius_ * std::cos(a),
+                                w->circle_center_.y + w->circle_radius_ * std::sin(a)});
+    }
+    gtk_widget_queue_draw(w->area_);
+  }
+  return TRUE;
+}
+
+gboolean ViewerWindow::on_release(GtkWidget*, GdkEventButton* e, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  if (e->button != 1 || !w->dragging_) return TRUE;
+  w->dragging_ = false;
+  if (w->tool_ == Tool::navigate && !w->moved_) {
+    w->pick_wanted_ = true;
+    w->pick_column_ = static_cast<int>(std::lround(e->x));
+    w->pick_row_ = static_cast<int>(std::lround(e->y));
+    w->schedule();
+  } else if (w->tool_ == Tool::circle) {
+    if (w->clip_draft_.size() > 3 && w->circle_radius_ > 0) {
+      w->clip_draft_.pop_back();  // the closing point repeats the first
+      w->clip_world_ = w->clip_draft_;
+      w->changed();
+    }
+    w->clip_draft_.clear();
+    gtk_widget_queue_draw(w->area_);
+  }
+  return TRUE;
+}
+
+gboolean ViewerWindow::on_key(GtkWidget*, GdkEventKey* e, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  const double mid_c = (w->view_.width - 1) / 2.0, mid_r = (w->view_.height - 1) / 2.0;
+  const double pan_x = w->view_.upp * w->view_.width / 10;
+  const double pan_y = w->view_.upp * w->view_.height / 10;
+  switch (e->keyval) {
+    case GDK_KEY_plus:
+    case GDK_KEY_equal:
+    case GDK_KEY_KP_Add:
+      w->zoom_about(mid_c, mid_r, kZoomStep);
+      return TRUE;
+    case GDK_KEY_minus:
+    case GDK_KEY_KP_Subtract:
+      w->zoom_about(mid_c, mid_r, 1 / kZoomStep);
+      return TRUE;
+    case GDK_KEY_Left:
+      w->view_.cx -= pan_x;
+      break;
+    case GDK_KEY_Right:
+      w->view_.cx += pan_x;
+      break;
+    case GDK_KEY_Up:
+      w->view_.cy += pan_y;
+      break;
+    case GDK_KEY_Down:
+      w->view_.cy -= pan_y;
+      break;
+    case GDK_KEY_Home:
+      w->home();
+      return TRUE;
+    case GDK_KEY_Return:
+    case GDK_KEY_KP_Enter:
+      if (w->tool_ == Tool::polygon && w->clip_draft_.size() >= 3) {
+        w->clip_world_ = w->clip_draft_;
+        w->clip_draft_.clear();
+        w->changed();
+      }
+      return TRUE;
+    case GDK_KEY_Escape:
+      w->clip_draft_.clear();
+      gtk_widget_queue_draw(w->area_);
+      return TRUE;
+    default:
+      return FALSE;
+  }
+  w->changed();
+  return TRUE;
+}
+
+gboolean ViewerWindow::on_delete(GtkWidget*, GdkEvent*, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  // A draw may be running below this handler: it stops at its next poll, and
+  // the window is destroyed once the main loop has returned.
+  w->closing_ = true;
+  gtk_main_quit();
+  return TRUE;
+}
+
+void ViewerWindow::on_layer_toggled(GtkToggleButton* b, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  const std::size_t i = GPOINTER_TO_SIZE(g_object_get_data(G_OBJECT(b), "layer"));
+  w->layer_wanted_[i] = gtk_toggle_button_get_active(b) ? 1 : 0;
+  w->changed();
+}
+
+void ViewerWindow::on_tool_toggled(GtkToggleButton* b, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  if (!gtk_toggle_button_get_active(b)) {
+    // At least one tool stays chosen.
+    bool any = false;
+    for (GtkWidget* t : w->tool_buttons_)
+      any = any || gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(t));
+    if (!any) gtk_toggle_button_set_active(b, TRUE);
+    return;
+  }
+  for (int i = 0; i < 3; ++i) {
+    if (GTK_TOGGLE_BUTTON(w->tool_buttons_[i]) == b) {
+      w->tool_ = static_cast<Tool>(i);
+    } else {
+      g_signal_handlers_block_by_func(w->tool_buttons_[i],
+                                      reinterpret_cast<gpointer>(on_tool_toggled), self);
+      gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(w->tool_buttons_[i]), FALSE);
+      g_signal_handlers_unblock_by_func(w->tool_buttons_[i],
+                                        reinterpret_cast<gpointer>(on_tool_toggled), self);
+    }
+  }
+  w->clip_draft_.clear();
+  w->dragging_ = false;
+  gtk_widget_queue_draw(w->area_);
+}
+
+void ViewerWindow::on_clear_clip(GtkButton*, gpointer self) {
+  auto* w = static_cast<ViewerWindow*>(self);
+  w->clip_draft_.clear();
+  if (w->clip_world_.empty()) return;
+  w->clip_world_.clear();
+  w->changed();
+}
+
+void ViewerWindow::on_home(GtkButton*, gpointer self) {
+  static_cast<ViewerWindow*>(self)->home();
+}
+
+void ViewerWindow::home() {
+  fit_whole();
+  changed();
+}
+
+void ViewerWindow::redraw() {
+  changed();
+}
+
+bool ViewerWindow::set_layer(const std::string& name, bool on) {
+  for (std::size_t i = 0; i < drawing_.layers.size(); ++i)
+    if (drawing_.layers[i].name == name) {
+      gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(layer_buttons_[i]), on);
+      return true;
+    }
+  return false;
+}
+
+void ViewerWindow::set_tool(Tool tool) {
+  gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(tool_buttons_[static_cast<int>(tool)]), TRUE);
+}
+
+}  // namespace dlview

@@ -1,0 +1,207 @@
+// The viewer's window: a GTK 3 drawing area showing a display list through the
+// cairo backend, with a tool bar, a layer panel and a status line.
+//
+// Redraw. Event handlers never touch the list: they change the wanted view (or
+// the layers, the clip, a pick to do) and bump `generation_`, and an idle job
+// does the work when the main loop has nothing else to do. A redraw paints the
+// whole view into an off-screen surface through the `_interrupt` traversals.
+// The callback the list polls handles whatever input has arrived meanwhile
+// (without blocking: it runs the main loop only while something is pending)
+// and tells the traversal to stop as soon as that input changed what is to be
+// drawn; the idle job then starts over from the new view. A draw that runs to
+// its end becomes the picture on screen; until then the last finished picture
+// is shown, moved and scaled to the wanted view, so a pan or a zoom shows at
+// once. Input that changes nothing (a pointer passing over the window, a
+// repaint) is handled without stopping the draw.
+//
+// Choices:
+// - The list's `complex_clip_supported` is left false even though the cairo
+//   renderer clips to the complex clip itself: the library then prunes groups
+//   by the clip (circled or complex traversal) and cairo cuts exactly.
+// - The clip is kept in world coordinates, so it follows the drawing under pan
+//   and zoom; it is turned into screen contours for each draw, and set again
+//   on the rendition before each draw, since a stopped traversal may leave the
+//   rendition without it.
+// - "Groups" in the status line are the interior groups the last draw entered
+//   (its polls of the interrupt counter); "drawn" counts the calls it made to the
+//   device, one per primitive for the primitives that draw in one call. The time
+//   is that of the traversal alone, without the input handled inside it.
+// - A pick runs the selection traversal over the pointer's neighbourhood (3
+//   pixels around it); the picked primitive is outlined by painting it again
+//   with a halo in the highlight colour, and its bounds are framed.
+#pragma once
+
+#include <cairo.h>
+#include <gtk/gtk.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/gui/gui.h"
+#include "tools/gui/renderer_tap.h"
+
+namespace dlview {
+
+using Clock = std::chrono::steady_clock;
+
+// A view: the world point at the centre of the area, world units per pixel,
+// and the area's size.
+struct View {
+  double cx = 0, cy = 0;
+  double upp = 1;
+  int width = 1, height = 1;
+
+  // The world rectangle shown, in 32 bits (saturated).
+  DL::WorldBounds world() const;
+  // Pixel (column, row from the top) to world, and back.
+  void to_world(double column, double row, double& x, double& y) const;
+  void to_pixel(double x, double y, double& column, double& row) const;
+  friend bool operator==(const View&, const View&) = default;
+};
+
+// What one draw did.
+struct DrawStats {
+  long long groups = 0;  // interior groups entered (polls)
+  long long drawn = 0;   // device calls
+  double ms = 0;         // time of the traversal, without the input handled in it
+  bool interrupted = false;
+  double longest_stretch_ms = 0;  // longest time the draw ran without handling input
+  int callbacks = 0;
+};
+
+enum class Tool { navigate, circle, polygon };
+
+class ViewerWindow {
+ public:
+  ViewerWindow(GuiDrawing& drawing, const GuiOptions& options);
+  ~ViewerWindow();
+  ViewerWindow(const ViewerWindow&) = delete;
+  ViewerWindow& operator=(const ViewerWindow&) = delete;
+
+  // Shows the window and runs the main loop until the window is closed.
+  void run();
+
+  // -- For the script and the bench ------------------------------------------
+  GtkWidget* window() const { return window_; }
+  GtkWidget* area() const { return area_; }
+  // Whether work is wanted or running: a redraw, a pick, a clip to apply.
+  bool busy() const { return idle_id_ != 0 || in_draw_; }
+  const std::string& status_text() const { return status_; }
+  const View& view() const { return view_; }
+  const DrawStats& last_draw() const { return last_; }
+  long long completed_draws() const { return completed_; }
+  long long generation() const { return generation_; }
+  long long drawn_generation() const { return drawn_generation_; }
+  // The finished picture to a PNG file.
+  bool dump_picture(const std::string& path, std::string& error) const;
+  // Turns the layer of that name on or off through its check button; false
+  // when there is no such layer.
+  bool set_layer(const std::string& name, bool on);
+  void set_tool(Tool tool);
+  // Shows the whole drawing.
+  void home();
+  // Forces a new draw of the same view.
+  void redraw();
+  // Asks the window to close, as the window manager would.
+  void close();
+  // Called in every interrupt callback before input is handled; returning
+  // false skips the handling this time (the bench injects events there).
+  std::function<bool()> poll_hook;
+  // Called when a draw has run to its end and its picture is on screen.
+  std::function<void()> on_finished;
+
+ private:
+  // Building
+  void build_widgets();
+  void fit_whole();
+
+  // Requests from the handlers
+  void changed();  // something that changes the picture
+  void schedule();
+  static gboolean on_idle(gpointer self);
+  bool work();
+
+  // Drawing
+  void ensure_back();
+  bool draw_once();
+  static bool poll(void* self);
+  void apply_clip();
+  void do_pick(int column, int row);
+  void render_highlight();
+  void update_status();
+
+  // Handlers
+  static gboolean on_draw(GtkWidget*, cairo_t* cr, gpointer self);
+  static void on_size(GtkWidget*, GdkRectangle* a, gpointer self);
+  static gboolean on_press(GtkWidget*, GdkEventButton* e, gpointer self);
+  static gboolean on_motion(GtkWidget*, GdkEventMotion* e, gpointer self);
+  static gboolean on_release(GtkWidget*, GdkEventButton* e, gpointer self);
+  static gboolean on_scroll(GtkWidget*, GdkEventScroll* e, gpointer self);
+  static gboolean on_key(GtkWidget*, GdkEventKey* e, gpointer self);
+  static gboolean on_delete(GtkWidget*, GdkEvent*, gpointer self);
+  static void on_layer_toggled(GtkToggleButton* b, gpointer self);
+  static void on_tool_toggled(GtkToggleButton* b, gpointer self);
+  static void on_clear_clip(GtkButton*, gpointer self);
+  static void on_home(GtkButton*, gpointer self);
+  void zoom_about(double column, double row, double factor);
+  void paint_picture(cairo_t* cr, cairo_surface_t* picture, const View& from);
+  void paint_clip(cairo_t* cr);
+
+  GuiDrawing& drawing_;
+  DL::DisplayList& list_;
+  GuiOptions options_;
+
+  GtkWidget* window_ = nullptr;
+  GtkWidget* area_ = nullptr;
+  GtkWidget* status_label_ = nullptr;
+  GtkWidget* tool_buttons_[3] = {};
+  std::vector<GtkWidget*> layer_buttons_;
+
+  // The wanted state, written by the handlers.
+  View view_;
+  long long generation_ = 1;  // bumped by every change of the picture
+  bool closing_ = false;
+  bool pick_wanted_ = false;
+  int pick_column_ = 0, pick_row_ = 0;
+  std::vector<unsigned char> layer_wanted_;  // per layer: 1 shown
+  Tool tool_ = Tool::navigate;
+  std::vector<DL::DoublePoint> clip_world_;  // closed contour in world units; empty: none
+  std::vector<DL::DoublePoint> clip_draft_;  // the clip being drawn, world units
+  DL::DoublePoint circle_center_{0, 0};
+  double circle_radius_ = 0;  // world units
+
+  // Dragging
+  bool dragging_ = false;
+  bool moved_ = false;
+  double press_column_ = 0, press_row_ = 0;
+  View press_view_;
+
+  // The redraw
+  guint idle_id_ = 0;
+  bool in_draw_ = false;              // a traversal is running
+  long long draw_generation_ = 0;     // generation of the draw running
+  long long drawn_generation_ = 0;    // generation of the picture on screen
+  cairo_surface_t* back_ = nullptr;   // drawn into
+  cairo_surface_t* front_ = nullptr;  // the last finished picture
+  View front_view_;
+  DL::CairoRenderer* back_renderer_ = nullptr;  // one reference held
+  CountingTap* counter_ = nullptr;              // one reference held
+  DrawStats last_;
+  DrawStats running_;
+  long long completed_ = 0;
+  Clock::time_point resumed_;  // when the draw last got control back
+  Clock::time_point checked_;  // when input was last looked at
+  double handling_ms_ = 0;     // time spent handling input inside the draw
+
+  // The pick
+  DL::Drawable* picked_ = nullptr;
+  std::string picked_text_;
+  cairo_surface_t* highlight_ = nullptr;  // transparent, drawn in `highlight_view_`
+  View highlight_view_;
+
+  std::string status_;
+};
+
+}  // namespace dlview
