@@ -2,6 +2,8 @@
 // point conversions.
 #include "displaylist/display_list.h"
 
+#include <cmath>
+
 #include "foundation/assert.h"
 
 namespace DL {
@@ -53,8 +55,12 @@ void DisplayList::recompute_transform() {
   // Every difference is taken in double: the whole 32-bit range does not overflow.
   const double wx = static_cast<double>(w.max.x) - w.min.x;
   const double wy = static_cast<double>(w.max.y) - w.min.y;
-  scale.x = (static_cast<double>(s.max.x) - s.min.x) / wx;
-  scale.y = (static_cast<double>(s.max.y) - s.min.y) * aspect_ratio / wy;
+  const double sx = (static_cast<double>(s.max.x) - s.min.x) / wx;
+  const double sy = (static_cast<double>(s.max.y) - s.min.y) * aspect_ratio / wy;
+  // A view of zero extent has no inverse: refused, like an inverted one.
+  if (!std::isfinite(sx) || !std::isfinite(sy) || sx == 0.0 || sy == 0.0) return;
+  scale.x = sx;
+  scale.y = sy;
   offset.x = s.min.x - scale.x * w.min.x;
   offset.y = s.min.y - scale.y * w.min.y;
   device_scale.x = (static_cast<double>(d.max.x) - d.min.x) / wx;

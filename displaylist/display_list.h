@@ -186,6 +186,12 @@ class DisplayList {
   // Brings scale, offset, device_scale, device_offset and visible_bounds up to
   // date, unless screen x or the world rectangle is inverted (or the world
   // rectangle is the empty one): then nothing changes.
+  // A view of zero extent is refused the same way: when either screen scale
+  // would come out 0, infinite or NaN (a world or screen rectangle of zero
+  // width or height, an aspect ratio of 0 or not finite), nothing changes. Such
+  // a scale has no inverse, so screen_to_world and everything measured in the
+  // square-pixel frame (ellipse extents and vectors) would divide by zero; the
+  // old view stays in force until a usable one is set.
   void recompute_transform();
 };
 

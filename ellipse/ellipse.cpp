@@ -21,6 +21,13 @@ bool same_shape(const Ellipse& a, const Ellipse& b) {
          a.radii.y == b.radii.y;
 }
 
+// Angles match when equal, or when both are NaN: a NaN angle compares unequal
+// to itself, and an ellipse built with one could otherwise never be found by
+// a search, not even with its own clone as the pattern.
+bool same_angle(float a, float b) {
+  return a == b || (a != a && b != b);
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -39,7 +46,7 @@ Ellipse::Ellipse(const ColorData& c, const WorldPoint& centre, const WorldPoint&
 bool Ellipse::do_remove(const Search& search) const {
   if (search.pattern_type != &_drawable_type_dummy) return false;
   const auto* other = static_cast<const Ellipse*>(search.pattern);
-  return same_shape(*this, *other) && rotation == other->rotation;
+  return same_shape(*this, *other) && same_angle(rotation, other->rotation);
 }
 
 Drawable* Ellipse::do_clone() const {
@@ -93,7 +100,7 @@ EllipticalPie::EllipticalPie(const ColorData& c, const WorldPoint& centre, const
 bool EllipticalPie::do_remove(const Search& search) const {
   if (search.pattern_type != &_drawable_type_dummy) return false;
   const auto* other = static_cast<const EllipticalPie*>(search.pattern);
-  return same_shape(*this, *other) && rotation == other->rotation;
+  return same_shape(*this, *other) && same_angle(rotation, other->rotation);
 }
 
 Drawable* EllipticalPie::do_clone() const {
@@ -121,9 +128,9 @@ ColorizedEllipse::ColorizedEllipse(const ColorData& c, const WorldPoint& centre,
 bool ColorizedEllipse::do_remove(const Search& search) const {
   if (search.pattern_type != &_drawable_type_dummy) return false;
   const auto* other = static_cast<const ColorizedEllipse*>(search.pattern);
-  return same_shape(*this, *other) && rotation == other->rotation &&
-         arc_start == other->arc_start && arc_end == other->arc_end && outline == other->outline &&
-         ellipse_color == other->ellipse_color;
+  return same_shape(*this, *other) && same_angle(rotation, other->rotation) &&
+         same_angle(arc_start, other->arc_start) && same_angle(arc_end, other->arc_end) &&
+         outline == other->outline && ellipse_color == other->ellipse_color;
 }
 
 Drawable* ColorizedEllipse::do_clone() const {

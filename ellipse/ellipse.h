@@ -44,6 +44,8 @@
 // - Every conversion of a computed double to a coordinate is checked: device
 //   radii and the extent saturate at the 32-bit limits, NaN gives 0, so a NaN
 //   angle or a huge radius gives a defined (if meaningless) answer.
+// - Searches compare angles as values, except that two NaN angles match: an
+//   ellipse with a NaN angle is then still found by a copy of itself.
 // - The number of vectors is capped at `kMaxEllipseVectors`; only an ellipse
 //   whose device radius is far beyond any 32-bit device (about 7e10) reaches it.
 // - If the point array of generateVectors cannot be allocated, `points` is null
