@@ -57,8 +57,8 @@ ZR_RGB32 rgb(int r, int g, int b) {
                                std::clamp(b, 0, 255));
 }
 
-const char* const kStreetNames[] = {"Oak",   "Elm",    "Pine",  "Maple", "Cedar", "Birch",
-                                    "Ash",   "Willow", "Alder", "Rowan", "Hazel", "Linden",
+const char* const kStreetNames[] = {"Oak",    "Elm",    "Pine",  "Maple", "Cedar", "Birch",
+                                    "Ash",    "Willow", "Alder", "Rowan", "Hazel", "Linden",
                                     "Poplar", "Spruce", "Larch", "Yew"};
 const char* const kStreetKinds[] = {"Street", "Avenue", "Road", "Lane"};
 
@@ -143,8 +143,8 @@ void DemoDrawing::make_symbols() {
       put(new DL::Polyline(rgb(255, 255, 255), 5, sign));
       if (engine_) {
         WorldBounds b;
-        DL::Text* t = make_label(l, engine_, font_, rgb(255, 255, 255), {-420, -600}, 1600, 0.0,
-                                 u"P", b);
+        DL::Text* t =
+            make_label(l, engine_, font_, rgb(255, 255, 255), {-420, -600}, 1600, 0.0, u"P", b);
         if (t) l.add(t, b);
       }
     }
@@ -160,7 +160,8 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
   const double cell = std::floor(kSheet / n);
   const double street = cell / 10;  // street width
   extent_ = {{0, 0}, pt(cell * n, cell * n)};
-  street_point_ = pt(cell * 0.5, street * 0.5);
+  // The first point of the lower street of block (1, 1): nothing else is near.
+  street_point_ = n > 1 ? pt(cell, cell + street / 2) : pt(0, street / 2);
   Random random(options.seed);
   items_.reserve(static_cast<std::size_t>(n) * n * 19);
   DL::Extra_Layer_Info* streets = layer("streets");
@@ -202,8 +203,9 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
         std::vector<ZR_RGB32> shade;
         const double h = random.unit();
         for (int i = 0; i <= 6; ++i) {
-          line.push_back(pt(x0 + street + (cell - street) * i / 6,
-                            y0 + street + (cell - street) * (0.3 + 0.4 * h + 0.1 * std::sin(i + h))));
+          line.push_back(
+              pt(x0 + street + (cell - street) * i / 6,
+                 y0 + street + (cell - street) * (0.3 + 0.4 * h + 0.1 * std::sin(i + h))));
           shade.push_back(rgb(140 + 15 * i, 100 + 10 * i, 60));
         }
         poly(new DL::GouraudPolyline(rgb(160, 110, 60), 7, line.data(), shade.data()), line,
@@ -218,7 +220,8 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
         const double u1 = bx0 + bw * (b + 1) / count - street * 0.2;
         const double v0 = by0 + bh * 0.1 * random.unit();
         const double v1 = by0 + bh * (0.6 + 0.4 * random.unit());
-        const ZR_RGB32 c = rgb(150 + random.below(80), 110 + random.below(60), 90 + random.below(40));
+        const ZR_RGB32 c =
+            rgb(150 + random.below(80), 110 + random.below(60), 90 + random.below(40));
         std::vector<WorldPoint> p;
         if (random.below(3) == 0) {  // an L
           const double um = (u0 + u1) / 2, vm = (v0 + v1) / 2;
@@ -273,8 +276,8 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
         };
         ring(new DL::Ellipse(rgb(100, 100, 100), c, {r, r}, 0.0f, &list));
         ring(new DL::EllipticalPie(rgb(90, 170, 80), c, {r2, r2}, 0.0f, 0.0f, kPi, &list));
-        ring(new DL::EllipticalArc(rgb(240, 200, 40), c, {(r + r2) / 2, (r + r2) / 2}, 0.3f,
-                                   0.0f, 1.5f * kPi, &list));
+        ring(new DL::EllipticalArc(rgb(240, 200, 40), c, {(r + r2) / 2, (r + r2) / 2}, 0.3f, 0.0f,
+                                   1.5f * kPi, &list));
         ring(new DL::ColorizedEllipse(rgb(0, 0, 0), c, {r2 / 2, r2 / 3}, 0.5f, 0.0f, 2 * kPi,
                                       rgb(220, 40, 40), true, &list));
       }

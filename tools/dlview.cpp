@@ -232,8 +232,7 @@ void pick_and_print(DL::DisplayList& list, int w, int h, long long x, long long 
   DL::CairoPicker* picker = new DL::CairoPicker;
   add_ref(picker);
   auto start = Clock::now();
-  const DL::Drawable* hit =
-      picker->pick(list, static_cast<int>(x), static_cast<int>(h - 1 - y), 2);
+  const DL::Drawable* hit = picker->pick(list, static_cast<int>(x), static_cast<int>(h - 1 - y), 2);
   const double ms = ms_between(start, Clock::now());
   release(picker);
   list.set_renderer(nullptr);
@@ -279,9 +278,10 @@ int run_demo(const Arguments& a, Output& out) {
     if (!layer) return fail("no layer named '" + name + "' in the demo drawing");
     layer->shown = 0;
   }
-  std::printf("built %zu drawables in %.1f ms; inserted them in %.1f ms (%.2f million a second)\n",
-              built, ms_between(start, t_built), ms_between(t_built, t_inserted),
-              static_cast<double>(built) / 1000.0 / std::max(1e-3, ms_between(t_built, t_inserted)));
+  std::printf(
+      "built %zu drawables in %.1f ms; inserted them in %.1f ms (%.2f million a second)\n", built,
+      ms_between(start, t_built), ms_between(t_built, t_inserted),
+      static_cast<double>(built) / 1000.0 / std::max(1e-3, ms_between(t_built, t_inserted)));
   print_tree_counts(sheet);
 
   DL::DisplayList outer;
@@ -350,7 +350,8 @@ int run_dxf(const Arguments& a, Output& out) {
     reports.push_back(dlview::add_to_display_list(drawings[i], placements[i], context, sheet));
   auto built = Clock::now();
   for (const std::string& name : a.layers_off)
-    if (!context.layers.turn_off(name)) return fail("no layer named '" + name + "' in the drawings");
+    if (!context.layers.turn_off(name))
+      return fail("no layer named '" + name + "' in the drawings");
 
   long long drawables = 0;
   for (std::size_t i = 0; i < drawings.size(); ++i) {
@@ -481,8 +482,10 @@ int main(int argc, char** argv) {
   Output out{painter, a.complex_clip};
   int status;
   if (a.files.empty()) {
-    if (a.has_view) status = fail("--view needs DXF files");
-    else status = run_demo(a, out);
+    if (a.has_view)
+      status = fail("--view needs DXF files");
+    else
+      status = run_demo(a, out);
   } else {
     if (a.out.empty()) a.out = "dlview.png";
     status = run_dxf(a, out);

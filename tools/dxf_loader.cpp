@@ -11,7 +11,6 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-
 #include <set>
 
 namespace dlview {
@@ -360,10 +359,10 @@ bool looks_like_dxf(const std::string& path, std::string& error) {
 // the reader receives, by name, into `skipped`.
 void count_unread_entities(const std::string& path, DxfDrawing& drawing) {
   static const std::set<std::string> read = {
-      "LINE",   "LWPOLYLINE", "POLYLINE", "VERTEX", "SEQEND", "CIRCLE",         "ARC",
-      "ELLIPSE", "POINT",     "TEXT",     "MTEXT",  "SOLID",  "TRACE",          "HATCH",
-      "INSERT", "ATTRIB",     "BLOCK",    "ENDBLK", "SPLINE", "XLINE",          "RAY",
-      "3DFACE", "IMAGE",      "LEADER",   "DIMENSION", "ARCALIGNEDTEXT", "ENDSEC"};
+      "LINE",    "LWPOLYLINE", "POLYLINE", "VERTEX",    "SEQEND",         "CIRCLE", "ARC",
+      "ELLIPSE", "POINT",      "TEXT",     "MTEXT",     "SOLID",          "TRACE",  "HATCH",
+      "INSERT",  "ATTRIB",     "BLOCK",    "ENDBLK",    "SPLINE",         "XLINE",  "RAY",
+      "3DFACE",  "IMAGE",      "LEADER",   "DIMENSION", "ARCALIGNEDTEXT", "ENDSEC"};
   std::ifstream in(path, std::ios::binary);
   std::string code, value;
   bool in_section = false, name_next = false;

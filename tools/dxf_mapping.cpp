@@ -159,8 +159,9 @@ class Mapper {
                           m.c * std::cos(e.rotation) + m.d * std::sin(e.rotation)};
     const double angle = std::atan2(dir.y, dir.x);
     const double cs = std::cos(angle), sn = std::sin(angle);
-    std::vector<std::string> lines =
-        e.kind == DxfKind::mtext ? mtext_lines(e.text) : std::vector<std::string>{text_codes(e.text)};
+    std::vector<std::string> lines = e.kind == DxfKind::mtext
+                                         ? mtext_lines(e.text)
+                                         : std::vector<std::string>{text_codes(e.text)};
     // Baseline offsets in the text's own frame, world units.
     bool any = false;
     const double spacing = cap * 5.0 / 3.0 * e.line_spacing;
@@ -176,9 +177,10 @@ class Mapper {
       anchor = e.align_point;
       column = e.halign == 1 || e.halign == 4 ? 1 : e.halign == 2 ? 2 : 0;
       if (e.halign == 3 || e.halign == 5) anchor = e.points[0];  // aligned, fit: from the start
-      first_y = e.valign == 3 ? -cap : e.valign == 2 || e.halign == 4 ? -cap / 2
-                : e.valign == 1 ? 0.21 * em                      // the descender of the face
-                                : 0.0;
+      first_y = e.valign == 3                    ? -cap
+                : e.valign == 2 || e.halign == 4 ? -cap / 2
+                : e.valign == 1                  ? 0.21 * em  // the descender of the face
+                                                 : 0.0;
     }
     const DxfPoint origin = m.apply(anchor);
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -243,8 +245,8 @@ class Mapper {
           // Outer = m(local(block)), block world = (p - base) * scale.
           const Affine to_outer = m.after(local);
           const DxfPoint o = to_outer.apply(bl->base);
-          auto* drawable = new DL::DrawableDisplayList(color, bl->list.get(), nullptr,
-                                                       DL::DrawableDisplayList::Ownership::borrowed);
+          auto* drawable = new DL::DrawableDisplayList(
+              color, bl->list.get(), nullptr, DL::DrawableDisplayList::Ownership::borrowed);
           drawable->set_scale({to_outer.a / bl->scale, to_outer.d / bl->scale});
           drawable->set_offset({o.x, o.y});
           list_ = &list;
@@ -281,9 +283,10 @@ class Mapper {
     auto extent = d_.block_extents.find(name);
     if (extent == d_.block_extents.end() || extent->second.empty()) return &bl;  // no list
     const DxfBounds& x = extent->second;
-    const double side = std::max({x.max_x - x.min_x, x.max_y - x.min_y,
-                                  std::fabs(x.max_x - block.base.x), std::fabs(x.min_x - block.base.x),
-                                  std::fabs(x.max_y - block.base.y), std::fabs(x.min_y - block.base.y)});
+    const double side =
+        std::max({x.max_x - x.min_x, x.max_y - x.min_y, std::fabs(x.max_x - block.base.x),
+                  std::fabs(x.min_x - block.base.x), std::fabs(x.max_y - block.base.y),
+                  std::fabs(x.min_y - block.base.y)});
     bl.scale = side > 0 ? kBlockSide / side : 1.0;
     bl.base = block.base;
     bl.building = true;
@@ -324,7 +327,7 @@ class Mapper {
 }  // namespace
 
 Affine Affine::after(const Affine& q) const {
-  return {a * q.a + b * q.c, a * q.b + b * q.d, c * q.a + d * q.c,
+  return {a * q.a + b * q.c, a * q.b + b * q.d,     c * q.a + d * q.c,
           c * q.b + d * q.d, a * q.e + b * q.f + e, c * q.e + d * q.f + f};
 }
 
@@ -365,8 +368,12 @@ std::string text_codes(const std::string& text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '%' && i + 2 < text.size() && text[i + 1] == '%') {
       const char c = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i + 2])));
-      const char* sub = c == 'd' ? "\u00b0" : c == 'p' ? "\u00b1" : c == 'c' ? "\u2300"
-                        : c == '%' ? "%" : (c == 'u' || c == 'o') ? "" : nullptr;
+      const char* sub = c == 'd'                 ? "\u00b0"
+                        : c == 'p'               ? "\u00b1"
+                        : c == 'c'               ? "\u2300"
+                        : c == '%'               ? "%"
+                        : (c == 'u' || c == 'o') ? ""
+                                                 : nullptr;
       if (sub) {
         out += sub;
         i += 2;

@@ -59,7 +59,9 @@ namespace dlview {
 // x' = a x + b y + e, y' = c x + d y + f.
 struct Affine {
   double a = 1, b = 0, c = 0, d = 1, e = 0, f = 0;
-  static Affine from(const Placement& p) { return {p.scale, 0, 0, p.scale, p.offset_x, p.offset_y}; }
+  static Affine from(const Placement& p) {
+    return {p.scale, 0, 0, p.scale, p.offset_x, p.offset_y};
+  }
   DxfPoint apply(DxfPoint p) const { return {a * p.x + b * p.y + e, c * p.x + d * p.y + f}; }
   // This map after `inner`: x -> this(inner(x)).
   Affine after(const Affine& inner) const;

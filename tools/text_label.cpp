@@ -75,10 +75,9 @@ DL::Text* make_label(DL::DisplayList& list, ZR_Text_Engine* engine, const ZR_Fon
     y0 = std::min(y0, c[i].y);
     y1 = std::max(y1, c[i].y);
   }
-  bounds = {{DL::round_to_int32_saturated(std::floor(x0)),
-             DL::round_to_int32_saturated(std::floor(y0))},
-            {DL::round_to_int32_saturated(std::ceil(x1)),
-             DL::round_to_int32_saturated(std::ceil(y1))}};
+  bounds = {
+      {DL::round_to_int32_saturated(std::floor(x0)), DL::round_to_int32_saturated(std::floor(y0))},
+      {DL::round_to_int32_saturated(std::ceil(x1)), DL::round_to_int32_saturated(std::ceil(y1))}};
   return new DL::Text(color, font, origin, reinterpret_cast<const unsigned short*>(text.data()),
                       static_cast<int>(text.size()), em, rotation, bounds, &list, true);
 }

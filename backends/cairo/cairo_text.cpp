@@ -15,8 +15,7 @@ CairoTextPainter::~CairoTextPainter() {
 }
 
 bool CairoTextPainter::small(ZR_Rendition* rendition) const {
-  return rendition && *rendition &&
-         std::fabs(rendition->text_attributes().size) < greeking_size_;
+  return rendition && *rendition && std::fabs(rendition->text_attributes().size) < greeking_size_;
 }
 
 void CairoTextPainter::glyphs(ZR_Rendition* rendition, const ZR_Point*, int count,
