@@ -1,49 +1,75 @@
 // dlview: shows drawings through the display list.
 //
-//   dlview [--dots N] [--show K] [--out PATH] [--size WxH]
-//   dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--layer-off NAME]... [--out PATH]
+//   dlview [--blocks N] [--size WxH] [--clip circle|polygon] [--pick X,Y]
+//          [--repeat N] [--layer-off NAME]... [--complex-clip] [--out PATH.png]
+//   dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--clip circle|polygon]
+//          [--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}]
 //
-// Without files it builds a drawing of N dots (default 100000), laid out tile
-// by tile on a square grid, draws it through the recording renderer, prints the
-// first K calls (default 10) and a summary; with --out it also renders it to a
-// PNG, PDF or SVG file (by the extension).
+// Without files it builds the demo city (demo_drawing.h; --blocks N city
+// blocks a side, 330 by default: about two million drawables) and renders four
+// pictures through `draw_view`: the overview, a zoom on 1% of the sheet's
+// width at its centre, and the overview under a circular and under a polygonal
+// complex clip (--clip renders only that one). The pictures go next to --out
+// (default dlview.png): dlview-overview.png, dlview-zoom.png, dlview-circle.png,
+// dlview-polygon.png. It picks the drawable under a pixel of the overview
+// (--pick X,Y, columns and rows from the top left; the centre by default)
+// through the selection traversal, and prints timings and the tree's counts.
 //
-// With DXF files it loads them, lays them out side by side on one sheet (each
-// scaled uniformly to the same size), prints per file what was shown, what is
-// not shown yet and what was skipped, and renders the sheet to --out (default
-// dlview.png). --view takes a rectangle in sheet coordinates (the report prints
-// the sheet's); the view is widened to the picture's proportions, centred.
-// --layer-off hides a layer by name, in every file.
+// With DXF files it loads them, lays them out side by side on one sheet, prints
+// per file what was shown, what could not be and what was skipped, and renders
+// the sheet (or --view, in sheet coordinates) to --out (default dlview.png),
+// under --clip if given.
+//
+// --dots N builds a plain grid of N dots instead of the city, tile by tile,
+// and renders it to --out: the simplest large drawing, for measuring.
 //
 // With --gui the drawing is shown in a window instead (tools/gui/gui.h says
 // what it does); --script and --bench drive that window.
 //
+// --repeat N shows the whole sheet N by N times through nested lists.
+// --layer-off hides a layer by name. Complex clips are left to the library's
+// classification unless --complex-clip says the renderer clips to them.
+//
 // Bad arguments or input give a one-line message and exit status 2.
 #include <cerrno>
 #include <chrono>
+#include <clocale>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
+#include "backends/cairo/cairo_picker.h"
 #include "backends/cairo/cairo_renderer.h"
-#include "backends/recording/recording.h"
+#include "backends/cairo/cairo_text.h"
+#include "backends/freetype/freetype_engine.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
-#include "foundation/rendering.h"
+#include "nested/drawable_display_list.h"
+#include "tools/demo_drawing.h"
 #include "tools/dxf_loader.h"
+#include "tools/dxf_mapping.h"
 #ifdef DLVIEW_HAVE_GUI
 #include "tools/gui/gui.h"
 #endif
 
 namespace {
 
-bool parse_count(const char* text, long long limit, long long& out) {
+using Clock = std::chrono::steady_clock;
+
+double ms_between(Clock::time_point a, Clock::time_point b) {
+  return std::chrono::duration<double, std::milli>(b - a).count();
+}
+
+bool parse_count(const char* text, long long lo, long long hi, long long& out) {
   char* end = nullptr;
   errno = 0;
   long long v = std::strtoll(text, &end, 10);
-  if (errno || end == text || *end != '\0' || v < 0 || v > limit) return false;
+  if (errno || end == text || *end != '\0' || v < lo || v > hi) return false;
   out = v;
   return true;
 }
@@ -59,20 +85,25 @@ bool parse_size(const std::string& text, int& w, int& h) {
   return true;
 }
 
-// "X0,Y0,X1,Y1": four whole numbers in 32 bits, X0 < X1, Y0 < Y1.
-bool parse_view(const std::string& text, DL::WorldBounds& view) {
-  long long v[4];
+// `n` whole numbers in 32 bits separated by commas.
+bool parse_numbers(const std::string& text, int n, long long* v) {
   const char* p = text.c_str();
-  for (int i = 0; i < 4; ++i) {
+  for (int i = 0; i < n; ++i) {
     char* end = nullptr;
     errno = 0;
     v[i] = std::strtoll(p, &end, 10);
     if (errno || end == p || v[i] < INT32_MIN || v[i] > INT32_MAX) return false;
-    if (i < 3 && *end != ',') return false;
-    if (i == 3 && *end != '\0') return false;
+    if (i < n - 1 && *end != ',') return false;
+    if (i == n - 1 && *end != '\0') return false;
     p = end + 1;
   }
-  if (v[0] >= v[2] || v[1] >= v[3]) return false;
+  return true;
+}
+
+// "X0,Y0,X1,Y1": X0 < X1, Y0 < Y1.
+bool parse_view(const std::string& text, DL::WorldBounds& view) {
+  long long v[4];
+  if (!parse_numbers(text, 4, v) || v[0] >= v[2] || v[1] >= v[3]) return false;
   view = {{static_cast<DL::WorldCoord>(v[0]), static_cast<DL::WorldCoord>(v[1])},
           {static_cast<DL::WorldCoord>(v[2]), static_cast<DL::WorldCoord>(v[3])}};
   return true;
@@ -115,11 +146,6 @@ int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
 #endif
 }
 
-double ms_between(std::chrono::steady_clock::time_point a,
-                  std::chrono::steady_clock::time_point b) {
-  return std::chrono::duration<double, std::milli>(b - a).count();
-}
-
 // Widens `view` about its centre to the proportions of a w x h picture, kept
 // inside 32 bits.
 DL::WorldBounds fit_view(const DL::WorldBounds& view, int w, int h) {
@@ -139,9 +165,34 @@ DL::WorldBounds fit_view(const DL::WorldBounds& view, int w, int h) {
   return {{clamp(x0), clamp(y0)}, {clamp(x1), clamp(y1)}};
 }
 
-// Draws `list` as it is viewed into a new canvas at `path` and completes the file.
-bool render(DL::DisplayList& list, const std::string& path, int w, int h, std::string& error,
-            double& milliseconds) {
+enum class Clip { none, circle, polygon };
+
+// The complex clip of a w x h picture, in screen units (y up): a circle of 128
+// sides, or a concave star of 7 points, both centred.
+ZR_Contour_Set clip_contours(Clip clip, int w, int h) {
+  const double cx = (w - 1) / 2.0, cy = (h - 1) / 2.0, r = 0.42 * std::min(w, h);
+  std::vector<ZR_Point> contour;
+  const double pi = 3.14159265358979323846;
+  const int n = clip == Clip::circle ? 128 : 14;
+  for (int i = 0; i < n; ++i) {
+    const double a = 2 * pi * i / n + pi / 2;
+    const double radius = clip == Clip::circle ? r : (i % 2 == 0 ? r : r * 0.45);
+    contour.push_back({static_cast<float>(cx + radius * std::cos(a)),
+                       static_cast<float>(cy + radius * std::sin(a)), 0.0f});
+  }
+  return ZR_Contour_Set::make({contour});
+}
+
+// What every picture is drawn with.
+struct Output {
+  DL::CairoTextPainter* painter;  // the list's text engine
+  bool complex_clip_supported = false;
+};
+
+// Draws the view of `list` into a new picture at `path` through draw_view,
+// under `clip`, and completes the file.
+bool render(DL::DisplayList& list, const std::string& path, int w, int h, Clip clip,
+            const Output& out, std::string& error, double& milliseconds) {
   DL::CairoCanvas::Format format;
   if (!DL::CairoCanvas::format_for_path(path, format)) {
     error = "--out must end in .png, .pdf or .svg: '" + path + "'";
@@ -149,40 +200,125 @@ bool render(DL::DisplayList& list, const std::string& path, int w, int h, std::s
   }
   auto canvas = DL::CairoCanvas::create(format, path, w, h, &error);
   if (!canvas) return false;
-  ZR_Renderer* previous = list.renderer;
-  if (previous) add_ref(previous);
+  canvas->renderer()->set_complex_clip_supported(out.complex_clip_supported);
   list.set_renderer(canvas->renderer());
+  list.complex_clip_supported = out.complex_clip_supported;
   list.set_screen_bounds({{0, 0}, {w - 1, h - 1}});
-  auto start = std::chrono::steady_clock::now();
-  list.root->draw_unclipped(list);
-  milliseconds = ms_between(start, std::chrono::steady_clock::now());
-  list.set_renderer(previous);
-  if (previous) release(previous);
+  list.rendition.set_hard_clip({0, w - 1, 0, h - 1}, false);
+  if (clip != Clip::none) {
+    ZR_Contour_Set contours = clip_contours(clip, w, h);
+    list.rendition.set_complex_clip(&contours, false);
+  } else {
+    list.rendition.set_complex_clip(nullptr, false);
+  }
+  list.rendition.validate_hard_complex_clip();
+  out.painter->set_renderer(canvas->renderer());
+  auto start = Clock::now();
+  list.draw_view();
+  milliseconds = ms_between(start, Clock::now());
+  out.painter->set_renderer(nullptr);
+  list.rendition.set_complex_clip(nullptr, false);
+  list.set_renderer(nullptr);
   return canvas->finish(&error);
 }
 
-int run_dots(long long dots, long long show, const std::string& out, int w, int h) {
-  // A square grid of `side` x `side` dots, 16 world units apart, added in tiles
-  // of 64 x 64 dots, the way a drawing program emits a sheet region by region.
+// `base` with `-name` before its extension.
+std::string sibling(const std::string& base, const std::string& name) {
+  std::size_t dot = base.find_last_of('.');
+  std::size_t slash = base.find_last_of('/');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+    return base + "-" + name + ".png";
+  return base.substr(0, dot) + "-" + name + base.substr(dot);
+}
+
+// The tree's counts, from a dump into a stream that writes nothing.
+void print_tree_counts(const DL::DisplayList& list) {
+  DL::DisplayListDebug debug{};
+  std::ostream nowhere(nullptr);
+  list.root->dump_subtree(nowhere, 0, debug);
+  std::printf("tree: %d groups (%d bytes), %d drawables (%d bytes, %d of them common parts)\n",
+              debug.group_count, debug.group_bytes, debug.drawable_count, debug.drawable_bytes,
+              debug.drawable_common_bytes);
+}
+
+// Shows `sheet` `n` by `n` times in `outer` through nested lists, scaled down
+// if needed so that the whole stays inside 2^30; returns the extent.
+DL::WorldBounds repeat_sheet(DL::DisplayList& sheet, const DL::WorldBounds& extent, int n,
+                             DL::DisplayList& outer) {
+  const double w = static_cast<double>(extent.max.x) - extent.min.x;
+  const double h = static_cast<double>(extent.max.y) - extent.min.y;
+  const double pitch = std::max(w, h) * 1.0625;
+  const double scale = std::min(1.0, 1073741824.0 / (pitch * n));
+  DL::WorldBounds all = DL::WorldBounds::empty();
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i) {
+      auto* d = new DL::DrawableDisplayList(ZR_RGB32{0}, &sheet, &extent,
+                                            DL::DrawableDisplayList::Ownership::borrowed);
+      d->set_scale({scale, scale});
+      d->set_offset({(i * pitch - extent.min.x) * scale, (j * pitch - extent.min.y) * scale});
+      all.merge(d->mapped_bounds());
+      outer.add(d, d->mapped_bounds());
+    }
+  return all;
+}
+
+// Picks at picture pixel (x, y) of the view `list` shows in a w x h picture.
+void pick_and_print(DL::DisplayList& list, int w, int h, long long x, long long y,
+                    const Output& out) {
+  std::string error;
+  auto canvas = DL::CairoCanvas::create(DL::CairoCanvas::Format::png, "", 1, 1, &error);
+  if (!canvas) return;
+  canvas->renderer()->set_complex_clip_supported(out.complex_clip_supported);
+  list.set_renderer(canvas->renderer());
+  list.set_screen_bounds({{0, 0}, {w - 1, h - 1}});
+  DL::CairoPicker* picker = new DL::CairoPicker;
+  add_ref(picker);
+  auto start = Clock::now();
+  const DL::Drawable* hit = picker->pick(list, static_cast<int>(x), static_cast<int>(h - 1 - y), 2);
+  const double ms = ms_between(start, Clock::now());
+  release(picker);
+  list.set_renderer(nullptr);
+  if (!hit) {
+    std::printf("pick %lld,%lld: nothing there (%.2f ms)\n", x, y, ms);
+    return;
+  }
+  DL::WorldBounds b = DL::WorldBounds::empty();
+  hit->add_bounds(b);
+  std::printf("pick %lld,%lld: %s, colour #%06x, bounds %d,%d,%d,%d (%.2f ms)\n", x, y,
+              dlview::class_name(hit), hit->color.rgb() & 0xffffff, b.min.x, b.min.y, b.max.x,
+              b.max.y, ms);
+}
+
+struct Arguments {
+  std::vector<std::string> files, layers_off;
+  std::string out;
+  int width = 1024, height = 768;
+  bool has_view = false;
+  DL::WorldBounds view;
+  Clip clip = Clip::none;
+  bool has_pick = false;
+  long long pick_x = 0, pick_y = 0;
+  long long repeat = 1;
+  long long blocks = 330;
+  long long dots = 0;  // a plain grid of dots instead of the city, when not 0
+  bool complex_clip = false;
+};
+
+// A square grid of `a.dots` dots, 16 world units apart, added in tiles of 64 x 64
+// dots, the way a drawing program emits a sheet region by region.
+int run_dots(const Arguments& a, Output& out) {
   long long side = 1;
-  while (side * side < dots) ++side;
+  while (side * side < a.dots) ++side;
   const int tile = 64;
   const int spacing = 16;
-
   DL::DisplayList list;
-  list.set_world_bounds(
-      {{0, 0},
-       {static_cast<DL::WorldCoord>(side * spacing), static_cast<DL::WorldCoord>(side * spacing)}});
-  list.set_screen_bounds({{0, 0}, {1023, 767}});
-  auto* renderer = new DL::RecordingRenderer;
-  list.set_renderer(renderer);
-
-  auto start = std::chrono::steady_clock::now();
+  list.saturate_device_points = true;
+  auto start = Clock::now();
   long long added = 0;
-  for (long long ty = 0; ty < side && added < dots; ty += tile)
-    for (long long tx = 0; tx < side && added < dots; tx += tile)
-      for (long long y = ty; y < ty + tile && y < side && added < dots; ++y)
-        for (long long x = tx; x < tx + tile && x < side && added < dots; ++x) {
+  for (long long ty = 0; ty < side && added < a.dots; ty += tile)
+    for (long long tx = 0; tx < side && added < a.dots; tx += tile)
+      for (long long y = ty; y < ty + tile && y < side && added < a.dots; ++y)
+        for (long long x = tx; x < tx + tile && x < side && added < a.dots; ++x) {
           DL::WorldPoint p{static_cast<DL::WorldCoord>(x * spacing),
                            static_cast<DL::WorldCoord>(y * spacing)};
           auto color =
@@ -190,148 +326,276 @@ int run_dots(long long dots, long long show, const std::string& out, int w, int 
           list.add(new DL::Dot(color, p), {p, p});
           ++added;
         }
-  auto built = std::chrono::steady_clock::now();
-  if (gui.on) return show_in_window(list, list.world_bounds, {}, added, w, h);
-  list.root->draw_unclipped(list);
-  auto drawn = std::chrono::steady_clock::now();
-
-  const auto& calls = renderer->calls;
-  for (long long i = 0; i < show && i < static_cast<long long>(calls.size()); ++i)
-    std::printf("%s  rgb=0x%06x\n", calls[i].to_string().c_str(), calls[i].rendition_color);
-  std::printf("added %lld dots in %.1f ms; drew %zu calls in %.1f ms\n", added,
-              ms_between(start, built), calls.size(), ms_between(built, drawn));
-  const bool complete = calls.size() == static_cast<std::size_t>(added);
-  if (!out.empty()) {
-    list.set_world_bounds(fit_view(list.world_bounds, w, h));
-    std::string error;
-    double ms = 0;
-    if (!render(list, out, w, h, error, ms)) return fail(error);
-    std::printf("rendered %dx%d to %s in %.1f ms\n", w, h, out.c_str(), ms);
-  }
-  return complete ? 0 : 1;
+  const double ms_built = ms_between(start, Clock::now());
+  const DL::WorldBounds extent{
+      {0, 0},
+      {static_cast<DL::WorldCoord>(side * spacing), static_cast<DL::WorldCoord>(side * spacing)}};
+  if (gui.on) return show_in_window(list, extent, {}, added, a.width, a.height);
+  std::printf("added %lld dots in %.1f ms\n", added, ms_built);
+  print_tree_counts(list);
+  list.set_world_bounds(fit_view(extent, a.width, a.height));
+  const std::string path = a.out.empty() ? "dlview.png" : a.out;
+  std::string error;
+  double ms = 0;
+  if (!render(list, path, a.width, a.height, a.clip, out, error, ms)) return fail(error);
+  std::printf("drew %dx%d in %.1f ms -> %s\n", a.width, a.height, ms, path.c_str());
+  return 0;
 }
 
-int run_dxf(const std::vector<std::string>& files, const std::vector<std::string>& layers_off,
-            bool has_view, DL::WorldBounds view, std::string out, int w, int h) {
-  auto start = std::chrono::steady_clock::now();
-  std::vector<dlview::DxfDrawing> drawings(files.size());
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    std::string error;
-    if (!dlview::load_dxf(files[i], drawings[i], error)) return fail(error);
+int run_demo(const Arguments& a, Output& out) {
+  dlview::DemoDrawing demo(out.painter);
+  DL::DisplayList sheet;
+  sheet.saturate_device_points = true;
+  auto start = Clock::now();
+  dlview::DemoOptions options;
+  options.blocks_per_side = static_cast<int>(a.blocks);
+  demo.build(sheet, options);
+  const std::size_t built = demo.built();
+  auto t_built = Clock::now();
+  demo.insert(sheet);
+  auto t_inserted = Clock::now();
+  for (const std::string& name : a.layers_off) {
+    DL::Extra_Layer_Info* layer = demo.layer(name);
+    if (!layer) return fail("no layer named '" + name + "' in the demo drawing");
+    layer->shown = 0;
   }
-  auto loaded = std::chrono::steady_clock::now();
-  DL::WorldBounds sheet;
-  std::vector<dlview::Placement> placements = dlview::lay_out(drawings, sheet);
+  std::printf(
+      "built %zu drawables in %.1f ms; inserted them in %.1f ms (%.2f million a second)\n", built,
+      ms_between(start, t_built), ms_between(t_built, t_inserted),
+      static_cast<double>(built) / 1000.0 / std::max(1e-3, ms_between(t_built, t_inserted)));
+  print_tree_counts(sheet);
 
-  DL::DisplayList list;
-  list.saturate_device_points = true;  // far points of a zoomed view must not wrap
-  dlview::LayerTable layers;
+  DL::DisplayList outer;
+  DL::DisplayList* shown = &sheet;
+  DL::WorldBounds extent = demo.extent();
+  if (a.repeat > 1) {
+    extent = repeat_sheet(sheet, extent, static_cast<int>(a.repeat), outer);
+    outer.saturate_device_points = true;
+    shown = &outer;
+    std::printf("sheet repeated %lld by %lld times through nested lists\n", a.repeat, a.repeat);
+  }
+  add_ref(out.painter);
+  shown->text_engine = out.painter;
+  if (gui.on) {
+    std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> layers;
+    for (const std::string& name : demo.layer_names()) layers.emplace_back(name, demo.layer(name));
+    return show_in_window(*shown, extent, layers, static_cast<long long>(built), a.width, a.height);
+  }
+
+  const std::string base = a.out.empty() ? "dlview.png" : a.out;
+  const int w = a.width, h = a.height;
+  const DL::WorldBounds overview = fit_view(extent, w, h);
+  const double cx = (static_cast<double>(extent.min.x) + extent.max.x) / 2;
+  const double cy = (static_cast<double>(extent.min.y) + extent.max.y) / 2;
+  const double half = (static_cast<double>(extent.max.x) - extent.min.x) / 200;
+  const DL::WorldBounds zoom =
+      fit_view({{DL::round_to_int32_saturated(cx - half), DL::round_to_int32_saturated(cy - half)},
+                {DL::round_to_int32_saturated(cx + half), DL::round_to_int32_saturated(cy + half)}},
+               w, h);
+  struct Picture {
+    const char* name;
+    DL::WorldBounds view;
+    Clip clip;
+  };
+  std::vector<Picture> pictures = {{"overview", overview, Clip::none}, {"zoom", zoom, Clip::none}};
+  if (a.clip != Clip::polygon) pictures.push_back({"circle", overview, Clip::circle});
+  if (a.clip != Clip::circle) pictures.push_back({"polygon", overview, Clip::polygon});
+  for (const Picture& p : pictures) {
+    shown->set_world_bounds(p.view);
+    std::string error;
+    double ms = 0;
+    const std::string path = sibling(base, p.name);
+    const long greeked = out.painter->greeked_strings(), drawn = out.painter->drawn_strings();
+    if (!render(*shown, path, w, h, p.clip, out, error, ms)) return fail(error);
+    std::printf("drew %-8s %dx%d in %8.1f ms (labels: %ld drawn, %ld greeked) -> %s\n", p.name, w,
+                h, ms, out.painter->drawn_strings() - drawn,
+                out.painter->greeked_strings() - greeked, path.c_str());
+  }
+  shown->set_world_bounds(overview);
+  pick_and_print(*shown, w, h, a.has_pick ? a.pick_x : w / 2, a.has_pick ? a.pick_y : h / 2, out);
+  // The outer list goes first: it borrows the sheet.
+  return 0;
+}
+
+int run_dxf(const Arguments& a, Output& out) {
+  auto start = Clock::now();
+  std::vector<dlview::DxfDrawing> drawings(a.files.size());
+  for (std::size_t i = 0; i < a.files.size(); ++i) {
+    std::string error;
+    if (!dlview::load_dxf(a.files[i], drawings[i], error)) return fail(error);
+  }
+  auto loaded = Clock::now();
+  DL::WorldBounds sheet_extent;
+  std::vector<dlview::Placement> placements = dlview::lay_out(drawings, sheet_extent);
+
+  dlview::SheetContext context(out.painter, DL::FreeTypeTextEngine::make_font("DejaVu Sans"));
+  DL::DisplayList sheet;
+  sheet.saturate_device_points = true;  // far points of a zoomed view must not wrap
   std::vector<dlview::MappingReport> reports;
   for (std::size_t i = 0; i < drawings.size(); ++i)
-    reports.push_back(dlview::add_to_display_list(drawings[i], placements[i], layers, list));
-  auto built = std::chrono::steady_clock::now();
-  for (const std::string& name : layers_off)
-    if (!layers.turn_off(name)) return fail("no layer named '" + name + "' in the drawings");
-  if (gui.on) {
-    long long shown = 0;
-    for (const dlview::MappingReport& r : reports)
-      for (long n : r.shown) shown += n;
-    return show_in_window(list, has_view ? view : sheet, layers.entries(), shown, w, h);
-  }
+    reports.push_back(dlview::add_to_display_list(drawings[i], placements[i], context, sheet));
+  auto built = Clock::now();
+  for (const std::string& name : a.layers_off)
+    if (!context.layers.turn_off(name))
+      return fail("no layer named '" + name + "' in the drawings");
 
-  long long shown_total = 0;
+  long long drawables = 0;
   for (std::size_t i = 0; i < drawings.size(); ++i) {
     const dlview::DxfDrawing& d = drawings[i];
     const dlview::MappingReport& r = reports[i];
-    std::string shown, later, skipped;
+    std::string shown, not_shown, in_blocks, skipped;
     for (int k = 0; k < dlview::kDxfKindCount; ++k) {
-      const char* name = dlview::dxf_kind_name(static_cast<dlview::DxfKind>(k));
-      if (r.shown[k]) shown += " " + std::string(name) + " " + std::to_string(r.shown[k]);
-      if (r.not_shown_yet[k])
-        later += " " + std::string(name) + " " + std::to_string(r.not_shown_yet[k]);
-      shown_total += r.shown[k];
+      const std::string name = dlview::dxf_kind_name(static_cast<dlview::DxfKind>(k));
+      if (r.shown[k]) shown += " " + name + " " + std::to_string(r.shown[k]);
+      if (r.not_shown[k]) not_shown += " " + name + " " + std::to_string(r.not_shown[k]);
+      if (r.not_shown_in_blocks[k])
+        in_blocks += " " + name + " " + std::to_string(r.not_shown_in_blocks[k]);
     }
+    drawables += r.drawables;
     for (const auto& [name, n] : d.skipped) skipped += " " + name + " " + std::to_string(n);
     if (d.invalid) skipped += " invalid " + std::to_string(d.invalid);
-    std::printf("%s: %zu entities, %zu blocks, %zu layers\n", d.path.c_str(), d.entities.size(),
-                d.blocks.size(), d.layers.size());
+    std::printf("%s: %zu entities, %zu blocks, %zu layers; %ld drawables, %ld block lists\n",
+                d.path.c_str(), d.entities.size(), d.blocks.size(), d.layers.size(), r.drawables,
+                r.block_lists);
     std::printf("  shown:%s\n", shown.empty() ? " none" : shown.c_str());
-    std::printf("  not shown yet:%s\n", later.empty() ? " none" : later.c_str());
+    std::printf("  not shown:%s\n", not_shown.empty() ? " none" : not_shown.c_str());
+    if (!in_blocks.empty()) std::printf("  not shown in blocks:%s\n", in_blocks.c_str());
     std::printf("  skipped:%s\n", skipped.empty() ? " none" : skipped.c_str());
   }
-  std::printf("sheet: %d,%d,%d,%d\n", sheet.min.x, sheet.min.y, sheet.max.x, sheet.max.y);
+  std::printf("sheet: %d,%d,%d,%d\n", sheet_extent.min.x, sheet_extent.min.y, sheet_extent.max.x,
+              sheet_extent.max.y);
+  print_tree_counts(sheet);
 
-  list.set_world_bounds(fit_view(has_view ? view : sheet, w, h));
-  if (out.empty()) out = "dlview.png";
+  DL::DisplayList outer;
+  DL::DisplayList* shown = &sheet;
+  DL::WorldBounds extent = sheet_extent;
+  if (a.repeat > 1) {
+    extent = repeat_sheet(sheet, extent, static_cast<int>(a.repeat), outer);
+    outer.saturate_device_points = true;
+    shown = &outer;
+  }
+  add_ref(out.painter);
+  shown->text_engine = out.painter;
+  if (gui.on)
+    return show_in_window(*shown, a.has_view ? a.view : extent, context.layers.entries(), drawables,
+                          a.width, a.height);
+  shown->set_world_bounds(fit_view(a.has_view ? a.view : extent, a.width, a.height));
+  const std::string path = a.out.empty() ? "dlview.png" : a.out;
   std::string error;
   double ms = 0;
-  if (!render(list, out, w, h, error, ms)) return fail(error);
+  if (!render(*shown, path, a.width, a.height, a.clip, out, error, ms)) return fail(error);
   std::printf(
-      "loaded in %.1f ms, inserted %lld drawables in %.1f ms, drew %dx%d to %s in %.1f ms\n",
-      ms_between(start, loaded), shown_total, ms_between(loaded, built), w, h, out.c_str(), ms);
+      "loaded in %.1f ms, inserted %lld drawables in %.1f ms, drew %dx%d in %.1f ms -> %s\n",
+      ms_between(start, loaded), drawables, ms_between(loaded, built), a.width, a.height, ms,
+      path.c_str());
+  if (a.has_pick) pick_and_print(*shown, a.width, a.height, a.pick_x, a.pick_y, out);
   return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  long long dots = 100000;
-  long long show = 10;
-  std::string out;
-  int width = 1024, height = 768;
-  bool has_view = false;
-  DL::WorldBounds view;
-  std::vector<std::string> files, layers_off;
+  Arguments a;
+  // Known first, so that an error in any argument shows its dialog too.
   for (int i = 1; i < argc; ++i) gui.on = gui.on || std::string(argv[i]) == "--gui";
   for (int i = 1; i < argc; ++i) {
-    std::string arg = argv[i];
+    const std::string arg = argv[i];
     const bool has_value = i + 1 < argc;
-    if ((arg == "--dots" || arg == "--show") && has_value) {
-      long long& target = arg == "--dots" ? dots : show;
-      long long limit = arg == "--dots" ? 100000000LL : 1000000LL;
-      if (!parse_count(argv[++i], limit, target))
-        return fail("bad value for " + arg + ": '" + argv[i] + "' (a whole number up to " +
-                    std::to_string(limit) + ")");
-    } else if (arg == "--out" && has_value) {
-      out = argv[++i];
+    const bool takes_value = arg == "--out" || arg == "--size" || arg == "--view" ||
+                             arg == "--layer-off" || arg == "--clip" || arg == "--pick" ||
+                             arg == "--repeat" || arg == "--blocks" || arg == "--dots" ||
+                             arg == "--script";
+    if (takes_value && !has_value) return fail(arg + " needs a value");
+    if (arg == "--out") {
+      a.out = argv[++i];
       DL::CairoCanvas::Format format;
-      if (!DL::CairoCanvas::format_for_path(out, format))
-        return fail("--out must end in .png, .pdf or .svg: '" + out + "'");
-    } else if (arg == "--size" && has_value) {
-      if (!parse_size(argv[++i], width, height))
+      if (!DL::CairoCanvas::format_for_path(a.out, format))
+        return fail("--out must end in .png, .pdf or .svg: '" + a.out + "'");
+    } else if (arg == "--size") {
+      if (!parse_size(argv[++i], a.width, a.height))
         return fail(std::string("bad value for --size: '") + argv[i] + "' (WxH, 1 to 32767 each)");
-    } else if (arg == "--view" && has_value) {
-      if (!parse_view(argv[++i], view))
+    } else if (arg == "--view") {
+      if (!parse_view(argv[++i], a.view))
         return fail(std::string("bad value for --view: '") + argv[i] +
                     "' (X0,Y0,X1,Y1: whole numbers, X0 < X1 and Y0 < Y1)");
-      has_view = true;
-    } else if (arg == "--layer-off" && has_value) {
-      layers_off.push_back(argv[++i]);
+      a.has_view = true;
+    } else if (arg == "--layer-off") {
+      a.layers_off.push_back(argv[++i]);
+    } else if (arg == "--clip") {
+      const std::string v = argv[++i];
+      if (v == "circle")
+        a.clip = Clip::circle;
+      else if (v == "polygon")
+        a.clip = Clip::polygon;
+      else
+        return fail("bad value for --clip: '" + v + "' (circle or polygon)");
+    } else if (arg == "--pick") {
+      long long v[2];
+      if (!parse_numbers(argv[++i], 2, v) || v[0] < 0 || v[1] < 0)
+        return fail(std::string("bad value for --pick: '") + argv[i] +
+                    "' (X,Y: a pixel of the picture, from its top left)");
+      a.has_pick = true;
+      a.pick_x = v[0];
+      a.pick_y = v[1];
+    } else if (arg == "--repeat") {
+      if (!parse_count(argv[++i], 1, 64, a.repeat))
+        return fail(std::string("bad value for --repeat: '") + argv[i] + "' (1 to 64)");
+    } else if (arg == "--blocks") {
+      if (!parse_count(argv[++i], 1, 4096, a.blocks))
+        return fail(std::string("bad value for --blocks: '") + argv[i] + "' (1 to 4096)");
+    } else if (arg == "--dots") {
+      if (!parse_count(argv[++i], 1, 100000000, a.dots))
+        return fail(std::string("bad value for --dots: '") + argv[i] + "' (1 to 100000000)");
     } else if (arg == "--gui" || arg == "--bench") {
       (arg == "--gui" ? gui.on : gui.bench) = true;
-    } else if (arg == "--script" && has_value) {
+    } else if (arg == "--script") {
       gui.script = argv[++i];
+    } else if (arg == "--complex-clip") {
+      a.complex_clip = true;
     } else if (arg == "--help" || arg == "-h") {
       std::printf(
-          "usage: dlview [--dots N] [--show K] [--out PATH] [--size WxH]\n"
-          "       dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--layer-off NAME]... "
-          "[--out PATH.{png,pdf,svg}]\n"
-          "       dlview --gui [FILE.dxf...] [--size WxH] [--script PATH] [--bench]\n");
+          "usage: dlview [--blocks N] [--size WxH] [--clip circle|polygon] [--pick X,Y] "
+          "[--repeat N] [--layer-off NAME]... [--complex-clip] [--out PATH.png]\n"
+          "       dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--clip circle|polygon] "
+          "[--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}]\n"
+          "       dlview --dots N [--size WxH] [--out PATH]\n"
+          "       dlview --gui [FILE.dxf...] [--dots N] [--size WxH] [--script PATH] [--bench]\n");
       return 0;
     } else if (!arg.empty() && arg[0] != '-') {
-      files.push_back(arg);
-    } else if (arg.rfind("--", 0) == 0 && !has_value &&
-               (arg == "--dots" || arg == "--show" || arg == "--out" || arg == "--size" ||
-                arg == "--view" || arg == "--layer-off" || arg == "--script")) {
-      return fail(arg + " needs a value");
+      a.files.push_back(arg);
     } else {
       return fail("unknown argument '" + arg + "' (try --help)");
     }
   }
   if ((gui.bench || !gui.script.empty()) && !gui.on) return fail("--bench and --script need --gui");
-  if (files.empty()) {
-    if (has_view || !layers_off.empty()) return fail("--view and --layer-off need DXF files");
-    return run_dots(dots, show, out, width, height);
+  if (a.has_pick && (a.pick_x >= a.width || a.pick_y >= a.height))
+    return fail("--pick must lie inside the picture (" + std::to_string(a.width) + "x" +
+                std::to_string(a.height) + ")");
+
+  auto* freetype = new DL::FreeTypeTextEngine;
+  add_ref(freetype);
+  if (!freetype->ok()) {
+    release(freetype);
+    return fail("cannot load the default font (DejaVu Sans): install fonts-dejavu-core");
   }
-  return run_dxf(files, layers_off, has_view, view, out, width, height);
+  auto* painter = new DL::CairoTextPainter(freetype);
+  add_ref(painter);
+  freetype->set_sink(painter);
+  Output out{painter, a.complex_clip};
+  int status;
+  if (a.files.empty()) {
+    if (a.has_view)
+      status = fail("--view needs DXF files");
+    else if (a.dots)
+      status = run_dots(a, out);
+    else
+      status = run_demo(a, out);
+  } else {
+    if (a.out.empty()) a.out = "dlview.png";
+    status = run_dxf(a, out);
+  }
+  freetype->set_sink(nullptr);
+  release(painter);
+  release(freetype);
+  return status;
 }

@@ -11,8 +11,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-
-#include "drawables/dot.h"
+#include <set>
 
 namespace dlview {
 
@@ -146,19 +145,15 @@ class Reader : public DL_CreationAdapter {
   }
   void addSolid(const DL_SolidData& s) override { add_solid(s); }
   void addTrace(const DL_TraceData& t) override { add_solid(t); }
-  void addText(const DL_TextData& t) override {
-    DxfEntity& e = add(DxfKind::text);
-    e.points = {{t.ipx, t.ipy}};
-    e.height = t.height;
-    e.rotation = t.angle;  // dxflib gives radians here
-    e.text = t.text;
-  }
+  void addText(const DL_TextData& t) override { add_text(DxfKind::text, t); }
   void addMText(const DL_MTextData& t) override {
     DxfEntity& e = add(DxfKind::mtext);
     e.points = {{t.ipx, t.ipy}};
     e.height = t.height;
     e.rotation = t.angle;
     e.text = t.text;
+    e.attachment = t.attachmentPoint >= 1 && t.attachmentPoint <= 9 ? t.attachmentPoint : 1;
+    e.line_spacing = t.lineSpacingFactor > 0 ? t.lineSpacingFactor : 1.0;
   }
   void addInsert(const DL_InsertData& i) override {
     DxfEntity& e = add(DxfKind::insert);
@@ -244,7 +239,7 @@ class Reader : public DL_CreationAdapter {
   void add3dFace(const DL_3dFaceData&) override { ++d_.skipped["3DFACE"]; }
   void addImage(const DL_ImageData&) override { ++d_.skipped["IMAGE"]; }
   void addLeader(const DL_LeaderData&) override { ++d_.skipped["LEADER"]; }
-  void addAttribute(const DL_AttributeData&) override { ++d_.skipped["ATTRIB"]; }
+  void addAttribute(const DL_AttributeData& a) override { add_text(DxfKind::attrib, a); }
   void addArcAlignedText(const DL_ArcAlignedTextData&) override { ++d_.skipped["ARCALIGNEDTEXT"]; }
   void addDimAlign(const DL_DimensionData&, const DL_DimAlignedData&) override { dimension(); }
   void addDimLinear(const DL_DimensionData&, const DL_DimLinearData&) override { dimension(); }
@@ -294,6 +289,17 @@ class Reader : public DL_CreationAdapter {
       e.color = aci_color(std::abs(aci));
     }
     return e;
+  }
+
+  void add_text(DxfKind kind, const DL_TextData& t) {
+    DxfEntity& e = add(kind);
+    e.points = {{t.ipx, t.ipy}};
+    e.height = t.height;
+    e.rotation = t.angle;  // dxflib gives radians here
+    e.text = t.text;
+    e.halign = t.hJustification;
+    e.valign = t.vJustification;
+    e.align_point = {t.apx, t.apy};
   }
 
   template <class S>
@@ -349,6 +355,34 @@ bool looks_like_dxf(const std::string& path, std::string& error) {
   return false;
 }
 
+// Counts the entities of the ENTITIES and BLOCKS sections that no callback of
+// the reader receives, by name, into `skipped`.
+void count_unread_entities(const std::string& path, DxfDrawing& drawing) {
+  static const std::set<std::string> read = {
+      "LINE",    "LWPOLYLINE", "POLYLINE", "VERTEX",    "SEQEND",         "CIRCLE", "ARC",
+      "ELLIPSE", "POINT",      "TEXT",     "MTEXT",     "SOLID",          "TRACE",  "HATCH",
+      "INSERT",  "ATTRIB",     "BLOCK",    "ENDBLK",    "SPLINE",         "XLINE",  "RAY",
+      "3DFACE",  "IMAGE",      "LEADER",   "DIMENSION", "ARCALIGNEDTEXT", "ENDSEC"};
+  std::ifstream in(path, std::ios::binary);
+  std::string code, value;
+  bool in_section = false, name_next = false;
+  while (std::getline(in, code) && std::getline(in, value)) {
+    code = trim(code);
+    value = trim(value);
+    if (code == "0" && value == "SECTION") {
+      name_next = true;
+      in_section = false;
+      continue;
+    }
+    if (name_next && code == "2") {
+      in_section = value == "ENTITIES" || value == "BLOCKS";
+      name_next = false;
+      continue;
+    }
+    if (in_section && code == "0" && !read.count(value)) ++drawing.skipped[value];
+  }
+}
+
 struct BlockExtents {
   const DxfDrawing& d;
   std::map<std::string, DxfBounds> done;
@@ -368,6 +402,7 @@ struct BlockExtents {
         break;
       }
       case DxfKind::text:
+      case DxfKind::attrib:
       case DxfKind::mtext: {
         // A box a character high and roughly as long as the text, turned.
         const double w = 0.7 * e.height * static_cast<double>(e.text.size());
@@ -419,7 +454,7 @@ struct BlockExtents {
 const char* dxf_kind_name(DxfKind kind) {
   static const char* const names[kDxfKindCount] = {"LINE",    "POLYLINE", "CIRCLE", "ARC",
                                                    "ELLIPSE", "POINT",    "TEXT",   "MTEXT",
-                                                   "SOLID",   "HATCH",    "INSERT"};
+                                                   "SOLID",   "HATCH",    "INSERT", "ATTRIB"};
   return names[static_cast<int>(kind)];
 }
 
@@ -532,8 +567,10 @@ bool load_dxf(const std::string& path, DxfDrawing& drawing, std::string& error) 
     return false;
   }
   reader.finish();
+  count_unread_entities(path, drawing);
   BlockExtents extents{drawing, {}, {}};
   for (const DxfEntity& e : drawing.entities) extents.add_entity(e, drawing.extent);
+  drawing.block_extents = extents.done;
   if (drawing.entities.empty() || drawing.extent.empty()) {
     error = path + ": empty drawing (no entity in model space)";
     return false;
@@ -589,36 +626,6 @@ std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> LayerTable::entries()
   std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> out;
   for (const auto& [name, info] : layers_) out.emplace_back(name, info.get());
   return out;
-}
-
-// ---------------------------------------------------------------------------
-// THE MAPPING from DXF entities to drawables
-// ---------------------------------------------------------------------------
-
-MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
-                                  LayerTable& layers, DL::DisplayList& list) {
-  MappingReport report;
-  for (const DxfEntity& e : drawing.entities) {
-    auto layer_it = drawing.layers.find(e.layer);
-    const bool layer_shown =
-        layer_it == drawing.layers.end() || !(layer_it->second.off || layer_it->second.frozen);
-    DL::Extra_Layer_Info* layer = layers.find_or_add(e.layer, layer_shown);
-    const int kind = static_cast<int>(e.kind);
-    switch (e.kind) {
-      case DxfKind::point: {
-        const DL::WorldPoint p = placement.map(e.points[0]);
-        auto* dot = new DL::Dot(e.color, p);
-        dot->set_layer(layer);
-        list.add(dot, {p, p});
-        ++report.shown[kind];
-        break;
-      }
-      default:
-        ++report.not_shown_yet[kind];
-        break;
-    }
-  }
-  return report;
 }
 
 }  // namespace dlview

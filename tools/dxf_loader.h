@@ -13,14 +13,18 @@
 //   are parametric, as the file gives them). Every angle kept is in radians.
 // - POINT: one point. SOLID and TRACE: their corners in outline order (the
 //   file's third and fourth corners swapped). TEXT and MTEXT: the insertion
-//   point, height, angle in radians and the text.
+//   point, height, angle in radians and the text; TEXT its justification and
+//   alignment point, MTEXT its attachment point and line spacing. ATTRIB (the
+//   values an INSERT carries, title blocks above all) is read as TEXT.
 // - HATCH: solid fills only, each boundary loop flattened into a closed
 //   contour; patterned hatches are skipped.
 // - INSERT: block name, insertion point, scales, rotation and the rows and
 //   columns of an array.
 //
 // Anything else the file holds (SPLINE, DIMENSION, LEADER, 3DFACE, IMAGE, ...)
-// is counted by name in `skipped`, never silently lost. Entities with a number
+// is counted by name in `skipped`, never silently lost: before dxflib reads the
+// file, a scan of its ENTITIES and BLOCKS sections counts every entity whose
+// name no callback receives (ATTDEF, MLINE, VIEWPORT, ...). Entities with a number
 // that is not finite are counted in `invalid` and dropped.
 //
 // Colours: a true colour when the entity has one, else the ACI index, BYLAYER
@@ -52,9 +56,10 @@ enum class DxfKind {
   mtext,
   solid,
   hatch,
-  insert
+  insert,
+  attrib
 };
-constexpr int kDxfKindCount = 11;
+constexpr int kDxfKindCount = 12;
 // The DXF name of a kind: "LINE", "POLYLINE", ...
 const char* dxf_kind_name(DxfKind kind);
 
@@ -79,6 +84,14 @@ struct DxfEntity {
   // text, mtext: contents and height; the angle goes in `rotation`.
   std::string text;
   double height = 0;
+  // text: justification (horizontal 0 left, 1 centre, 2 right, 3 aligned,
+  // 4 middle, 5 fit; vertical 0 baseline, 1 bottom, 2 middle, 3 top) and the
+  // alignment point they refer to. mtext: attachment 1..9 (top left to bottom
+  // right, row by row) and the line spacing factor.
+  int halign = 0, valign = 0;
+  DxfPoint align_point;
+  int attachment = 1;
+  double line_spacing = 1.0;
   // insert
   std::string block;
   DxfPoint scale{1, 1};
@@ -112,6 +125,8 @@ struct DxfDrawing {
   std::map<std::string, long> skipped;     // entity name -> count
   long invalid = 0;
   DxfBounds extent;  // model space, INSERTs included through their blocks
+  // Extents of the blocks that model space reaches, in block units.
+  std::map<std::string, DxfBounds> block_extents;
 
   // Entities of model space per kind (INSERTs counted once each).
   std::vector<long> counts() const;
@@ -149,18 +164,5 @@ class LayerTable {
  private:
   std::map<std::string, std::unique_ptr<DL::Extra_Layer_Info>> layers_;
 };
-
-// What the mapping put into the list, per kind.
-struct MappingReport {
-  std::vector<long> shown = std::vector<long>(kDxfKindCount, 0);
-  std::vector<long> not_shown_yet = std::vector<long>(kDxfKindCount, 0);
-};
-
-// THE MAPPING from DXF entities to drawables: adds the model-space entities of
-// `drawing`, placed by `placement`, to `list`, on the layers of `layers`.
-// Only POINT has a drawable class so far (a `DL::Dot`); every other kind is
-// counted in `not_shown_yet`, to be mapped here as the classes arrive.
-MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
-                                  LayerTable& layers, DL::DisplayList& list);
 
 }  // namespace dlview

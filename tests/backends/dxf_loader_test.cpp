@@ -9,11 +9,16 @@
 #include <cstdio>
 #include <fstream>
 #include <initializer_list>
+#include <map>
 #include <sstream>
 #include <utility>
 
+#include "backends/freetype/freetype_engine.h"
 #include "displaylist/display_list.h"
+#include "drawables/polything.h"
 #include "tests/support/tree_check.h"
+#include "tools/demo_drawing.h"
+#include "tools/dxf_mapping.h"
 
 namespace dlview {
 namespace {
@@ -290,27 +295,172 @@ TEST(DxfLoader, SheetAndMappingPlaceDrawingsSideBySide) {
   }
   EXPECT_GT(sheet.max.x, 1 << 27);  // the range is used well
 
+  auto* engine = new DL::FreeTypeTextEngine;
+  ZR_Handle<ZR_Text_Engine> hold(engine);
+  SheetContext context(engine, DL::FreeTypeTextEngine::make_font("DejaVu Sans"));
   DL::DisplayList list;
-  LayerTable layers;
-  long shown = 0, later = 0;
+  long shown = 0, not_shown = 0;
   for (std::size_t i = 0; i < 3; ++i) {
-    MappingReport r = add_to_display_list(drawings[i], placements[i], layers, list);
+    MappingReport r = add_to_display_list(drawings[i], placements[i], context, list);
     for (int k = 0; k < kDxfKindCount; ++k) {
       shown += r.shown[k];
-      later += r.not_shown_yet[k];
+      not_shown += r.not_shown[k] + r.not_shown_in_blocks[k];
     }
+    EXPECT_EQ(r.shown, drawings[i].counts());  // every model-space entity shows
   }
-  EXPECT_EQ(shown, 6);      // two points a file
-  EXPECT_EQ(later, 3 * 7);  // every other entity, counted (the spline is skipped)
+  EXPECT_EQ(shown, 3 * 9);
+  EXPECT_EQ(not_shown, 0);
+  EXPECT_EQ(context.blocks.size(), 3u);  // one block list per file, shared by its inserts
   EXPECT_TRUE(DL::test::tree_is_valid(list, nullptr));
   std::vector<const DL::Drawable*> all = DL::test::drawables_in_order(list.root);
-  ASSERT_EQ(all.size(), 6u);
+  std::map<std::string, int> classes;
+  for (const DL::Drawable* d : all) ++classes[class_name(d)];
+  EXPECT_EQ(classes["Dot"], 6);
+  EXPECT_EQ(classes["Polyline"], 6);  // the line and the closed polyline
+  EXPECT_EQ(classes["Text"], 3);
+  EXPECT_EQ(classes["PolytriangleWithNoBorder"], 3);
+  EXPECT_EQ(classes["DrawableDisplayList"], 3);
+  EXPECT_EQ(classes["EllipticalArc"] + classes["Ellipse"], 6);
   // The frozen layer starts hidden; --layer-off hides another, in any case.
-  EXPECT_TRUE(all[0]->shown());  // the layers are live: reading them sees each change
-  EXPECT_FALSE(all[1]->shown());
-  EXPECT_TRUE(layers.turn_off("walls"));
-  EXPECT_FALSE(all[0]->shown());
-  EXPECT_FALSE(layers.turn_off("no such layer"));
+  int hidden = 0;
+  const DL::Drawable* line = nullptr;
+  for (const DL::Drawable* d : all) {
+    if (!d->shown()) ++hidden;
+    if (d->color.rgb() == 0x0000ff && !line) line = d;
+  }
+  EXPECT_GT(hidden, 0);
+  ASSERT_NE(line, nullptr);
+  EXPECT_TRUE(line->shown());
+  EXPECT_TRUE(context.layers.turn_off("walls"));
+  EXPECT_FALSE(line->shown());  // the layers are live: reading them sees each change
+  EXPECT_FALSE(context.layers.turn_off("no such layer"));
+}
+
+// Turned inserts are expanded, missing blocks and unknown entities counted,
+// MTEXT split into lines, a hatch with an island one polygon.
+TEST(DxfLoader, MappingExpandsCountsAndSplits) {
+  std::string text = dxf({{0, "SECTION"},
+                          {2, "BLOCKS"},
+                          {0, "BLOCK"},
+                          {8, "0"},
+                          {2, "BOX"},
+                          {70, "0"},
+                          {10, "0"},
+                          {20, "0"},
+                          {0, "LINE"},
+                          {8, "0"},
+                          {62, "0"},
+                          {10, "0"},
+                          {20, "0"},
+                          {11, "10"},
+                          {21, "0"},
+                          {0, "CIRCLE"},
+                          {8, "0"},
+                          {10, "5"},
+                          {20, "5"},
+                          {40, "2"},
+                          {0, "ATTDEF"},
+                          {8, "0"},
+                          {10, "0"},
+                          {20, "0"},
+                          {0, "ENDBLK"},
+                          {0, "ENDSEC"},
+                          {0, "SECTION"},
+                          {2, "ENTITIES"},
+                          {0, "INSERT"},
+                          {8, "0"},
+                          {62, "1"},
+                          {2, "BOX"},
+                          {10, "100"},
+                          {20, "0"},
+                          {50, "30"},
+                          {0, "INSERT"},
+                          {8, "0"},
+                          {2, "NOWHERE"},
+                          {10, "0"},
+                          {20, "0"},
+                          {0, "MTEXT"},
+                          {8, "0"},
+                          {10, "0"},
+                          {20, "50"},
+                          {40, "5"},
+                          {71, "1"},
+                          {1, "{\\fArial;Two}\\Plines"},
+                          {0, "HATCH"},
+                          {8, "0"},
+                          {10, "0"},
+                          {20, "0"},
+                          {2, "SOLID"},
+                          {70, "1"},
+                          {91, "2"},
+                          {92, "2"},
+                          {72, "0"},
+                          {73, "1"},
+                          {93, "4"},
+                          {10, "0"},
+                          {20, "0"},
+                          {10, "40"},
+                          {20, "0"},
+                          {10, "40"},
+                          {20, "40"},
+                          {10, "0"},
+                          {20, "40"},
+                          {92, "2"},
+                          {72, "0"},
+                          {73, "1"},
+                          {93, "3"},
+                          {10, "10"},
+                          {20, "10"},
+                          {10, "20"},
+                          {20, "10"},
+                          {10, "15"},
+                          {20, "20"},
+                          {0, "MLINE"},
+                          {8, "0"},
+                          {0, "ENDSEC"},
+                          {0, "EOF"}});
+  DxfDrawing d;
+  std::string error;
+  ASSERT_TRUE(load_dxf(write("mapping.dxf", text), d, error)) << error;
+  EXPECT_EQ(d.skipped["MLINE"], 1);
+  EXPECT_EQ(d.skipped["ATTDEF"], 1);
+  auto* engine = new DL::FreeTypeTextEngine;
+  ZR_Handle<ZR_Text_Engine> hold(engine);
+  SheetContext context(engine, DL::FreeTypeTextEngine::make_font("DejaVu Sans"));
+  DL::DisplayList list;
+  DL::WorldBounds sheet;
+  std::vector<DxfDrawing> drawings{d};
+  std::vector<Placement> placements = lay_out(drawings, sheet);
+  MappingReport r = add_to_display_list(drawings[0], placements[0], context, list);
+  EXPECT_EQ(r.shown[static_cast<int>(DxfKind::insert)], 1);      // turned: expanded
+  EXPECT_EQ(r.not_shown[static_cast<int>(DxfKind::insert)], 1);  // no such block
+  EXPECT_EQ(r.shown[static_cast<int>(DxfKind::mtext)], 1);
+  EXPECT_EQ(r.shown[static_cast<int>(DxfKind::hatch)], 1);
+  EXPECT_TRUE(context.blocks.empty());  // nothing nested
+  std::map<std::string, int> classes;
+  const DL::Drawable* line = nullptr;
+  const DL::Drawable* hatch = nullptr;
+  for (const DL::Drawable* x : DL::test::drawables_in_order(list.root)) {
+    ++classes[class_name(x)];
+    if (std::string(class_name(x)) == "Polyline") line = x;
+    if (std::string(class_name(x)) == "Polygon") hatch = x;
+  }
+  EXPECT_EQ(classes["Text"], 2);  // two lines
+  EXPECT_EQ(classes["Ellipse"], 1);
+  ASSERT_TRUE(line && hatch);
+  EXPECT_EQ(line->color.rgb(), 0xff0000u);  // BYBLOCK takes the insert's red
+  // The line of the block turns by 30 degrees about the insertion point.
+  DL::WorldVector v;
+  ASSERT_TRUE(line->get_vector(0, v));
+  const double dx = v.end.x - v.start.x, dy = v.end.y - v.start.y;
+  EXPECT_NEAR(std::atan2(dy, dx), M_PI / 6, 1e-3);
+  // Outer loop closed (5), island closed (4), bridge back (1).
+  EXPECT_EQ(static_cast<const DL::Polygon*>(hatch)->count, 10);
+  EXPECT_TRUE(DL::test::tree_is_valid(list, nullptr));
+
+  EXPECT_EQ(mtext_lines("{\\fArial|b1;Bold}\\Pnext\\~word \\S1^2; x"),
+            (std::vector<std::string>{"Bold", "next word 1/2 x"}));
+  EXPECT_EQ(text_codes("90%%d %%p1"), "90\u00b0 \u00b11");
 }
 
 TEST(DxfLoader, StandardColourIndex) {

@@ -1,0 +1,102 @@
+// The built-in demo drawing of dlview: a city map, generated from a seed, that
+// holds every drawable class of the library.
+//
+// The sheet is a square of `blocks_per_side` by `blocks_per_side` city blocks,
+// 2^28 world units across (y up). Each block, in a fixed order:
+//
+// - streets along its lower and left edges (`Polyline`, layer "streets") with
+//   their centre-line dashes (`Polysegment`) and a contour line across the
+//   block shaded by height (`GouraudPolyline`, layer "contours");
+// - four to six buildings (`Polygon`, rectangles and L shapes, layer
+//   "buildings");
+// - a park, a strip of triangles shaded from vertex colours
+//   (`GouraudPolytriangle`, layer "parks"), and either a pond
+//   (`PolytriangleWithNoBorder`) or a plaza with its border (`Polytriangle`,
+//   face mode left to the view); every fourth block a roof tiled with texture
+//   data (`TexturedPolytriangle`);
+// - at every other crossing a roundabout: its ring (`Ellipse`), a garden of
+//   two sectors (`EllipticalPie`), a lane (`EllipticalArc`) and a crossing mark
+//   in a colour of its own (`ColorizedEllipse`), layer "roundabouts";
+// - trees (`Dot`, `ColorizedDot`, `Polydot`), street lamps (`RowOfDots`), bus
+//   stops (`Polymarker`), layer "trees";
+// - the street's name (`Text`, layer "labels"), which the cairo text painter
+//   greeks when it is too small to read;
+// - a symbol (a tree, a house or a parking sign) shown through a nested list
+//   (`DrawableDisplayList`, borrowing one of three shared symbol lists, layer
+//   "symbols").
+// Every 40th block (and the first) also shows a generated aerial photograph
+// (`Image`, one shared body, layer "photos").
+//
+// At the default 330 blocks a side that is about two million drawables. The
+// drawing is made in two steps so that a host can time them apart: `build`
+// creates the drawables, `insert` puts them into the list.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "displaylist/display_list.h"
+#include "drawables/drawable.h"
+#include "foundation/rendering.h"
+
+namespace dlview {
+
+struct DemoOptions {
+  int blocks_per_side = 330;  // 1 to 4096
+  std::uint64_t seed = 20240601;
+};
+
+class DemoDrawing {
+ public:
+  // `engine` measures the labels (referenced; may be null: no labels).
+  explicit DemoDrawing(ZR_Text_Engine* engine);
+  // Destroys what was built and not inserted, then the symbol lists: destroy
+  // the list the drawing went into first.
+  ~DemoDrawing();
+  DemoDrawing(const DemoDrawing&) = delete;
+  DemoDrawing& operator=(const DemoDrawing&) = delete;
+
+  // Creates the drawables for `list` (which ellipses and texts refer to).
+  void build(DL::DisplayList& list, const DemoOptions& options);
+  // Adds what `build` made to `list`, in the order made.
+  void insert(DL::DisplayList& list);
+
+  // The world rectangle of the sheet.
+  DL::WorldBounds extent() const { return extent_; }
+  std::size_t built() const { return items_.size(); }
+  // The layer of that name, or null.
+  DL::Extra_Layer_Info* layer(const std::string& name);
+  std::vector<std::string> layer_names() const;
+  // A world point on a street, to pick at.
+  DL::WorldPoint street_point() const { return street_point_; }
+
+ private:
+  struct Item {
+    DL::Drawable* drawable;
+    DL::WorldBounds bounds;
+  };
+  void make_symbols();
+  void add(DL::Drawable* d, const DL::WorldBounds& b, DL::Extra_Layer_Info* layer);
+
+  ZR_Text_Engine* engine_;
+  ZR_Font font_;
+  std::vector<Item> items_;
+  std::map<std::string, std::unique_ptr<DL::Extra_Layer_Info>> layers_;
+  std::vector<std::unique_ptr<DL::DisplayList>> symbols_;
+  ZR_Image photo_;
+  DL::WorldBounds extent_ = DL::WorldBounds::empty();
+  DL::WorldPoint street_point_{};
+};
+
+}  // namespace dlview
+
+namespace dlview {
+// The class name of a drawable ("Polyline", "EllipticalArc", ...), from its
+// type token; "unknown" for a class this viewer does not know.
+const char* class_name(const DL::Drawable* drawable);
+// Every class name `class_name` knows, in a fixed order.
+const std::vector<const char*>& class_names();
+}  // namespace dlview

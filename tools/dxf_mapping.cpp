@@ -1,0 +1,463 @@
+// The mapping of DXF entities to drawables; see dxf_mapping.h.
+#include "tools/dxf_mapping.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "drawables/dot.h"
+#include "drawables/polything.h"
+#include "drawables/polytriangle.h"
+#include "ellipse/ellipse.h"
+#include "nested/drawable_display_list.h"
+#include "tools/text_label.h"
+
+namespace dlview {
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kCapitalHeight = 0.73;  // capital height of DejaVu Sans, in ems
+constexpr int kMaxBlockDepth = 16;
+constexpr double kBlockSide = 268435456.0;  // 2^28: the larger side of a block's world
+
+DL::WorldPoint to_world(DxfPoint p) {
+  return {DL::round_to_int32_saturated(p.x), DL::round_to_int32_saturated(p.y)};
+}
+
+// The points of an ellipse (radii rx, ry, tilt `rotation`) from `start` to
+// `end` (parametric, counter-clockwise), chords of at most 5 degrees.
+std::vector<DxfPoint> flatten(DxfPoint c, double rx, double ry, double rotation, double start,
+                              double end) {
+  double sweep = end - start;
+  while (sweep <= 0) sweep += 2 * kPi;
+  if (sweep > 2 * kPi) sweep = 2 * kPi;
+  const int n = std::max(2, static_cast<int>(std::ceil(sweep / (5.0 * kPi / 180.0))));
+  const double cs = std::cos(rotation), sn = std::sin(rotation);
+  std::vector<DxfPoint> out;
+  for (int i = 0; i <= n; ++i) {
+    const double t = start + sweep * i / n;
+    const double x = rx * std::cos(t), y = ry * std::sin(t);
+    out.push_back({c.x + cs * x - sn * y, c.y + sn * x + cs * y});
+  }
+  return out;
+}
+
+class Mapper {
+ public:
+  Mapper(const DxfDrawing& d, SheetContext& context, MappingReport& report)
+      : d_(d), cx_(context), report_(report) {}
+
+  // Maps `e` into `list` through `m`; false when it shows nothing. `layer` is
+  // the layer to give the drawables, `by_block` the colour BYBLOCK takes.
+  bool map(const DxfEntity& e, const Affine& m, DL::DisplayList& list, DL::Extra_Layer_Info* layer,
+           ZR_RGB32 by_block, int depth) {
+    const ZR_RGB32 color = e.by_block ? by_block : e.color;
+    list_ = &list;
+    layer_ = layer;
+    switch (e.kind) {
+      case DxfKind::line:
+      case DxfKind::polyline: {
+        std::vector<DxfPoint> pts = e.points;
+        if (e.closed && pts.size() > 2) pts.push_back(pts.front());
+        return polyline(pts, m, color);
+      }
+      case DxfKind::point: {
+        const DL::WorldPoint p = to_world(m.apply(e.points[0]));
+        add(new DL::Dot(color, p), {p, p});
+        return true;
+      }
+      case DxfKind::circle:
+      case DxfKind::arc:
+      case DxfKind::ellipse:
+        return curve(e, m, color);
+      case DxfKind::text:
+      case DxfKind::attrib:
+      case DxfKind::mtext:
+        return text(e, m, color);
+      case DxfKind::solid: {
+        if (e.points.size() < 3) return false;
+        // Outline order 1, 2, 4, 3 back to the strip order 1, 2, 3, 4.
+        std::vector<DL::WorldPoint> strip;
+        for (std::size_t i : {std::size_t{0}, std::size_t{1}, std::size_t{3}, std::size_t{2}})
+          if (i < e.points.size()) strip.push_back(to_world(m.apply(e.points[i])));
+        add(new DL::PolytriangleWithNoBorder(color, static_cast<int>(strip.size()), strip.data()),
+            bounds_of(strip));
+        return true;
+      }
+      case DxfKind::hatch:
+        return hatch(e, m, color);
+      case DxfKind::insert:
+        return insert(e, m, color, depth);
+    }
+    return false;
+  }
+
+ private:
+  void add(DL::Drawable* drawable, const DL::WorldBounds& b) {
+    drawable->set_layer(layer_);
+    list_->add(drawable, b);
+    ++report_.drawables;
+  }
+
+  static DL::WorldBounds bounds_of(const std::vector<DL::WorldPoint>& pts) {
+    DL::WorldBounds b = DL::WorldBounds::empty();
+    for (const DL::WorldPoint& p : pts) b.merge(DL::WorldBounds{p, p});
+    return b;
+  }
+
+  bool polyline(const std::vector<DxfPoint>& pts, const Affine& m, ZR_RGB32 color) {
+    if (pts.empty()) return false;
+    std::vector<DL::WorldPoint> world;
+    world.reserve(pts.size());
+    for (const DxfPoint& p : pts) world.push_back(to_world(m.apply(p)));
+    const DL::WorldBounds b = bounds_of(world);
+    if (b.min == b.max) {
+      add(new DL::Dot(color, b.min), b);
+      return true;
+    }
+    add(new DL::Polyline(color, static_cast<int>(world.size()), world.data()), b);
+    return true;
+  }
+
+  bool curve(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    const bool whole = e.kind == DxfKind::circle ||
+                       (e.kind == DxfKind::ellipse && std::fabs(e.end - e.start) >= 2 * kPi - 1e-9);
+    if (!m.conformal()) {
+      std::vector<DxfPoint> pts = flatten(e.center, e.radius_x, e.radius_y, e.rotation,
+                                          whole ? 0.0 : e.start, whole ? 2 * kPi : e.end);
+      return polyline(pts, m, color);
+    }
+    const double k = std::hypot(m.a, m.c);
+    const double turn = std::atan2(m.c, m.a);
+    const DL::WorldPoint c = to_world(m.apply(e.center));
+    const DL::WorldPoint r{DL::round_to_int32_saturated(std::fabs(e.radius_x) * k),
+                           DL::round_to_int32_saturated(std::fabs(e.radius_y) * k)};
+    const auto rotation = static_cast<float>(std::remainder(e.rotation + turn, 2 * kPi));
+    DL::Drawable* drawable;
+    if (whole) {
+      drawable = new DL::Ellipse(color, c, r, rotation, list_);
+    } else {
+      drawable = new DL::EllipticalArc(color, c, r, rotation, static_cast<float>(e.start),
+                                       static_cast<float>(e.end), list_);
+    }
+    DL::WorldBounds b = DL::WorldBounds::empty();
+    drawable->add_bounds(b);
+    if (!b.is_valid()) b = {c, c};
+    add(drawable, b);
+    return true;
+  }
+
+  bool text(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    ZR_Text_Engine* engine = cx_.engine();
+    if (!engine) return false;
+    const double k = std::sqrt(std::fabs(m.a * m.d - m.b * m.c));
+    const double cap = e.height * k;  // capital height in world units
+    if (!(cap > 0)) return false;
+    const double em = cap / kCapitalHeight;
+    // The writing direction: the entity's angle carried through the map.
+    const DxfPoint dir = {m.a * std::cos(e.rotation) + m.b * std::sin(e.rotation),
+                          m.c * std::cos(e.rotation) + m.d * std::sin(e.rotation)};
+    const double angle = std::atan2(dir.y, dir.x);
+    const double cs = std::cos(angle), sn = std::sin(angle);
+    std::vector<std::string> lines = e.kind == DxfKind::mtext
+                                         ? mtext_lines(e.text)
+                                         : std::vector<std::string>{text_codes(e.text)};
+    // Baseline offsets in the text's own frame, world units.
+    bool any = false;
+    const double spacing = cap * 5.0 / 3.0 * e.line_spacing;
+    const double total = cap + spacing * static_cast<double>(lines.size() - 1);
+    DxfPoint anchor = e.points[0];
+    int column = 0;
+    double first_y = 0;
+    if (e.kind == DxfKind::mtext) {
+      const int row = (e.attachment - 1) / 3;
+      column = (e.attachment - 1) % 3;
+      first_y = row == 0 ? -cap : row == 1 ? total / 2 - cap : total - cap;
+    } else if (e.halign != 0 || e.valign != 0) {
+      anchor = e.align_point;
+      column = e.halign == 1 || e.halign == 4 ? 1 : e.halign == 2 ? 2 : 0;
+      if (e.halign == 3 || e.halign == 5) anchor = e.points[0];  // aligned, fit: from the start
+      first_y = e.valign == 3                    ? -cap
+                : e.valign == 2 || e.halign == 4 ? -cap / 2
+                : e.valign == 1                  ? 0.21 * em  // the descender of the face
+                                                 : 0.0;
+    }
+    const DxfPoint origin = m.apply(anchor);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      const std::u16string s = to_utf16(lines[i]);
+      if (s.empty()) continue;
+      double x = 0;
+      if (column) x = -label_width(engine, cx_.font(), s, em) * (column == 1 ? 0.5 : 1.0);
+      const double y = first_y - spacing * static_cast<double>(i);
+      const DL::DoublePoint at{origin.x + cs * x - sn * y, origin.y + sn * x + cs * y};
+      DL::WorldBounds b;
+      DL::Text* t = make_label(*list_, engine, cx_.font(), color, at, em, angle, s, b);
+      if (!t) continue;
+      add(t, b);
+      any = true;
+    }
+    return any;
+  }
+
+  bool hatch(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    std::vector<DL::WorldPoint> pts;
+    DL::WorldPoint anchor{};
+    for (const auto& loop : e.loops) {
+      if (loop.size() < 3) continue;
+      const std::size_t start = pts.size();
+      for (const DxfPoint& p : loop) pts.push_back(to_world(m.apply(p)));
+      pts.push_back(pts[start]);  // closed
+      if (start == 0) {
+        anchor = pts[0];
+      } else {
+        pts.push_back(anchor);  // the bridge back to the first loop
+      }
+    }
+    if (pts.size() < 3) return false;
+    add(new DL::Polygon(color, static_cast<int>(pts.size()), pts.data()), bounds_of(pts));
+    return true;
+  }
+
+  bool insert(const DxfEntity& e, const Affine& m, ZR_RGB32 color, int depth) {
+    auto block = d_.blocks.find(e.block);
+    if (block == d_.blocks.end() || depth >= kMaxBlockDepth) return false;
+    const double turn = std::remainder(e.rotation, 2 * kPi);
+    const bool nest = m.axis_aligned() && std::fabs(turn) < 1e-12 && e.scale.x > 0 && e.scale.y > 0;
+    DL::DisplayList& list = *list_;
+    DL::Extra_Layer_Info* layer = layer_;
+    bool any = false;
+    const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
+    for (int col = 0; col < e.columns; ++col) {
+      for (int row = 0; row < e.rows; ++row) {
+        // Block point p lands at ip + R (S (p - base) + cell).
+        const double cell_x = col * e.spacing.x, cell_y = row * e.spacing.y;
+        const DxfPoint base = block->second.base;
+        const double sx = e.scale.x, sy = e.scale.y;
+        Affine local{cs * sx,
+                     -sn * sy,
+                     sn * sx,
+                     cs * sy,
+                     e.points[0].x + cs * (cell_x - sx * base.x) - sn * (cell_y - sy * base.y),
+                     e.points[0].y + sn * (cell_x - sx * base.x) + cs * (cell_y - sy * base.y)};
+        if (nest) {
+          SheetContext::BlockList* bl = block_list(e.block, color, depth);
+          if (!bl || !bl->list) continue;
+          // Outer = m(local(block)), block world = (p - base) * scale.
+          const Affine to_outer = m.after(local);
+          const DxfPoint o = to_outer.apply(bl->base);
+          auto* drawable = new DL::DrawableDisplayList(
+              color, bl->list.get(), nullptr, DL::DrawableDisplayList::Ownership::borrowed);
+          drawable->set_scale({to_outer.a / bl->scale, to_outer.d / bl->scale});
+          drawable->set_offset({o.x, o.y});
+          list_ = &list;
+          layer_ = layer;
+          if (!drawable->mapped_bounds().is_valid()) {
+            drawable->destroy();
+            continue;
+          }
+          add(drawable, drawable->mapped_bounds());
+          any = true;
+        } else {
+          const Affine composed = m.after(local);
+          for (const DxfEntity& inner : block->second.entities) {
+            if (!map(inner, composed, list, nullptr, color, depth + 1))
+              ++report_.not_shown_in_blocks[static_cast<int>(inner.kind)];
+            else
+              any = true;
+          }
+          list_ = &list;
+          layer_ = layer;
+        }
+      }
+    }
+    return any;
+  }
+
+  // The shared list of a block; see SheetContext::blocks.
+  SheetContext::BlockList* block_list(const std::string& name, ZR_RGB32 by_block, int depth) {
+    auto key = std::make_tuple(&d_, name, by_block);
+    auto found = cx_.blocks.find(key);
+    if (found != cx_.blocks.end()) return found->second.building ? nullptr : &found->second;
+    SheetContext::BlockList& bl = cx_.blocks[key];
+    const DxfBlock& block = d_.blocks.at(name);
+    auto extent = d_.block_extents.find(name);
+    if (extent == d_.block_extents.end() || extent->second.empty()) return &bl;  // no list
+    const DxfBounds& x = extent->second;
+    const double side =
+        std::max({x.max_x - x.min_x, x.max_y - x.min_y, std::fabs(x.max_x - block.base.x),
+                  std::fabs(x.min_x - block.base.x), std::fabs(x.max_y - block.base.y),
+                  std::fabs(x.min_y - block.base.y)});
+    bl.scale = side > 0 ? kBlockSide / side : 1.0;
+    bl.base = block.base;
+    bl.building = true;
+    auto list = std::make_unique<DL::DisplayList>();
+    list->saturate_device_points = true;
+    const Affine to_block{bl.scale, 0, 0, bl.scale, -bl.base.x * bl.scale, -bl.base.y * bl.scale};
+    const long drawables_before = report_.drawables;
+    DL::DisplayList* outer_list = list_;
+    DL::Extra_Layer_Info* outer_layer = layer_;
+    for (const DxfEntity& e : block.entities) {
+      DL::Extra_Layer_Info* layer =
+          e.layer == "0" ? nullptr : cx_.layers.find_or_add(e.layer, layer_shown(e.layer));
+      if (!map(e, to_block, *list, layer, by_block, depth + 1))
+        ++report_.not_shown_in_blocks[static_cast<int>(e.kind)];
+    }
+    list_ = outer_list;
+    layer_ = outer_layer;
+    bl.building = false;  // map nodes stay put: `bl` is still the entry
+    ++report_.block_lists;
+    if (report_.drawables > drawables_before) bl.list = std::move(list);
+    return &bl;
+  }
+
+ public:
+  bool layer_shown(const std::string& name) const {
+    auto it = d_.layers.find(name);
+    return it == d_.layers.end() || !(it->second.off || it->second.frozen);
+  }
+
+ private:
+  const DxfDrawing& d_;
+  SheetContext& cx_;
+  MappingReport& report_;
+  DL::DisplayList* list_ = nullptr;
+  DL::Extra_Layer_Info* layer_ = nullptr;
+};
+
+}  // namespace
+
+Affine Affine::after(const Affine& q) const {
+  return {a * q.a + b * q.c, a * q.b + b * q.d,     c * q.a + d * q.c,
+          c * q.b + d * q.d, a * q.e + b * q.f + e, c * q.e + d * q.f + f};
+}
+
+bool Affine::conformal() const {
+  const double scale = std::max({std::fabs(a), std::fabs(b), std::fabs(c), std::fabs(d)});
+  const double tolerance = 1e-9 * scale;
+  return std::fabs(a - d) <= tolerance && std::fabs(b + c) <= tolerance && a * d - b * c > 0;
+}
+
+SheetContext::SheetContext(ZR_Text_Engine* engine, ZR_Font font)
+    : engine_(engine), font_(std::move(font)) {
+  if (engine_) add_ref(engine_);
+}
+
+SheetContext::~SheetContext() {
+  blocks.clear();
+  if (engine_) release(engine_);
+}
+
+MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
+                                  SheetContext& context, DL::DisplayList& list) {
+  MappingReport report;
+  Mapper mapper(drawing, context, report);
+  const Affine m = Affine::from(placement);
+  for (const DxfEntity& e : drawing.entities) {
+    DL::Extra_Layer_Info* layer = context.layers.find_or_add(e.layer, mapper.layer_shown(e.layer));
+    const int kind = static_cast<int>(e.kind);
+    if (mapper.map(e, m, list, layer, 0, 0))
+      ++report.shown[kind];
+    else
+      ++report.not_shown[kind];
+  }
+  return report;
+}
+
+std::string text_codes(const std::string& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size() && text[i + 1] == '%') {
+      const char c = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i + 2])));
+      const char* sub = c == 'd'                 ? "\u00b0"
+                        : c == 'p'               ? "\u00b1"
+                        : c == 'c'               ? "\u2300"
+                        : c == '%'               ? "%"
+                        : (c == 'u' || c == 'o') ? ""
+                                                 : nullptr;
+      if (sub) {
+        out += sub;
+        i += 2;
+        continue;
+      }
+    }
+    out += text[i];
+  }
+  return out;
+}
+
+std::vector<std::string> mtext_lines(const std::string& text) {
+  std::vector<std::string> lines(1);
+  const std::string s = text_codes(text);
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    const char c = s[i];
+    if (c == '{' || c == '}') continue;
+    if (c != '\\' || i + 1 >= s.size()) {
+      lines.back() += c;
+      continue;
+    }
+    const char code = s[++i];
+    switch (code) {
+      case 'P':
+      case 'X':
+        lines.emplace_back();
+        break;
+      case '~':
+        lines.back() += ' ';
+        break;
+      case '\\':
+      case '{':
+      case '}':
+        lines.back() += code;
+        break;
+      case 'U':
+      case 'u':
+        // \U+XXXX: a Unicode character.
+        if (i + 5 < s.size() && s[i + 1] == '+') {
+          const unsigned long v = std::strtoul(s.substr(i + 2, 4).c_str(), nullptr, 16);
+          char32_t cp = static_cast<char32_t>(v);
+          std::string utf8;
+          if (cp < 0x80) {
+            utf8 += static_cast<char>(cp);
+          } else if (cp < 0x800) {
+            utf8 += static_cast<char>(0xc0 | (cp >> 6));
+            utf8 += static_cast<char>(0x80 | (cp & 0x3f));
+          } else {
+            utf8 += static_cast<char>(0xe0 | (cp >> 12));
+            utf8 += static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
+            utf8 += static_cast<char>(0x80 | (cp & 0x3f));
+          }
+          lines.back() += utf8;
+          i += 5;
+        }
+        break;
+      case 'S': {
+        // Stacked text "a^b", "a/b", "a#b" up to ';': shown as a/b.
+        std::size_t end = s.find(';', i);
+        if (end == std::string::npos) end = s.size();
+        std::string part = s.substr(i + 1, end - i - 1);
+        std::replace(part.begin(), part.end(), '^', '/');
+        std::replace(part.begin(), part.end(), '#', '/');
+        lines.back() += part;
+        i = end;
+        break;
+      }
+      case 'L':
+      case 'l':
+      case 'O':
+      case 'o':
+      case 'K':
+      case 'k':
+        break;  // underline, overline, strike: no text of their own
+      default: {
+        // \A, \C, \f, \F, \H, \Q, \T, \W, \p ...: a value up to ';'.
+        std::size_t end = s.find(';', i);
+        i = end == std::string::npos ? s.size() : end;
+        break;
+      }
+    }
+  }
+  while (lines.size() > 1 && lines.back().empty()) lines.pop_back();
+  return lines;
+}
+
+}  // namespace dlview

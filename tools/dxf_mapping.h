@@ -1,0 +1,128 @@
+// THE MAPPING from DXF entities to the library's drawables.
+//
+// Every entity goes through one affine map from its own units to the world of
+// the list it lands in (`Affine`); for model space that is the drawing's
+// `Placement`. Per kind:
+//
+// - LINE, LWPOLYLINE, POLYLINE: a `Polyline` through the mapped points (bulges
+//   are flattened by the loader); a closed one gets its first point again at
+//   the end. A line whose points all round to one world point is a `Dot`.
+// - CIRCLE: an `Ellipse`; ARC: an `EllipticalArc` (angles counter-clockwise
+//   from start to end, as both DXF and the library read them); ELLIPSE: an
+//   `Ellipse` when whole, else an `EllipticalArc`, with its tilt. Under a map
+//   that mirrors or scales x and y apart (an INSERT with such scales), the
+//   curve is flattened into a `Polyline` instead, closed when whole.
+// - POINT: a `Dot`.
+// - TEXT, ATTRIB, MTEXT: one `Text` per line, measured by the text engine.
+//   DXF gives the height of capitals; the em of the font is that over 0.73
+//   (the capital height of DejaVu Sans). TEXT justification and MTEXT
+//   attachment move the baseline as the file says; MTEXT lines are split at
+//   \P and spaced 5/3 of the height times the spacing factor, and its inline
+//   codes (fonts, colours, stacking) are dropped, leaving their text. MTEXT
+//   width wrapping and TEXT's width factor are not applied. Without a text
+//   engine texts are counted as not shown.
+// - SOLID, TRACE: a `PolytriangleWithNoBorder`: the file's corner order is a
+//   triangle strip already.
+// - HATCH (solid): one `Polygon`. Several loops (islands) are chained into
+//   one point list, each loop closed and joined to the first point of the
+//   first loop by a bridge walked there and back; the even-odd fill then
+//   leaves the islands open and the bridges add nothing.
+// - INSERT: when neither the INSERT nor the map turns or mirrors, a
+//   `DrawableDisplayList` per array cell showing the block's own list, under
+//   the INSERT's scales and offset. Block lists are built once per drawing,
+//   block and BYBLOCK colour, and borrowed by every INSERT that shows them
+//   (`Ownership::borrowed`); the `SheetContext` owns them. A turned or
+//   mirrored INSERT is expanded: its block's entities are mapped one by one
+//   through the composed map. Blocks nest to a depth of 16; a deeper or
+//   cyclic INSERT, or one naming no block, is not shown.
+//
+// Layers: each drawable gets the `Extra_Layer_Info` of its entity's layer from
+// the `LayerTable`, so `--layer-off` clears one byte. Inside a block list the
+// entities of layer "0" get no layer of their own (they follow the INSERT,
+// whose DrawableDisplayList carries the INSERT's layer); so do the entities of
+// an expanded INSERT. Colours: BYBLOCK takes the INSERT's colour; BYLAYER was
+// resolved by the loader (layer "0" inside blocks keeps layer 0's colour).
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "displaylist/display_list.h"
+#include "foundation/rendering.h"
+#include "tools/dxf_loader.h"
+
+namespace dlview {
+
+// x' = a x + b y + e, y' = c x + d y + f.
+struct Affine {
+  double a = 1, b = 0, c = 0, d = 1, e = 0, f = 0;
+  static Affine from(const Placement& p) {
+    return {p.scale, 0, 0, p.scale, p.offset_x, p.offset_y};
+  }
+  DxfPoint apply(DxfPoint p) const { return {a * p.x + b * p.y + e, c * p.x + d * p.y + f}; }
+  // This map after `inner`: x -> this(inner(x)).
+  Affine after(const Affine& inner) const;
+  // Turns and scales alike on both axes, without mirroring.
+  bool conformal() const;
+  // Neither turns nor mirrors: b = c = 0, a > 0, d > 0.
+  bool axis_aligned() const { return b == 0 && c == 0 && a > 0 && d > 0; }
+};
+
+// What the mapping put into the list, per kind.
+struct MappingReport {
+  // Model-space entities shown, and those that could not be shown.
+  std::vector<long> shown = std::vector<long>(kDxfKindCount, 0);
+  std::vector<long> not_shown = std::vector<long>(kDxfKindCount, 0);
+  // Entities inside blocks that could not be shown (counted once per block list
+  // built, and once per expanded INSERT).
+  std::vector<long> not_shown_in_blocks = std::vector<long>(kDxfKindCount, 0);
+  long drawables = 0;    // drawables added, to every list
+  long block_lists = 0;  // block lists built
+};
+
+// What the drawables of a sheet refer to: the layers, the block lists, the
+// font and the text engine that measures labels. Destroy it after every list
+// that holds the sheet's drawables.
+class SheetContext {
+ public:
+  // `engine` may be null: texts are then not shown. Referenced.
+  explicit SheetContext(ZR_Text_Engine* engine, ZR_Font font = {});
+  ~SheetContext();
+  SheetContext(const SheetContext&) = delete;
+  SheetContext& operator=(const SheetContext&) = delete;
+
+  LayerTable layers;
+  ZR_Text_Engine* engine() const { return engine_; }
+  const ZR_Font& font() const { return font_; }
+
+  // The list of `block` of `drawing` with BYBLOCK as `by_block`, and the scale
+  // from block units to its world; built on first use, null while it is being
+  // built (a cycle) or for an empty block.
+  struct BlockList {
+    std::unique_ptr<DL::DisplayList> list;
+    double scale = 1;
+    DxfPoint base;
+    bool building = false;
+  };
+  std::map<std::tuple<const DxfDrawing*, std::string, ZR_RGB32>, BlockList> blocks;
+
+ private:
+  ZR_Text_Engine* engine_;
+  ZR_Font font_;
+};
+
+// Adds the model-space entities of `drawing`, placed by `placement`, to
+// `list`, in file order.
+MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
+                                  SheetContext& context, DL::DisplayList& list);
+
+// An MTEXT string without its inline codes, split into lines.
+std::vector<std::string> mtext_lines(const std::string& text);
+// %%d, %%p, %%c, %%u, %%o and %%% of TEXT resolved (underline and overline
+// dropped).
+std::string text_codes(const std::string& text);
+
+}  // namespace dlview
