@@ -73,17 +73,22 @@ DemoDrawing::DemoDrawing(ZR_Text_Engine* engine)
     layer->shown = 1;
     layers_[name] = std::move(layer);
   }
-  // The aerial photograph: 160 x 120 pixels of fields and a river.
+  // The aerial photograph: 48 x 36 pixels of fields and a river. An image is
+  // painted at its own pixel size whatever the zoom, so on a zoomed-out view it
+  // covers more than its world rectangle, and a group that a complex clip let
+  // through whole can carry it up to its size past the clip's edge: small
+  // images keep that small.
+  constexpr int kW = 48, kH = 36;
   auto* photo = new ZR_Image_Data;
-  photo->width = 160;
-  photo->height = 120;
-  photo->pixels.resize(160 * 120);
-  for (int y = 0; y < 120; ++y)
-    for (int x = 0; x < 160; ++x) {
-      const double river = std::fabs(y - 60 - 20 * std::sin(x / 20.0));
-      const bool field = ((x / 20) + (y / 15)) % 2 == 0;
-      photo->pixels[static_cast<std::size_t>(y * 160 + x)] =
-          river < 6 ? rgb(40, 90, 200 - static_cast<int>(river) * 10)
+  photo->width = kW;
+  photo->height = kH;
+  photo->pixels.resize(kW * kH);
+  for (int y = 0; y < kH; ++y)
+    for (int x = 0; x < kW; ++x) {
+      const double river = std::fabs(y - kH / 2 - 6 * std::sin(x / 6.0));
+      const bool field = ((x / 6) + (y / 5)) % 2 == 0;
+      photo->pixels[static_cast<std::size_t>(y * kW + x)] =
+          river < 2 ? rgb(40, 90, 200 - static_cast<int>(river) * 30)
           : field   ? rgb(170 + x % 7, 190, 90)
                     : rgb(120, 160 + y % 9, 70);
     }
@@ -321,7 +326,7 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
         add(nested, nested->mapped_bounds(), symbols);
       }
       // Now and then an aerial photograph.
-      if (index % 40 == 0) {
+      if (index % 397 == 0) {
         const WorldPoint corner = pt(x0 + cell * 0.35, y0 + cell * 0.6);
         const WorldBounds b{corner, pt(x0 + cell * 0.55, y0 + cell * 0.75)};
         add(new DL::Image(rgb(0, 0, 0), b, photo_), b, photos);

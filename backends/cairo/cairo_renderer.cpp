@@ -511,8 +511,7 @@ void CairoRenderer::use_clip(ZR_Rendition* rendition, bool clipped) {
       clipped && data &&
       !(data->hard_clip.x_min == INT32_MIN && data->hard_clip.x_max == INT32_MAX &&
         data->hard_clip.y_min == INT32_MIN && data->hard_clip.y_max == INT32_MAX);
-  ZR_Contour_Set_Data* contours =
-      (options.complex_clip && data) ? data->complex_clip.get() : nullptr;
+  ZR_Contour_Set_Data* contours = data ? data->complex_clip.get() : nullptr;
   if (want_rect == clip_has_rect_ && (!want_rect || data->hard_clip == clip_rect_) &&
       contours == clip_contours_.get())
     return;

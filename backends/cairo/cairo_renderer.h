@@ -36,10 +36,15 @@
 //   device point (top meaning the picture's top, whatever the orientation).
 // - Clips: `_clipped` entries cut to the rendition's hard clip rectangle
 //   (inclusive, whole pixels); `_unclipped` entries cut to nothing but the
-//   surface. When `options.complex_clip` is true (set it with
-//   `set_complex_clip_supported`), every entry also cuts to the rendition's
-//   complex clip contours, even-odd, in device units. The clip last set on the
-//   context is remembered, so a run of draws under one clip sets it once.
+//   surface. Every entry also cuts to the rendition's complex clip contours,
+//   even-odd, in device units, whenever the rendition carries one. Whether the
+//   renderer says so (`options.complex_clip`, set with
+//   `set_complex_clip_supported`) only decides who does the work: when it says
+//   it supports complex clips, the library leaves every group to cairo; when it
+//   does not, the library lifts the clip off groups wholly inside it and skips
+//   groups wholly outside, so cairo only clips the groups that cross its edge.
+//   The picture is the same either way. The clip last set on the context is
+//   remembered, so a run of draws under one clip sets it once.
 //
 // The context belongs to whoever made it; the renderer keeps its own
 // reference. Text engines paint glyphs through `paint_contours`.

@@ -288,7 +288,7 @@ TEST(CairoRenderer, ClippedEntriesKeepToTheHardClip) {
   EXPECT_EQ(p.at(40, 10), kRed);
 }
 
-TEST(CairoRenderer, ComplexClipWhenTheDeviceClaimsIt) {
+TEST(CairoRenderer, ComplexClipWhateverTheDeviceClaims) {
   // A square with a square hole: even-odd.
   ZR_Contour_Set ring =
       ZR_Contour_Set::make({{{8, 8, 0}, {56, 8, 0}, {56, 56, 0}, {8, 56, 0}},
@@ -301,8 +301,10 @@ TEST(CairoRenderer, ComplexClipWhenTheDeviceClaimsIt) {
     p.rendition.set_complex_clip(&ring, false);
     p.r->polygon_unclipped(&p.rendition, 4, box, nullptr);
     EXPECT_EQ(p.at(16, 16), kRed);
-    EXPECT_EQ(p.at(2, 2), supported ? kWhite : kRed);
-    EXPECT_EQ(p.at(32, 32), supported ? kWhite : kRed);
+    // The claim only tells the library who classifies groups: the device cuts
+    // to any complex clip it is handed, so the picture is the same.
+    EXPECT_EQ(p.at(2, 2), kWhite);
+    EXPECT_EQ(p.at(32, 32), kWhite);
     // Dropping the clip lifts it at the next call.
     p.rendition.set_complex_clip(nullptr, false);
     ZR_DCI_Point corner{1, 1, 0};
