@@ -316,7 +316,11 @@ class DisplayListPeer : public Peer {
 
 // ---- Boost.Geometry rtree ----------------------------------------------------
 
-using BPoint = bg::model::point<WorldCoord, 2, bg::cs::cartesian>;
+// Boost's rtrees compute areas and margins in the coordinate type, which
+// overflows for 32-bit integers spread over the whole plane and leaves the tree
+// badly split (queries a hundred times slower); in double every 32-bit value is
+// exact and nothing overflows, so the peers get double coordinates.
+using BPoint = bg::model::point<double, 2, bg::cs::cartesian>;
 using BBox = bg::model::box<BPoint>;
 using BValue = std::pair<BBox, std::uint32_t>;
 
