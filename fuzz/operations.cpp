@@ -13,6 +13,10 @@
 #include "backends/recording/recording_text.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
+#include "drawables/image.h"
+#include "drawables/polything.h"
+#include "drawables/polytriangle.h"
+#include "drawables/row_of_dots.h"
 #include "drawables/vector_iterator.h"
 #include "ellipse/ellipse.h"
 #include "iterators/display_list_iterator.h"
@@ -213,11 +217,74 @@ class Run {
         return make_ellipse();
       case 3:
         return make_text();
-      // The point primitives (Polyline, Polymarker, Polygon, the triangle
-      // strips, RowOfDots, Image) join here, each with counts 0, 1, 256, 257 and
-      // points at the ends of the range, once they are in the library.
+      case 4:
+        return make_point_primitive();
       default:
         return new (heap_) test::Box(rectangle(), kPalette[in_.pick(4)]);
+    }
+  }
+
+  // The point lists, triangle strips, rows of dots and images, with counts on
+  // both sides of the 256 points a draw keeps on the stack. Their arrays come
+  // from the default heap, so the list's heap still holds one block a drawable.
+  Drawable* make_point_primitive() {
+    static constexpr int kCounts[] = {2, 3, 5, 17, 256, 257, 1, 1};
+    const int kind = in_.pick(12);
+    // Lines need two points to be drawn; the others one.
+    int n = kCounts[in_.pick(8)];
+    if (n < 2 && (kind == 2 || kind == 5)) n = 2;
+    std::vector<WorldPoint> pts(static_cast<std::size_t>(n));
+    WorldPoint p = point();
+    const int spread = 1 << in_.pick(24);
+    for (WorldPoint& q : pts) {
+      q = p;
+      const std::int64_t dx =
+          static_cast<std::int8_t>(in_.byte()) * static_cast<std::int64_t>(spread) / 128;
+      const std::int64_t dy =
+          static_cast<std::int8_t>(in_.byte()) * static_cast<std::int64_t>(spread) / 128;
+      p = {static_cast<WorldCoord>(std::clamp<std::int64_t>(p.x + dx, kMin, kMax)),
+           static_cast<WorldCoord>(std::clamp<std::int64_t>(p.y + dy, kMin, kMax))};
+    }
+    const Drawable::ColorData c = color();
+    std::vector<ZR_RGB32> colors(pts.size(), kPalette[in_.pick(4)]);
+    std::vector<ZR_Vertex_Parameters> parameters(pts.size(), ZR_Vertex_Parameters{{1, 2, 3}});
+    std::vector<float> scalars(pts.size(), 0.5f);
+    switch (kind) {
+      case 0:
+        return new (heap_) Polydot(c, n, pts.data());
+      case 1:
+        return new (heap_) Polygon(c, n, pts.data());
+      case 2:
+        return new (heap_) Polyline(c, n, pts.data());
+      case 3:
+        return new (heap_) GouraudPolyline(c, n, pts.data(), colors.data());
+      case 4:
+        return new (heap_) Polymarker(c, n, pts.data());
+      case 5:
+        return new (heap_) Polysegment(c, n, pts.data());
+      case 6:
+        return new (heap_) PolytriangleWithNoBorder(c, n, pts.data());
+      case 7:
+        return new (heap_) Polytriangle(c, n, pts.data());
+      case 8:
+        return new (heap_) GouraudPolytriangle(c, n, pts.data(), colors.data());
+      case 9:
+        return new (heap_) TexturedPolytriangle(c, n, pts.data(), colors.data(), parameters.data(),
+                                                in_.pick(2) ? scalars.data() : nullptr,
+                                                in_.pick(2) ? parameters.data() : nullptr);
+      case 10:
+        return new (heap_) RowOfDots(c, pts[0], {coordinate() / 65536, coordinate() / 65536}, n);
+      default: {
+        ZR_Image body;
+        if (in_.pick(2)) {
+          auto* data = new ZR_Image_Data;
+          data->width = 2;
+          data->height = 2;
+          data->pixels.assign(4, kPalette[in_.pick(4)]);
+          body.reset(data);
+        }
+        return new (heap_) Image(c, rectangle(), body);
+      }
     }
   }
 
