@@ -16,6 +16,7 @@
 #include "backends/freetype/freetype_engine.h"
 #include "displaylist/display_list.h"
 #include "drawables/polything.h"
+#include "tests/support/fontconfig_leaks.h"
 #include "tests/support/tree_check.h"
 #include "tools/demo_drawing.h"
 #include "tools/dxf_mapping.h"

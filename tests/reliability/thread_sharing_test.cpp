@@ -16,12 +16,7 @@
 #include "text/text.h"
 #ifdef DL_HAVE_FREETYPE
 #include "backends/freetype/freetype_engine.h"
-
-// fontconfig keeps its configuration for the life of the process; that is not
-// a leak of ours.
-extern "C" const char* __lsan_default_suppressions() {
-  return "leak:libfontconfig.so";
-}
+#include "tests/support/fontconfig_leaks.h"
 #endif
 
 namespace DL {

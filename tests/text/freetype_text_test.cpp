@@ -11,12 +11,7 @@
 
 #ifdef DL_HAVE_FREETYPE
 #include "backends/freetype/freetype_engine.h"
-
-// fontconfig keeps its configuration for the life of the process; under the
-// leak checker that shows as a leak of the library's, not of ours.
-extern "C" const char* __lsan_default_suppressions() {
-  return "leak:libfontconfig.so";
-}
+#include "tests/support/fontconfig_leaks.h"
 
 namespace DL {
 namespace {

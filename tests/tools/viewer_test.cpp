@@ -16,6 +16,7 @@
 #include "drawables/dot.h"
 #include "drawables/polything.h"
 #include "ellipse/ellipse.h"
+#include "tests/support/fontconfig_leaks.h"
 #include "tests/support/tree_check.h"
 #include "tools/demo_drawing.h"
 
