@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstring>
 
+#include "displaylist/display_list.h"
+#include "drawables/drawable.h"
+#include "foundation/assert.h"
 #include "foundation/rendering.h"
 #include "foundation/zephal.h"
 
@@ -42,6 +45,22 @@ class DevicePointBuffer {
   ZR_DCI_Point* data_;
   ZR_DCI_Point stack_[kStackDevicePoints + Extra];
 };
+
+// The common shape of the draws that send every point: converts the `count`
+// points into a device buffer, takes the drawable's rendition once, and hands
+// both to `send`, which calls the action entry. Nothing is drawn when the heap
+// cannot deliver the buffer.
+template <class Send>
+void draw_converted(Drawable& d, DisplayList& list, int count, const WorldPoint* points,
+                    Send send) {
+  DL_ASSERT(count >= 1);
+  DevicePointBuffer<0> buffer(count);
+  ZR_DCI_Point* device = buffer.data();
+  if (!device) return;
+  list.world_to_screen_points(count, points, device);
+  ZR_Rendition* r = d.rendition(list);
+  send(r, device);
+}
 
 // An owned array of `count` items from the default heap, the heap of the
 // classes' plain operator new, filled from `source` when that is not null.

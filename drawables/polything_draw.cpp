@@ -39,24 +39,18 @@ void draw_polydot(Polything& d, DisplayList& list) {
 // All points, then one call of a points entry.
 template <PointsEntry Entry>
 void draw_all_points(Polything& d, DisplayList& list) {
-  DL_ASSERT(d.count >= 1);
-  detail::DevicePointBuffer<0> buffer(d.count);
-  ZR_DCI_Point* device = buffer.data();
-  if (!device) return;
-  list.world_to_screen_points(d.count, d.points, device);
-  ZR_Rendition* r = d.rendition(list);
-  (list.renderer->*Entry)(r, d.count, device);
+  detail::draw_converted(d, list, d.count, d.points,
+                         [&](ZR_Rendition* r, const ZR_DCI_Point* device) {
+                           (list.renderer->*Entry)(r, d.count, device);
+                         });
 }
 
 template <PolygonEntry Entry>
 void draw_polygon(Polything& d, DisplayList& list) {
-  DL_ASSERT(d.count >= 1);
-  detail::DevicePointBuffer<0> buffer(d.count);
-  ZR_DCI_Point* device = buffer.data();
-  if (!device) return;
-  list.world_to_screen_points(d.count, d.points, device);
-  ZR_Rendition* r = d.rendition(list);
-  (list.renderer->*Entry)(r, d.count, device, nullptr);
+  detail::draw_converted(d, list, d.count, d.points,
+                         [&](ZR_Rendition* r, const ZR_DCI_Point* device) {
+                           (list.renderer->*Entry)(r, d.count, device, nullptr);
+                         });
 }
 
 // The kept points as a line, or the one dot they collapsed to.

@@ -27,47 +27,38 @@ long long array_bytes(int count, std::size_t item) {
 // polyline entry of the same draw at line weight 1.
 template <PointsEntry Triangles, PointsEntry Line, bool Border>
 void draw_strip(Polything& d, DisplayList& list) {
-  DL_ASSERT(d.count >= 1);
-  detail::DevicePointBuffer<0> buffer(d.count);
-  ZR_DCI_Point* device = buffer.data();
-  if (!device) return;
-  list.world_to_screen_points(d.count, d.points, device);
-  ZR_Rendition* r = d.rendition(list);
-  (list.renderer->*Triangles)(r, d.count, device);
-  if constexpr (Border) {
-    if (r->face_mode() != 64) return;
-    detail::DevicePointBuffer<1> outline_buffer(d.count);
-    ZR_DCI_Point* outline = outline_buffer.data();
-    if (!outline) return;
-    Polytriangle::strip_outline(d.count, device, outline);
-    const int weight = r->line_weight();
-    r->set_line_weight(1, true);
-    (list.renderer->*Line)(r, d.count + 1, outline);
-    r->set_line_weight(weight, true);
-  }
+  detail::draw_converted(d, list, d.count, d.points,
+                         [&](ZR_Rendition* r, const ZR_DCI_Point* device) {
+                           (list.renderer->*Triangles)(r, d.count, device);
+                           if constexpr (Border) {
+                             if (r->face_mode() != 64) return;
+                             detail::DevicePointBuffer<1> outline_buffer(d.count);
+                             ZR_DCI_Point* outline = outline_buffer.data();
+                             if (!outline) return;
+                             Polytriangle::strip_outline(d.count, device, outline);
+                             const int weight = r->line_weight();
+                             r->set_line_weight(1, true);
+                             (list.renderer->*Line)(r, d.count + 1, outline);
+                             r->set_line_weight(weight, true);
+                           }
+                         });
 }
 
 template <ShadedEntry Entry>
 void draw_gouraud_strip(GouraudPolytriangle& d, DisplayList& list) {
-  DL_ASSERT(d.count >= 1);
-  detail::DevicePointBuffer<0> buffer(d.count);
-  ZR_DCI_Point* device = buffer.data();
-  if (!device) return;
-  list.world_to_screen_points(d.count, d.points, device);
-  ZR_Rendition* r = d.rendition(list);
-  (list.renderer->*Entry)(r, d.count, device, d.vertex_colors);
+  detail::draw_converted(d, list, d.count, d.points,
+                         [&](ZR_Rendition* r, const ZR_DCI_Point* device) {
+                           (list.renderer->*Entry)(r, d.count, device, d.vertex_colors);
+                         });
 }
 
 template <TexturedEntry Entry>
 void draw_textured_strip(TexturedPolytriangle& d, DisplayList& list) {
-  DL_ASSERT(d.count >= 1);
-  detail::DevicePointBuffer<0> buffer(d.count);
-  ZR_DCI_Point* device = buffer.data();
-  if (!device) return;
-  list.world_to_screen_points(d.count, d.points, device);
-  ZR_Rendition* r = d.rendition(list);
-  (list.renderer->*Entry)(r, d.count, device, d.vertex_colors, d.vertex_parameters,
-                          d.vertex_scalars, d.vertex_vectors);
+  detail::draw_converted(
+      d, list, d.count, d.points, [&](ZR_Rendition* r, const ZR_DCI_Point* device) {
+        (list.renderer->*Entry)(r, d.count, device, d.vertex_colors, d.vertex_parameters,
+                                d.vertex_scalars, d.vertex_vectors);
+      });
 }
 
 }  // namespace
