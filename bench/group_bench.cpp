@@ -26,7 +26,6 @@
 #include <vector>
 
 #include "bench/ratio_reporter.h"
-#include "bench/ratio_reporter.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
 
@@ -63,7 +62,7 @@ const std::vector<WorldPoint>& points(std::size_t n, bool coherent) {
 
 // A list over the whole plane with a renderer whose entries do nothing.
 struct BenchList {
-  ZephalHeap* heap = ZP_CreateHeap();
+  ZephalHeap* heap = ZP_CreateHeap(kZephalNoSerialize);  // one thread
   DL::DisplayList* list = new DL::DisplayList(heap);
   BenchList() {
     list->set_renderer(new ZR_Renderer);
@@ -81,7 +80,7 @@ struct BenchList {
 
 // The floor: the same records from the same allocator, appended to one list.
 struct FloorList {
-  ZephalHeap* heap = ZP_CreateHeap();
+  ZephalHeap* heap = ZP_CreateHeap(kZephalNoSerialize);  // one thread
   DL::Drawable* head = nullptr;
   DL::Drawable* tail = nullptr;
   ~FloorList() { ZP_DestroyHeap(heap); }

@@ -68,6 +68,33 @@ TEST(Heap, DestroyingAHeapFreesWhatIsLeftAndDefaultHeapStays) {
   ZP_ReleaseMemory(p);
 }
 
+// The chunks of a destroyed heap serve the next heap, also after their pages
+// went back to the system; a heap without a lock behaves as one with.
+TEST(Heap, ChunksOfDestroyedHeapsServeTheNextHeaps) {
+  for (int round = 0; round < 3; ++round) {
+    ZephalHeap* h = ZP_CreateHeap(round == 1 ? unsigned{kZephalNoSerialize} : 0u);
+    std::vector<unsigned char*> blocks;
+    for (int i = 0; i < 20000; ++i) {  // some twenty chunks of two classes
+      const std::size_t size = i % 2 ? 40 : 64;
+      auto* p = static_cast<unsigned char*>(ZP_AllocateMemory(size, h));
+      ASSERT_NE(p, nullptr);
+      std::memset(p, i & 0xFF, size);
+      blocks.push_back(p);
+    }
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+      const std::size_t size = i % 2 ? 40 : 64;
+      ASSERT_EQ(blocks[i][0], i & 0xFF);
+      ASSERT_EQ(blocks[i][size - 1], i & 0xFF);
+    }
+    for (std::size_t i = 0; i < blocks.size(); i += 2) ZP_ReleaseMemory(blocks[i]);
+    EXPECT_EQ(ZP_HeapStatistics(h).live_blocks, 10000u);
+    EXPECT_EQ(ZP_HeapStatistics(h).live_bytes, 10000u * 40u);
+    ZP_DestroyHeap(h);
+    if (round == 1) ZP_ReleaseUnusedMemory();
+  }
+  ZP_ReleaseUnusedMemory();
+}
+
 TEST(Heap, ThreadsShareOneHeap) {
   ZephalHeap* h = ZP_CreateHeap();
   auto work = [h](unsigned seed) {
