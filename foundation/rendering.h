@@ -202,7 +202,11 @@ class ZR_Rendition : public ZR_Handle<ZR_Rendition_Data> {
   int face_mode() const { return body_->face_attributes->face_mode; }
   const ZR_Text_Attributes& text_attributes() const { return *body_->text_attributes; }
 
-  void set_color(ZR_RGB32 color, bool in_place);
+  // Inline, since every drawable sets its colour before it draws and the
+  // colour is mostly the one already set.
+  void set_color(ZR_RGB32 color, bool in_place) {
+    if (body_->color != color) set_changed_color(color, in_place);
+  }
   void set_hard_clip(const ZR_Int_Rectangle& clip, bool in_place);
   // Replaces the complex clip; null removes it.
   void set_complex_clip(const ZR_Contour_Set* clip, bool in_place);
@@ -219,6 +223,9 @@ class ZR_Rendition : public ZR_Handle<ZR_Rendition_Data> {
   void set_text_rotation(float rotation, bool in_place);
   void set_text_scale(float scale, bool in_place);
   void set_text_font(const ZR_Font& font, bool in_place);
+
+ private:
+  void set_changed_color(ZR_RGB32 color, bool in_place);
 };
 
 // ---------------------------------------------------------------------------

@@ -102,8 +102,7 @@ ZR_Rendition ZR_Rendition::create() {
   return ZR_Rendition(data);
 }
 
-void ZR_Rendition::set_color(ZR_RGB32 color, bool in_place) {
-  if (body_->color == color) return;
+void ZR_Rendition::set_changed_color(ZR_RGB32 color, bool in_place) {
   make_mutable(*this, in_place)->color = color;
 }
 
