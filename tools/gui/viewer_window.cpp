@@ -264,6 +264,7 @@ bool ViewerWindow::draw_once() {
   draw_generation_ = generation_;
   const View drawn_view = view_;
   cairo_t* cr = back_renderer_->context();
+  back_renderer_->flush_direct();
   cairo_save(cr);
   cairo_identity_matrix(cr);
   cairo_reset_clip(cr);
@@ -298,6 +299,7 @@ bool ViewerWindow::draw_once() {
     done =
         list_.root->draw_complex_bounded_interrupt(list_, list_.world_bounds, list_.visible_bounds);
   running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, ms_since(resumed_));
+  back_renderer_->flush_direct();
   in_draw_ = false;
   running_.ms = ms_since(start) - handling_ms_;
   const int k = running_.callbacks;
