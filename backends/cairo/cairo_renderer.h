@@ -45,19 +45,19 @@
 //   groups wholly outside, so cairo only clips the groups that cross its edge.
 //   The picture is the same either way. The clip last set on the context is
 //   remembered, so a run of draws under one clip sets it once.
-// - Direct dots. A dot costs cairo about a microsecond (a source pattern, a
-//   path, a clip and a fill for one pixel), which makes a view of 1e5 dots
-//   miss an interactive frame. So when the context's target is an image
+// - Direct dots. A dot costs cairo 0.2 to 1 µs (a source pattern, a path, a
+//   clip and a fill for one pixel), which makes a view of 1e5 dots miss an
+//   interactive frame. So when the context's target is an image
 //   surface in ARGB32 or RGB24 with no device offset or scale, the operator is
 //   OVER or SOURCE, and the rendition carries no complex clip, a dot is
 //   written straight into the surface's pixels: the pixel of the device point,
 //   if it lies on the surface and (for `dot_clipped`) inside the hard clip, is
 //   set to the opaque colour, exactly what cairo's fill of that pixel gives.
 //   Everything else (other surfaces, complex clips, every other entry) goes
-//   through cairo. The target is flushed before the first direct write of a
-//   run and marked dirty when the run ends: before cairo draws through the
-//   renderer again, in `forget_clip`, in `flush_direct`, and when the renderer
-//   is destroyed.
+//   through cairo. The target and the context are checked when a run of
+//   direct writes starts; the target is flushed then, and marked dirty when
+//   the run ends: before cairo draws through the renderer again, in
+//   `forget_clip`, in `flush_direct`, and when the renderer is destroyed.
 //
 // The context belongs to whoever made it; the renderer keeps its own
 // reference. Text engines paint glyphs through `paint_contours`.
@@ -137,10 +137,10 @@ class CairoRenderer : public ZR_Renderer {
   bool clip_has_rect_ = false;
   ZR_Int_Rectangle clip_rect_{};
   ZR_Contour_Set clip_contours_;  // held, so its address cannot be reused meanwhile
-  // The run of direct dots: the target's pixels while one is open (flushed,
-  // not yet marked dirty), null otherwise.
   bool direct_dots_on_ = true;
-  long long direct_dots_ = 0;
+  long long direct_dots_ = 0;  // dots written straight into a target so far
+  // The run of direct dots: the target and its pixels while one is open
+  // (flushed, not yet marked dirty), null otherwise.
   cairo_surface_t* direct_target_ = nullptr;
   unsigned char* direct_data_ = nullptr;
   int direct_stride_ = 0;
