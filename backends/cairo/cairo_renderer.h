@@ -45,7 +45,7 @@
 //   groups wholly outside, so cairo only clips the groups that cross its edge.
 //   The picture is the same either way. The clip last set on the context is
 //   remembered, so a run of draws under one clip sets it once.
-// - Direct dots. A dot costs cairo 0.2 to 1 µs (a source pattern, a path, a
+// - Direct dots. A dot costs cairo 0.2 to 1 microsecond (a source pattern, a path, a
 //   clip and a fill for one pixel), which makes a view of 1e5 dots miss an
 //   interactive frame. So when the context's target is an image
 //   surface in ARGB32 or RGB24 with no device offset or scale, the operator is
