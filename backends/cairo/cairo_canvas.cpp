@@ -86,6 +86,7 @@ CairoCanvas::~CairoCanvas() {
 }
 
 void CairoCanvas::clear(ZR_RGB32 color) {
+  renderer_->flush_direct();
   cairo_save(cr_);
   cairo_reset_clip(cr_);
   cairo_set_source_rgb(cr_, ((color >> 16) & 0xff) / 255.0, ((color >> 8) & 0xff) / 255.0,
@@ -97,6 +98,7 @@ void CairoCanvas::clear(ZR_RGB32 color) {
 
 ZR_RGB32 CairoCanvas::pixel(int x, int y) {
   if (format_ != Format::png || x < 0 || y < 0 || x >= width_ || y >= height_) return 0;
+  renderer_->flush_direct();
   cairo_surface_flush(surface_);
   const unsigned char* data = cairo_image_surface_get_data(surface_);
   const int stride = cairo_image_surface_get_stride(surface_);
@@ -110,6 +112,7 @@ bool CairoCanvas::write_png(const std::string& path, std::string* error) {
     if (error) *error = "only a PNG canvas can be written as PNG";
     return false;
   }
+  renderer_->flush_direct();
   cairo_surface_flush(surface_);
   cairo_status_t status = cairo_surface_write_to_png(surface_, path.c_str());
   if (status != CAIRO_STATUS_SUCCESS) {
@@ -122,6 +125,7 @@ bool CairoCanvas::write_png(const std::string& path, std::string* error) {
 bool CairoCanvas::finish(std::string* error) {
   if (finished_) return true;
   finished_ = true;
+  renderer_->flush_direct();
   if (format_ == Format::png) return write_png(path_, error);
   cairo_surface_finish(surface_);
   cairo_status_t status = cairo_surface_status(surface_);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 namespace DL {
@@ -177,6 +178,7 @@ struct CairoRenderer::Access {
   static cairo_t* begin(void* context, ZR_Rendition* rendition, bool clipped,
                         const ZR_RGB32* color) {
     CairoRenderer& r = self(context);
+    r.flush_direct();
     r.use_clip(rendition, clipped);
     r.set_color(rendition, color);
     return r.cr_;
@@ -185,6 +187,7 @@ struct CairoRenderer::Access {
   template <bool C>
   static void dot(void* context, ZR_Rendition* rendition, const ZR_DCI_Point* point,
                   const ZR_RGB32* color) {
+    if (self(context).direct_dot(rendition, C, *point, color)) return;
     cairo_t* cr = begin(context, rendition, C, color);
     add_dot(cr, *point);
     cairo_fill(cr);
@@ -490,10 +493,12 @@ CairoRenderer::CairoRenderer(cairo_t* context, int height, DeviceOrientation ori
 }
 
 CairoRenderer::~CairoRenderer() {
+  flush_direct();
   cairo_destroy(cr_);
 }
 
 void CairoRenderer::forget_clip() {
+  flush_direct();
   cairo_reset_clip(cr_);
   clip_has_rect_ = false;
   clip_contours_.clear();
@@ -550,9 +555,73 @@ void CairoRenderer::set_color(ZR_Rendition* rendition, const ZR_RGB32* color) {
   set_rgb(cr_, c);
 }
 
+void CairoRenderer::flush_direct() {
+  if (!direct_target_) return;
+  cairo_surface_mark_dirty(direct_target_);
+  direct_target_ = nullptr;
+  direct_data_ = nullptr;
+}
+
+bool CairoRenderer::open_direct() {
+  if (!direct_dots_on_ || cairo_status(cr_) != CAIRO_STATUS_SUCCESS) return false;
+  const cairo_operator_t op = cairo_get_operator(cr_);
+  if (op != CAIRO_OPERATOR_OVER && op != CAIRO_OPERATOR_SOURCE) return false;
+  cairo_surface_t* target = cairo_get_group_target(cr_);
+  if (cairo_surface_status(target) != CAIRO_STATUS_SUCCESS ||
+      cairo_surface_get_type(target) != CAIRO_SURFACE_TYPE_IMAGE)
+    return false;
+  const cairo_format_t format = cairo_image_surface_get_format(target);
+  if (format != CAIRO_FORMAT_ARGB32 && format != CAIRO_FORMAT_RGB24) return false;
+  double dx = 0, dy = 0, sx = 1, sy = 1;
+  cairo_surface_get_device_offset(target, &dx, &dy);
+  cairo_surface_get_device_scale(target, &sx, &sy);
+  if (dx != 0 || dy != 0 || sx != 1 || sy != 1) return false;
+  // The matrix is the renderer's own (forget_clip sets it); a host that changed
+  // it has the general path.
+  cairo_matrix_t m;
+  cairo_get_matrix(cr_, &m);
+  const double ty = orientation_ == DeviceOrientation::y_up ? height_ - 0.5 : 0.5;
+  const double yy = orientation_ == DeviceOrientation::y_up ? -1 : 1;
+  if (m.xx != 1 || m.yx != 0 || m.xy != 0 || m.yy != yy || m.x0 != 0.5 || m.y0 != ty) return false;
+  cairo_surface_flush(target);
+  unsigned char* data = cairo_image_surface_get_data(target);
+  if (!data) return false;
+  direct_target_ = target;
+  direct_data_ = data;
+  direct_stride_ = cairo_image_surface_get_stride(target);
+  direct_width_ = cairo_image_surface_get_width(target);
+  direct_height_ = cairo_image_surface_get_height(target);
+  return true;
+}
+
+bool CairoRenderer::direct_dot(ZR_Rendition* rendition, bool clipped, const ZR_DCI_Point& point,
+                               const ZR_RGB32* color) {
+  const ZR_Rendition_Data* data = rendition ? rendition->get() : nullptr;
+  if (data && data->complex_clip.get()) return false;
+  if (!direct_target_ && !open_direct()) return false;
+  if (clipped && data) {
+    const ZR_Int_Rectangle& h = data->hard_clip;
+    if (point.x < h.x_min || point.x > h.x_max || point.y < h.y_min || point.y > h.y_max)
+      return true;
+  }
+  // The pixel cairo's fill would cover: column x, and row height - 1 - y with
+  // y up. In 64 bits, since device values reach the int limits.
+  const long long column = point.x;
+  const long long row = orientation_ == DeviceOrientation::y_up
+                            ? static_cast<long long>(height_) - 1 - point.y
+                            : static_cast<long long>(point.y);
+  if (column < 0 || column >= direct_width_ || row < 0 || row >= direct_height_) return true;
+  const ZR_RGB32 c = color ? *color : (rendition && *rendition ? rendition->color() : 0);
+  auto* pixel = reinterpret_cast<std::uint32_t*>(direct_data_ + row * direct_stride_) + column;
+  *pixel = 0xff000000u | (c & 0xffffffu);
+  ++direct_dots_;
+  return true;
+}
+
 void CairoRenderer::paint_contours(ZR_Rendition* rendition, const ZR_Point& origin,
                                    const ZR_Contour_Set_Data& glyphs, const ZR_RGB32* color,
                                    bool clipped) {
+  flush_direct();
   use_clip(rendition, clipped);
   set_color(rendition, color);
   std::vector<P> poly;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -402,6 +403,128 @@ TEST(CairoRenderer, DrawsADisplayListAndWritesEveryFormat) {
   EXPECT_NE(error.find("/nonexistent/dir/x.png"), std::string::npos);
   EXPECT_FALSE(
       CairoCanvas::create(CairoCanvas::Format::pdf, "/nonexistent/dir/x.pdf", 8, 8, &error));
+}
+
+// Dots written straight into an image surface give the very bytes cairo's own
+// fill gives: on both image formats and orientations, at the edges, off the
+// surface and at the int limits, on clipped and unclipped entries, under hard
+// clips that cross the edge or are empty, and interleaved with entries that
+// cairo draws (a run of direct writes must end before cairo paints again).
+TEST(CairoRenderer, DirectDotsMatchCairoByteForByte) {
+  constexpr int kW = 37, kH = 29;  // odd sizes, so rows and columns are not mistaken
+  struct Result {
+    std::vector<unsigned char> bytes;
+    long long direct = 0;
+  };
+  auto draw = [&](cairo_format_t format, DeviceOrientation orientation, bool direct) {
+    cairo_surface_t* s = cairo_image_surface_create(format, kW, kH);
+    cairo_t* cr = cairo_create(s);
+    if (format == CAIRO_FORMAT_RGB24) {
+      cairo_set_source_rgb(cr, 1, 1, 1);
+      cairo_paint(cr);
+    }  // ARGB32 starts transparent, so a dot's alpha shows as well
+    auto* r = new CairoRenderer(cr, kH, orientation);
+    add_ref(r);
+    r->set_direct_dots(direct);
+    ZR_Rendition rendition = ZR_Rendition::create();
+    rendition.set_color(0x123456, false);
+    ZR_RGB32 own = 0xa0b0c0;
+    std::vector<ZR_DCI_Point> points;
+    for (int y = -3; y <= kH + 2; y += 2)
+      for (int x = -3; x <= kW + 2; x += 3) points.push_back({x, y, 0});
+    for (int v : {INT32_MIN, INT32_MIN + 1, -65537, -65536, 65536, 70000, INT32_MAX})
+      for (int w : {0, 5, kH - 1}) {
+        points.push_back({v, w, 0});
+        points.push_back({w, v, 0});
+      }
+    const ZR_Int_Rectangle clips[] = {
+        {INT32_MIN, INT32_MAX, INT32_MIN, INT32_MAX},  // no clip
+        {-5, 10, 3, kH + 4},                           // across the left and top edges
+        {kW - 1, kW - 1, 0, 0},                        // one corner pixel
+        {20, 10, 0, kH},                               // empty
+        {INT32_MIN, 70000, -70000, INT32_MAX},
+    };
+    int i = 0;
+    for (const ZR_Int_Rectangle& clip : clips) {
+      rendition.set_hard_clip(clip, false);
+      for (const ZR_DCI_Point& p : points) {
+        const ZR_RGB32* color = (i % 3 == 0) ? &own : nullptr;
+        if (i++ % 2)
+          r->dot_clipped(&rendition, &p, color);
+        else
+          r->dot_unclipped(&rendition, &p, color);
+      }
+      // Cairo draws over some of those dots, and dots go on top of that.
+      ZR_DCI_Point bar[] = {{2, 2 + i % 7, 0}, {kW - 3, 2 + i % 7, 0}};
+      r->polyline_unclipped(&rendition, 2, bar);
+      for (int x = 0; x < kW; x += 2) {
+        ZR_DCI_Point d{x, 2 + i % 7, 0};
+        r->dot_clipped(&rendition, &d, &own);
+      }
+    }
+    // Under a complex clip cairo draws every dot, whichever way was asked.
+    ZR_Contour_Set square =
+        ZR_Contour_Set::make({{{4, 4, 0}, {20, 4, 0}, {20, 20, 0}, {4, 20, 0}}});
+    rendition.set_complex_clip(&square, false);
+    for (const ZR_DCI_Point& p : points) r->dot_unclipped(&rendition, &p, nullptr);
+    r->flush_direct();
+    Result out;
+    out.direct = r->direct_dots();
+    release(r);
+    cairo_destroy(cr);
+    cairo_surface_flush(s);
+    const unsigned char* data = cairo_image_surface_get_data(s);
+    const int stride = cairo_image_surface_get_stride(s);
+    for (int y = 0; y < kH; ++y)
+      out.bytes.insert(out.bytes.end(), data + y * stride, data + y * stride + 4 * kW);
+    cairo_surface_destroy(s);
+    return out;
+  };
+  for (cairo_format_t format : {CAIRO_FORMAT_ARGB32, CAIRO_FORMAT_RGB24})
+    for (DeviceOrientation orientation : {DeviceOrientation::y_up, DeviceOrientation::y_down}) {
+      SCOPED_TRACE(testing::Message()
+                   << "format " << format << " y_up " << (orientation == DeviceOrientation::y_up));
+      const Result by_cairo = draw(format, orientation, false);
+      const Result direct = draw(format, orientation, true);
+      EXPECT_EQ(by_cairo.direct, 0);
+      EXPECT_GT(direct.direct, 100);  // the direct way was really taken
+      ASSERT_EQ(by_cairo.bytes.size(), direct.bytes.size());
+      int differing = 0;
+      for (std::size_t k = 0; k < direct.bytes.size(); ++k)
+        differing += by_cairo.bytes[k] != direct.bytes[k];
+      EXPECT_EQ(differing, 0);
+    }
+}
+
+// Surfaces that cannot take direct writes get cairo's dots: one placed by a
+// device offset, and a PDF.
+TEST(CairoRenderer, DirectDotsOnlyWhereTheyAreExact) {
+  cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 8, 8);
+  cairo_surface_set_device_offset(s, -10, -10);
+  cairo_t* cr = cairo_create(s);
+  auto* r = new CairoRenderer(cr, 32);
+  add_ref(r);
+  ZR_Rendition rendition = ZR_Rendition::create();
+  rendition.set_color(kRed, false);
+  ZR_DCI_Point d{12, 31 - 13, 0};  // pixel (12, 13) of the picture: (2, 3) of the surface
+  r->dot_unclipped(&rendition, &d, nullptr);
+  EXPECT_EQ(r->direct_dots(), 0);
+  release(r);
+  cairo_destroy(cr);
+  cairo_surface_flush(s);
+  const auto* row = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(s) +
+                                                           3 * cairo_image_surface_get_stride(s));
+  EXPECT_EQ(row[2], 0xffff0000u);
+  cairo_surface_destroy(s);
+
+  const std::string path = testing::TempDir() + "direct_dots.pdf";
+  std::string error;
+  auto pdf = CairoCanvas::create(CairoCanvas::Format::pdf, path, 16, 16, &error);
+  ASSERT_TRUE(pdf) << error;
+  pdf->renderer()->dot_unclipped(&rendition, &d, nullptr);
+  EXPECT_EQ(pdf->renderer()->direct_dots(), 0);
+  EXPECT_TRUE(pdf->finish(&error)) << error;
+  std::remove(path.c_str());
 }
 
 }  // namespace

@@ -106,6 +106,7 @@ void PickTap::after_call(int points) {
   }
   current_points_ += points;
   if (hit_.drawable == current_) hit_.vertices = current_points_;
+  static_cast<DL::CairoRenderer*>(inner())->flush_direct();
   cairo_surface_flush(surface_);
   const unsigned char* data = cairo_image_surface_get_data(surface_);
   const int stride = cairo_image_surface_get_stride(surface_);

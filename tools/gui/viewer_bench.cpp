@@ -6,7 +6,10 @@
 //    each, the longest stretch during which the draw kept control, from its
 //    start to the first poll that ran the callback, between two such polls, or
 //    from the last to its end: the longest the user can wait before input is
-//    even looked at. Guards the polling of the interruptible traversals.
+//    even looked at. Guards the polling of the interruptible traversals. Also
+//    how many of all the stretches ran over 5 ms: on a shared machine the
+//    longest one is often a time the scheduler gave to another process, which
+//    a count of a few in thousands tells apart from a draw that is slow.
 // 2. Input to updated picture: ten times, an overview draw is started and, at
 //    its first callback, a wheel event that zooms about a point by ten each
 //    way (a view of 1% of the drawing's area) is put into GTK's queue. The
@@ -48,6 +51,7 @@ struct Bench {
   long long primitives;
   enum class Phase { first, overview, latency } phase = Phase::first;
   std::vector<double> overview_ms, stretch_ms, latency_ms, zoomed_ms;
+  long long stretches = 0, long_stretches = 0;
   bool armed = false;     // inject at the next callback
   bool injected = false;  // an event is on its way
   long long generation_at_injection = 0;
@@ -75,6 +79,8 @@ struct Bench {
       case Phase::overview:
         overview_ms.push_back(d.ms);
         stretch_ms.push_back(d.longest_stretch_ms);
+        stretches += d.callbacks + 1;
+        long_stretches += d.long_stretches;
         if (static_cast<int>(overview_ms.size()) < kOverviewRuns) {
           w->redraw();
           return;
@@ -110,8 +116,10 @@ struct Bench {
                 w->view().height);
     std::printf(
         "  overview redraw: median %.1f ms over %d draws; longest stretch between interrupt "
-        "polls: %.2f ms (median of the draws' longest %.2f ms)\n",
-        median(overview_ms), kOverviewRuns, most(stretch_ms), median(stretch_ms));
+        "polls: %.2f ms (median of the draws' longest %.2f ms; %lld of %lld stretches over 5 "
+        "ms)\n",
+        median(overview_ms), kOverviewRuns, most(stretch_ms), median(stretch_ms), long_stretches,
+        stretches);
     std::printf(
         "  input to updated picture, view of 1%% of the drawing: median %.2f ms, longest %.2f ms "
         "over %d events (the zoomed draw alone: median %.2f ms)\n",

@@ -16,6 +16,7 @@ constexpr int kClickSlop = 3;              // a press and release closer than th
 constexpr ZR_RGB32 kHighlight = 0xff7f00;  // orange
 constexpr int kMaxHandledPerPoll = 64;     // main loop turns per poll, at most
 constexpr double kInputCheckMs = 0.5;      // input is looked at no more often
+constexpr double kLongStretchMs = 5;       // a stretch the user would notice
 
 double ms_since(Clock::time_point t) {
   return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
@@ -264,6 +265,7 @@ bool ViewerWindow::draw_once() {
   draw_generation_ = generation_;
   const View drawn_view = view_;
   cairo_t* cr = back_renderer_->context();
+  back_renderer_->flush_direct();
   cairo_save(cr);
   cairo_identity_matrix(cr);
   cairo_reset_clip(cr);
@@ -297,7 +299,10 @@ bool ViewerWindow::draw_once() {
   else
     done =
         list_.root->draw_complex_bounded_interrupt(list_, list_.world_bounds, list_.visible_bounds);
-  running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, ms_since(resumed_));
+  const double last_stretch = ms_since(resumed_);
+  running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, last_stretch);
+  running_.long_stretches += last_stretch > kLongStretchMs;
+  back_renderer_->flush_direct();
   in_draw_ = false;
   running_.ms = ms_since(start) - handling_ms_;
   const int k = running_.callbacks;
@@ -336,6 +341,7 @@ bool ViewerWindow::poll(void* self) {
   const Clock::time_point now = Clock::now();
   const double stretch = std::chrono::duration<double, std::milli>(now - w->resumed_).count();
   w->running_.longest_stretch_ms = std::max(w->running_.longest_stretch_ms, stretch);
+  w->running_.long_stretches += stretch > kLongStretchMs;
   ++w->running_.callbacks;
   // The list asks at every twentieth interior group; a group can hold many
   // primitives, so the callback asks to be called again at the very next one

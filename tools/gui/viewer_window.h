@@ -68,6 +68,7 @@ struct DrawStats {
   double ms = 0;         // time of the traversal, without the input handled in it
   bool interrupted = false;
   double longest_stretch_ms = 0;  // longest time the draw ran without handling input
+  int long_stretches = 0;         // stretches longer than 5 ms
   int callbacks = 0;
 };
 
