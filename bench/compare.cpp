@@ -439,7 +439,9 @@ class VectorPeer : public Peer {
   double bytes_per_item(std::size_t n) const override {
     return static_cast<double>(boxes_.capacity() * sizeof(WorldBounds)) / static_cast<double>(n);
   }
-  void clear() override { std::vector<WorldBounds>().swap(boxes_); }
+  // Keeps the memory for the next build, as the display list's heaps and the
+  // floor's arena do: a build then costs no page faults in any of them.
+  void clear() override { boxes_.clear(); }
 
  private:
   std::vector<WorldBounds> boxes_;
@@ -457,7 +459,11 @@ class FloorPeer : public Peer {
   const char* name() const override { return "floor (bump + list)"; }
   void build(const Dataset& d) override {
     clear();
-    arena_.reset(new char[d.items.size() * sizeof(Record) + 16]);
+    const std::size_t need = d.items.size() * sizeof(Record);
+    if (need > arena_size_) {  // kept across builds, like the other peers' memory
+      arena_.reset(new char[need]);
+      arena_size_ = need;
+    }
     char* bump = arena_.get();
     Record** tail = &head_;
     for (const Item& it : d.items) {
@@ -494,13 +500,11 @@ class FloorPeer : public Peer {
     return removed;
   }
   double bytes_per_item(std::size_t) const override { return sizeof(Record); }
-  void clear() override {
-    arena_.reset();
-    head_ = nullptr;
-  }
+  void clear() override { head_ = nullptr; }  // the arena stays for the next build
 
  private:
   std::unique_ptr<char[]> arena_;
+  std::size_t arena_size_ = 0;
   Record* head_ = nullptr;
   std::size_t n_ = 0;
 };
