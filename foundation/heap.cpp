@@ -128,10 +128,6 @@ class HeapGuard {
   ZephalHeap& heap_;
 };
 
-}  // namespace
-
-namespace {
-
 // The reserved range that all chunks come from. Reserved on first use, never
 // released; pages are committed as chunks are handed out.
 struct ChunkPool {

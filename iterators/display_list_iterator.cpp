@@ -22,9 +22,7 @@ Group* DisplayListIterator::init(Group* start) {
   return current_group;
 }
 
-Drawable* DisplayListIterator::next() {
-  if (!current_drawable) return nullptr;  // ended: stays ended
-  if (Drawable* s = current_drawable->sibling) return current_drawable = s;
+Drawable* DisplayListIterator::next_leaf() {
   current_group = next_group();
   if (!current_group) return current_drawable = nullptr;
   return current_drawable = current_group->first_drawable();

@@ -103,8 +103,14 @@ class DisplayListIterator : public DL::HeapObject {
   DisplayListIterator() = default;
 
   // Steps to the next drawable and returns it; null at the end. An empty leaf
-  // reached by a step ends the walk (with `current_group` on it).
-  virtual DL::Drawable* next();
+  // reached by a step ends the walk (with `current_group` on it). Inline, so
+  // that a walk whose class is known (a plain walk on the stack) steps along a
+  // leaf without a call: the step within a leaf is most of every walk.
+  virtual DL::Drawable* next() {
+    if (!current_drawable) return nullptr;  // ended: stays ended
+    if (DL::Drawable* s = current_drawable->sibling) return current_drawable = s;
+    return next_leaf();
+  }
   // Backward steps are not offered by these walks: null, and nothing moves.
   virtual DL::Drawable* prev() { return nullptr; }
   // Steps, with no filter, until `target` is current; returns `target`, or null
@@ -113,6 +119,8 @@ class DisplayListIterator : public DL::HeapObject {
   virtual DL::Drawable* next_until(DL::Drawable* target);
   // The leaf after `current_group` in walk order, or null; changes nothing.
   virtual DL::Group* next_group();
+  // The step of `next` out of a leaf: to the first drawable of the next one.
+  DL::Drawable* next_leaf();
   // Null, and nothing moves.
   virtual DL::Group* prev_group() { return nullptr; }
 
