@@ -2,7 +2,8 @@
 // follows pans, zooms and Home; a click names the primitive under the pointer
 // and outlines it; a layer turned off is gone from the picture; a circular clip
 // cuts the picture; bad input gives an error on stderr and in a dialog; closing
-// the window in the middle of a draw ends cleanly. Pictures are read back from
+// the window in the middle of a draw ends cleanly; a new view shows a draft
+// first, then the exact picture. Pictures are read back from
 // the PNG files the script dumps. Skipped when xvfb-run is missing.
 #include <cairo.h>
 #include <gtest/gtest.h>
@@ -263,6 +264,44 @@ TEST(DlviewGui, CircularClipCutsThePicture) {
       }
   EXPECT_GT(inside, 4);
   EXPECT_EQ(outside, 0);
+}
+
+TEST(DlviewGui, ANewViewShowsADraftThenTheExactPicture) {
+  if (!have_xvfb()) GTEST_SKIP() << "xvfb-run is missing: the window is not tested";
+  const std::string drawing = write_drawing();
+  // Drafts forced, so that a small drawing has them: a zoom gives a draft and
+  // then the exact picture; a layer turned off keeps the view, so it is drawn
+  // exact at once; with drafts off a zoom is drawn exact at once.
+  const Result r = run({"draft always", "trace " + temp("f"), "scroll 300 200 up 2",
+                        "layer RED off", "draft never", "key minus", "status"},
+                       drawing);
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::vector<std::string> frames;
+  std::string status;
+  std::istringstream in(r.out);
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind("frame ", 0) == 0) frames.push_back(line);
+    if (line.rfind("status: ", 0) == 0) status = line;
+  }
+  ASSERT_EQ(frames.size(), 4u) << r.out;
+  EXPECT_EQ(frames[0].rfind("frame 1 draft: ", 0), 0u) << frames[0];
+  EXPECT_NE(frames[0].find("| draft"), std::string::npos) << frames[0];
+  EXPECT_EQ(frames[1].rfind("frame 2 exact: ", 0), 0u) << frames[1];
+  EXPECT_EQ(frames[1].find("| draft"), std::string::npos) << frames[1];
+  EXPECT_EQ(frames[2].rfind("frame 3 exact: ", 0), 0u) << frames[2];
+  EXPECT_EQ(frames[3].rfind("frame 4 exact: ", 0), 0u) << frames[3];
+  EXPECT_EQ(status.find("| draft"), std::string::npos) << status;
+  EXPECT_NE(status.find("complete"), std::string::npos) << status;
+  // Dots are one pixel in both: the draft of the zoomed view is the exact
+  // picture already, and it shows the zoomed view (points further apart).
+  const Picture draft = load(temp("f1.png")), exact = load(temp("f2.png"));
+  ASSERT_GT(draft.width, 0);
+  EXPECT_EQ(draft.pixels, exact.pixels);
+  EXPECT_GT(draft.count(kRed), 0);
+  EXPECT_LT(draft.count(kRed) + draft.count(kBlue), 288);
+  const Picture off = load(temp("f3.png"));
+  EXPECT_EQ(off.count(kRed), 0);
+  EXPECT_EQ(off.count(kBlue), exact.count(kBlue));
 }
 
 TEST(DlviewGui, BadInputIsReportedAndClosingMidDrawEndsCleanly) {

@@ -15,7 +15,12 @@
 //   dump PATH                the picture on screen (with the pick outline) as PNG
 //   status                   prints "status: <the status line>"
 //   view                     prints "view: <centre x> <centre y> <units per pixel> <width>
-//   <height>" close-while-drawing      starts a redraw and closes the window from inside it
+//   <height>"
+//   close-while-drawing      starts a redraw and closes the window from inside it
+//   draft auto|always|never  when a draft picture comes before the exact one
+//   trace PREFIX             from now on, each finished picture prints "frame N
+//                            draft|exact: <the status line>" and is dumped to
+//                            PREFIX<N>.png (N counts from 1)
 //
 // The window closes after the last command, and dlview exits 0.
 #include <cmath>
@@ -117,8 +122,10 @@ bool check(const std::vector<std::string>& c, std::string& why) {
     ok = k == 2 && (c[2] == "on" || c[2] == "off");
   else if (n == "tool")
     ok = k == 1 && (c[1] == "navigate" || c[1] == "circle" || c[1] == "polygon");
-  else if (n == "dump")
+  else if (n == "dump" || n == "trace")
     ok = k == 1;
+  else if (n == "draft")
+    ok = k == 1 && (c[1] == "auto" || c[1] == "always" || c[1] == "never");
   else if (n == "status" || n == "view" || n == "close-while-drawing")
     ok = k == 0;
   else {
@@ -192,6 +199,22 @@ bool run_command(Script& s, const std::vector<std::string>& c) {
     std::printf("view: %.6f %.6f %.12g %d %d\n", w.view().cx, w.view().cy, w.view().upp,
                 w.view().width, w.view().height);
     std::fflush(stdout);
+  } else if (n == "draft") {
+    w.set_draft_policy(c[1] == "auto"     ? DraftPolicy::automatic
+                       : c[1] == "always" ? DraftPolicy::always
+                                          : DraftPolicy::never);
+  } else if (n == "trace") {
+    auto frames = std::make_shared<int>(0);
+    const std::string prefix = c[1];
+    w.on_finished = [&w, frames, prefix] {
+      const int n = ++*frames;
+      std::printf("frame %d %s: %s\n", n, w.showing_draft() ? "draft" : "exact",
+                  w.status_text().c_str());
+      std::fflush(stdout);
+      std::string error;
+      if (!w.dump_picture(prefix + std::to_string(n) + ".png", error))
+        std::fprintf(stderr, "dlview: script: %s\n", error.c_str());
+    };
   } else if (n == "close-while-drawing") {
     // The close arrives at the first poll of a draw, and is handled there.
     auto sent = std::make_shared<bool>(false);

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "backends/cairo/draft_renderer.h"
+
 namespace dlview {
 
 namespace {
@@ -17,6 +19,7 @@ constexpr ZR_RGB32 kHighlight = 0xff7f00;  // orange
 constexpr int kMaxHandledPerPoll = 64;     // main loop turns per poll, at most
 constexpr double kInputCheckMs = 0.5;      // input is looked at no more often
 constexpr double kLongStretchMs = 5;       // a stretch the user would notice
+constexpr double kFrameMs = 16;            // an exact draw slower than this gets a draft first
 
 double ms_since(Clock::time_point t) {
   return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
@@ -215,9 +218,18 @@ bool ViewerWindow::work() {
     pick_wanted_ = false;
     do_pick(pick_column_, pick_row_);
   }
-  if (drawn_generation_ == generation_) return false;
-  draw_once();
-  return !closing_ && (drawn_generation_ != generation_ || pick_wanted_);
+  if (drawn_generation_ == generation_ && !front_is_draft_) return false;
+  draw_once(wants_draft());
+  return !closing_ && (drawn_generation_ != generation_ || front_is_draft_ || pick_wanted_);
+}
+
+// Whether the next draw should be a draft: a new view whose exact draw is
+// likely to take longer than a frame, and no draft of it on screen yet.
+bool ViewerWindow::wants_draft() const {
+  if (draft_policy_ == DraftPolicy::never || !front_) return false;
+  if (drawn_generation_ == generation_) return false;  // the draft of this state is shown
+  if (view_ == front_view_) return false;
+  return draft_policy_ == DraftPolicy::always || exact_ms_ > kFrameMs;
 }
 
 // ---------------------------------------------------------------------------
@@ -258,23 +270,35 @@ void ViewerWindow::apply_clip() {
   list_.rendition.set_complex_clip(&set, false);
 }
 
-// Draws the wanted view into the back surface; true when the draw ran to its
-// end, and then the back surface becomes the picture on screen.
-bool ViewerWindow::draw_once() {
+// Draws the wanted view into the back surface, as a draft or exact; true when
+// the draw ran to its end, and then the back surface becomes the picture on
+// screen.
+bool ViewerWindow::draw_once(bool draft) {
   ensure_back();
   draw_generation_ = generation_;
+  draw_is_draft_ = draft;
   const View drawn_view = view_;
-  cairo_t* cr = back_renderer_->context();
   back_renderer_->flush_direct();
-  cairo_save(cr);
-  cairo_identity_matrix(cr);
-  cairo_reset_clip(cr);
-  cairo_set_source_rgb(cr, 1, 1, 1);
-  cairo_paint(cr);
-  cairo_restore(cr);
-  back_renderer_->forget_clip();
+  DL::DraftRenderer* draft_renderer = nullptr;
+  CountingTap* counter = counter_;
+  if (draft) {
+    draft_renderer = new DL::DraftRenderer(back_);
+    add_ref(draft_renderer);
+    draft_renderer->clear(0xffffff);
+    counter = new CountingTap(draft_renderer);
+    add_ref(counter);
+  } else {
+    cairo_t* cr = back_renderer_->context();
+    cairo_save(cr);
+    cairo_identity_matrix(cr);
+    cairo_reset_clip(cr);
+    cairo_set_source_rgb(cr, 1, 1, 1);
+    cairo_paint(cr);
+    cairo_restore(cr);
+    back_renderer_->forget_clip();
+  }
 
-  list_.set_renderer(counter_);
+  list_.set_renderer(counter);
   list_.complex_clip_supported = false;  // prune by the clip too; see the header
   list_.set_screen_bounds({{0, 0}, {view_.width - 1, view_.height - 1}});
   list_.set_world_bounds(view_.world());
@@ -283,7 +307,7 @@ bool ViewerWindow::draw_once() {
   list_.interrupt_user_data = this;
 
   running_ = DrawStats{};
-  counter_->calls = 0;
+  counter->calls = 0;
   const int counter_before = list_.interrupt_counter;
   in_draw_ = true;
   handling_ms_ = 0;
@@ -305,12 +329,20 @@ bool ViewerWindow::draw_once() {
   back_renderer_->flush_direct();
   in_draw_ = false;
   running_.ms = ms_since(start) - handling_ms_;
+  running_.drawn = counter->calls;
+  if (draft) {
+    list_.set_renderer(counter_);  // the list lets go of the draft
+    draft_renderer->mark_dirty();
+    release(counter);
+    release(draft_renderer);
+  } else {
+    exact_ms_ = done ? running_.ms : std::max(exact_ms_, running_.ms);
+  }
   const int k = running_.callbacks;
   const int c0 = counter_before, c1 = list_.interrupt_counter;
   running_.groups = k == 0 ? c1 - c0
                            : (DL::DisplayList::kInterruptPollPeriod - c0) +
                                  (k - 1LL) * DL::DisplayList::kInterruptPollPeriod + c1;
-  running_.drawn = counter_->calls;
   running_.interrupted = !done;
   last_ = running_;
   if (done) {
@@ -325,7 +357,8 @@ bool ViewerWindow::draw_once() {
     back_ = nullptr;
     front_view_ = drawn_view;
     drawn_generation_ = draw_generation_;
-    ++completed_;
+    front_is_draft_ = draft;
+    ++(draft ? drafts_ : completed_);
     if (picked_) render_highlight();
   }
   update_status();
@@ -447,6 +480,7 @@ void ViewerWindow::update_status() {
                 : last_.interrupted                   ? "interrupted"
                                                       : "complete");
   status_ = line;
+  if (front_is_draft_) status_ += " | draft";
   if (!picked_text_.empty()) status_ += " | " + picked_text_;
   if (status_label_) gtk_label_set_text(GTK_LABEL(status_label_), status_.c_str());
 }

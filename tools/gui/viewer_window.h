@@ -14,6 +14,17 @@
 // once. Input that changes nothing (a pointer passing over the window, a
 // repaint) is handled without stopping the draw.
 //
+// Drafts. When the view changed (a zoom, a pan, a new size) and the last exact
+// draw took longer than a frame (kFrameMs, 16 ms; an interrupted draw counts
+// with the time it ran), the new view is first drawn by the `DraftRenderer`:
+// one-pixel lines, flat fills, no antialiasing, written straight into the
+// off-screen picture, through the same interruptible traversal. That picture
+// is shown as soon as it is finished, and the exact draw (cairo) follows,
+// interruptible too, and replaces it. The status line ends in "| draft" while
+// the picture on screen is a draft. A change that keeps the view (a layer, a
+// clip, a forced redraw) is drawn exact at once. Picks always use the exact
+// path.
+//
 // Choices:
 // - The list's `complex_clip_supported` is left false even though the cairo
 //   renderer clips to the complex clip itself: the library then prunes groups
@@ -74,6 +85,10 @@ struct DrawStats {
 
 enum class Tool { navigate, circle, polygon };
 
+// When a draft comes before the exact picture: as described above, before
+// every draw of a new view, or never.
+enum class DraftPolicy { automatic, always, never };
+
 class ViewerWindow {
  public:
   ViewerWindow(GuiDrawing& drawing, const GuiOptions& options);
@@ -93,6 +108,12 @@ class ViewerWindow {
   const View& view() const { return view_; }
   const DrawStats& last_draw() const { return last_; }
   long long completed_draws() const { return completed_; }
+  // Draft pictures that were finished and shown.
+  long long draft_frames() const { return drafts_; }
+  // Whether the picture on screen is a draft, and whether the draw running is one.
+  bool showing_draft() const { return front_is_draft_; }
+  bool drawing_draft() const { return in_draw_ && draw_is_draft_; }
+  void set_draft_policy(DraftPolicy policy) { draft_policy_ = policy; }
   long long generation() const { return generation_; }
   long long drawn_generation() const { return drawn_generation_; }
   // The finished picture to a PNG file.
@@ -110,7 +131,8 @@ class ViewerWindow {
   // Called in every interrupt callback before input is handled; returning
   // false skips the handling this time (the bench injects events there).
   std::function<bool()> poll_hook;
-  // Called when a draw has run to its end and its picture is on screen.
+  // Called when a draw (a draft or the exact one; see `showing_draft`) has run
+  // to its end and its picture is on screen.
   std::function<void()> on_finished;
 
  private:
@@ -126,7 +148,8 @@ class ViewerWindow {
 
   // Drawing
   void ensure_back();
-  bool draw_once();
+  bool draw_once(bool draft);
+  bool wants_draft() const;
   static bool poll(void* self);
   void apply_clip();
   void do_pick(int column, int row);
@@ -181,9 +204,14 @@ class ViewerWindow {
 
   // The redraw
   guint idle_id_ = 0;
-  bool in_draw_ = false;              // a traversal is running
-  long long draw_generation_ = 0;     // generation of the draw running
-  long long drawn_generation_ = 0;    // generation of the picture on screen
+  bool in_draw_ = false;            // a traversal is running
+  long long draw_generation_ = 0;   // generation of the draw running
+  long long drawn_generation_ = 0;  // generation of the picture on screen
+  bool draw_is_draft_ = false;      // the draw running is a draft
+  bool front_is_draft_ = false;     // the picture on screen is a draft
+  DraftPolicy draft_policy_ = DraftPolicy::automatic;
+  double exact_ms_ = 0;  // the last exact draw's time (at least, when interrupted)
+  long long drafts_ = 0;
   cairo_surface_t* back_ = nullptr;   // drawn into
   cairo_surface_t* front_ = nullptr;  // the last finished picture
   View front_view_;
