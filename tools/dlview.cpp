@@ -127,13 +127,14 @@ int fail(const std::string& message) {
 // Hands a built list to the window.
 int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
                    std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> layers,
-                   long long primitives, int w, int h) {
+                   long long primitives, int w, int h, DL::CairoTextPainter* text) {
 #ifdef DLVIEW_HAVE_GUI
   dlview::GuiDrawing drawing;
   drawing.list = &list;
   drawing.extent = extent;
   for (auto& [name, info] : layers) drawing.layers.push_back({name, info});
   drawing.primitives = primitives;
+  drawing.text = text;
   dlview::GuiOptions options;
   options.width = w;
   options.height = h;
@@ -141,7 +142,7 @@ int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
   options.bench = gui.bench;
   return dlview::run_gui(drawing, options);
 #else
-  (void)list, (void)extent, (void)layers, (void)primitives, (void)w, (void)h;
+  (void)list, (void)extent, (void)layers, (void)primitives, (void)w, (void)h, (void)text;
   return fail("--gui: this dlview was built without GTK 3");
 #endif
 }
@@ -330,7 +331,7 @@ int run_dots(const Arguments& a, Output& out) {
   const DL::WorldBounds extent{
       {0, 0},
       {static_cast<DL::WorldCoord>(side * spacing), static_cast<DL::WorldCoord>(side * spacing)}};
-  if (gui.on) return show_in_window(list, extent, {}, added, a.width, a.height);
+  if (gui.on) return show_in_window(list, extent, {}, added, a.width, a.height, nullptr);
   std::printf("added %lld dots in %.1f ms\n", added, ms_built);
   print_tree_counts(list);
   list.set_world_bounds(fit_view(extent, a.width, a.height));
@@ -379,7 +380,8 @@ int run_demo(const Arguments& a, Output& out) {
   if (gui.on) {
     std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> layers;
     for (const std::string& name : demo.layer_names()) layers.emplace_back(name, demo.layer(name));
-    return show_in_window(*shown, extent, layers, static_cast<long long>(built), a.width, a.height);
+    return show_in_window(*shown, extent, layers, static_cast<long long>(built), a.width, a.height,
+                          out.painter);
   }
 
   const std::string base = a.out.empty() ? "dlview.png" : a.out;
@@ -478,7 +480,7 @@ int run_dxf(const Arguments& a, Output& out) {
   shown->text_engine = out.painter;
   if (gui.on)
     return show_in_window(*shown, a.has_view ? a.view : extent, context.layers.entries(), drawables,
-                          a.width, a.height);
+                          a.width, a.height, out.painter);
   shown->set_world_bounds(fit_view(a.has_view ? a.view : extent, a.width, a.height));
   const std::string path = a.out.empty() ? "dlview.png" : a.out;
   std::string error;

@@ -68,13 +68,14 @@
 #include <memory>
 #include <string>
 
+#include "backends/cairo/contour_painter.h"
 #include "foundation/rendering.h"
 
 namespace DL {
 
 enum class DeviceOrientation { y_up, y_down };
 
-class CairoRenderer : public ZR_Renderer {
+class CairoRenderer : public ZR_Renderer, public ContourPainter {
  public:
   // Paints on `context` (referenced), whose target is `height` pixels high.
   CairoRenderer(cairo_t* context, int height,
@@ -94,7 +95,8 @@ class CairoRenderer : public ZR_Renderer {
   // rendition's colour when `color` is null, cut to the hard clip when
   // `clipped` is true and to the complex clip as the other entries are.
   void paint_contours(ZR_Rendition* rendition, const ZR_Point& origin,
-                      const ZR_Contour_Set_Data& glyphs, const ZR_RGB32* color, bool clipped);
+                      const ZR_Contour_Set_Data& glyphs, const ZR_RGB32* color,
+                      bool clipped) override;
 
   // Forgets the clip believed to be on the context; call after changing the
   // context's clip behind the renderer's back. Ends a run of direct dots.

@@ -34,8 +34,9 @@ class CairoTextPainter : public ZR_Text_Engine, public ZR_Glyph_Sink {
   CairoTextPainter(const CairoTextPainter&) = delete;
   CairoTextPainter& operator=(const CairoTextPainter&) = delete;
 
-  void set_renderer(CairoRenderer* renderer) { renderer_ = renderer; }
-  CairoRenderer* renderer() const { return renderer_; }
+  // The device the glyphs go to: a cairo renderer, or a draft renderer.
+  void set_renderer(ContourPainter* renderer) { renderer_ = renderer; }
+  ContourPainter* renderer() const { return renderer_; }
   // Text below this size, in device units, is greeked; 0 greeks nothing.
   void set_greeking_size(float size) { greeking_size_ = size; }
   float greeking_size() const { return greeking_size_; }
@@ -69,7 +70,7 @@ class CairoTextPainter : public ZR_Text_Engine, public ZR_Glyph_Sink {
   void paint_greeked(ZR_Rendition* rendition, const ZR_Point* corners);
 
   ZR_Text_Engine* inner_;
-  CairoRenderer* renderer_ = nullptr;
+  ContourPainter* renderer_ = nullptr;
   float greeking_size_ = 4.0f;
   long drawn_ = 0;
   long greeked_ = 0;

@@ -57,7 +57,7 @@
 
 namespace DL {
 
-class DraftRenderer : public ZR_Renderer {
+class DraftRenderer : public ZR_Renderer, public ContourPainter {
  public:
   explicit DraftRenderer(cairo_surface_t* surface,
                          DeviceOrientation orientation = DeviceOrientation::y_up);
@@ -83,7 +83,8 @@ class DraftRenderer : public ZR_Renderer {
   // contours in device units around `origin`, filled even-odd in `color` (or
   // the rendition's colour), cut to the hard clip when `clipped`.
   void paint_contours(ZR_Rendition* rendition, const ZR_Point& origin,
-                      const ZR_Contour_Set_Data& glyphs, const ZR_RGB32* color, bool clipped);
+                      const ZR_Contour_Set_Data& glyphs, const ZR_RGB32* color,
+                      bool clipped) override;
 
   // Used by the entry functions; not for hosts.
   struct Access;

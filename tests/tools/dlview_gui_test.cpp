@@ -8,6 +8,7 @@
 #include <cairo.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -302,6 +303,53 @@ TEST(DlviewGui, ANewViewShowsADraftThenTheExactPicture) {
   const Picture off = load(temp("f3.png"));
   EXPECT_EQ(off.count(kRed), 0);
   EXPECT_EQ(off.count(kBlue), exact.count(kBlue));
+}
+
+// Text reaches the window as glyphs: the list's text painter is pointed at the
+// window's renderer for each draw (it drew nothing there once). A blue "HXH"
+// much larger than the greeking size: its letters leave white inside their box,
+// where a greeked box would be solid.
+TEST(DlviewGui, TextIsDrawnAsGlyphs) {
+  if (!have_xvfb()) GTEST_SKIP() << "xvfb-run is missing: the window is not tested";
+  std::ostringstream d;
+  auto pair = [&](int code, const std::string& value) { d << code << "\n" << value << "\n"; };
+  pair(0, "SECTION");
+  pair(2, "ENTITIES");
+  for (int corner = 0; corner < 2; ++corner) {
+    pair(0, "POINT");
+    pair(8, "0");
+    pair(10, corner ? "300" : "0");
+    pair(20, corner ? "200" : "0");
+    pair(30, "0");
+  }
+  pair(0, "TEXT");
+  pair(8, "0");
+  pair(62, "5");
+  pair(10, "40");
+  pair(20, "70");
+  pair(30, "0");
+  pair(40, "60");
+  pair(1, "HXH");
+  pair(0, "ENDSEC");
+  pair(0, "EOF");
+  const std::string path = temp("text.dxf");
+  std::ofstream(path) << d.str();
+  const std::string png = temp("text.png");
+  Result r = run({"dump " + png, "status"}, path);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.find("draft"), std::string::npos) << r.out;
+  const Picture p = load(png);
+  int x0 = p.width, y0 = p.height, x1 = -1, y1 = -1, blue = 0;
+  for (int y = 0; y < p.height; ++y)
+    for (int x = 0; x < p.width; ++x)
+      if (p.at(x, y) == kBlue) {
+        ++blue;
+        x0 = std::min(x0, x), x1 = std::max(x1, x);
+        y0 = std::min(y0, y), y1 = std::max(y1, y);
+      }
+  ASSERT_GT(blue, 500) << "no text in the window";
+  const double box = static_cast<double>(x1 - x0 + 1) * (y1 - y0 + 1);
+  EXPECT_LT(blue / box, 0.8) << "a solid box: the text was greeked, not drawn";
 }
 
 TEST(DlviewGui, BadInputIsReportedAndClosingMidDrawEndsCleanly) {

@@ -22,6 +22,10 @@
 #include "displaylist/display_list.h"
 #include "drawables/drawable.h"
 
+namespace DL {
+class CairoTextPainter;
+}
+
 namespace dlview {
 
 // A layer as the panel shows it; `info` belongs to the caller.
@@ -39,6 +43,9 @@ struct GuiDrawing {
   std::vector<GuiLayer> layers;
   long long primitives = 0;
   std::string title = "dlview";
+  // The list's text engine, if it draws text: the window points it at the
+  // renderer of each draw (exact or draft) and back at nothing after it.
+  DL::CairoTextPainter* text = nullptr;
 };
 
 struct GuiOptions {

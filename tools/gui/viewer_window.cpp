@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "backends/cairo/cairo_text.h"
 #include "backends/cairo/draft_renderer.h"
 
 namespace dlview {
@@ -20,6 +21,7 @@ constexpr int kMaxHandledPerPoll = 64;     // main loop turns per poll, at most
 constexpr double kInputCheckMs = 0.5;      // input is looked at no more often
 constexpr double kLongStretchMs = 5;       // a stretch the user would notice
 constexpr double kFrameMs = 16;            // an exact draw slower than this gets a draft first
+constexpr float kDraftGreekingPx = 1e9f;   // a draft greeks text below this size: all of it
 
 double ms_since(Clock::time_point t) {
   return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
@@ -299,6 +301,14 @@ bool ViewerWindow::draw_once(bool draft) {
   }
 
   list_.set_renderer(counter);
+  // A draft greeks all text below kDraftGreekingPx: shaping and filling glyphs
+  // would cost it more than the rest of the view.
+  const float greeking = drawing_.text ? drawing_.text->greeking_size() : 0.0f;
+  if (drawing_.text) {
+    drawing_.text->set_renderer(draft ? static_cast<DL::ContourPainter*>(draft_renderer)
+                                      : static_cast<DL::ContourPainter*>(back_renderer_));
+    if (draft) drawing_.text->set_greeking_size(std::max(greeking, kDraftGreekingPx));
+  }
   list_.complex_clip_supported = false;  // prune by the clip too; see the header
   list_.set_screen_bounds({{0, 0}, {view_.width - 1, view_.height - 1}});
   list_.set_world_bounds(view_.world());
@@ -326,6 +336,10 @@ bool ViewerWindow::draw_once(bool draft) {
   const double last_stretch = ms_since(resumed_);
   running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, last_stretch);
   running_.long_stretches += last_stretch > kLongStretchMs;
+  if (drawing_.text) {
+    drawing_.text->set_renderer(nullptr);  // both renderers may go below
+    drawing_.text->set_greeking_size(greeking);
+  }
   back_renderer_->flush_direct();
   in_draw_ = false;
   running_.ms = ms_since(start) - handling_ms_;
@@ -380,14 +394,15 @@ bool ViewerWindow::poll(void* self) {
   // primitives, so the callback asks to be called again at the very next one
   // (the counter is one short of the period). Input is looked at when
   // kInputCheckMs have passed since it last was, so the cost of the look stays
-  // small next to the draw.
+  // small next to the draw. The hook runs at every callback, so that a script
+  // acts at the first poll of a draw however fast the draw is.
   w->list_.interrupt_counter = DL::DisplayList::kInterruptPollPeriod - 1;
-  if (std::chrono::duration<double, std::milli>(now - w->checked_).count() >= kInputCheckMs) {
+  const bool handle = !w->poll_hook || w->poll_hook();
+  if (handle &&
+      std::chrono::duration<double, std::milli>(now - w->checked_).count() >= kInputCheckMs) {
     w->checked_ = now;
-    if (!w->poll_hook || w->poll_hook()) {
-      for (int i = 0; i < kMaxHandledPerPoll && gtk_events_pending(); ++i)
-        gtk_main_iteration_do(FALSE);
-    }
+    for (int i = 0; i < kMaxHandledPerPoll && gtk_events_pending(); ++i)
+      gtk_main_iteration_do(FALSE);
   }
   w->resumed_ = Clock::now();
   w->handling_ms_ += std::chrono::duration<double, std::milli>(w->resumed_ - now).count();

@@ -128,8 +128,9 @@ class ViewerWindow {
   void redraw();
   // Asks the window to close, as the window manager would.
   void close();
-  // Called in every interrupt callback before input is handled; returning
-  // false skips the handling this time (the bench injects events there).
+  // Called in every interrupt callback, before input is looked at; returning
+  // false skips the look this time (the bench injects events there, a script
+  // closes the window from inside a draw).
   std::function<bool()> poll_hook;
   // Called when a draw (a draft or the exact one; see `showing_draft`) has run
   // to its end and its picture is on screen.
