@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "backends/cairo/action_table_p.h"
+
 namespace DL {
 
 namespace {
@@ -463,32 +465,7 @@ struct CairoRenderer::Access {
 
 CairoRenderer::CairoRenderer(cairo_t* context, int height, DeviceOrientation orientation)
     : cr_(cairo_reference(context)), height_(height), orientation_(orientation) {
-  using A = Access;
-  auto set = [this](auto& entry, auto* function) {
-    entry.context = this;
-    entry.function = function;
-  };
-  set(dot_clipped, &A::dot<true>);
-  set(dot_unclipped, &A::dot<false>);
-  set(polyline_clipped, &A::polyline<true>);
-  set(polyline_unclipped, &A::polyline<false>);
-  set(polymarker_clipped, &A::polymarker<true>);
-  set(polymarker_unclipped, &A::polymarker<false>);
-  set(polygon_clipped, &A::polygon<true>);
-  set(polygon_unclipped, &A::polygon<false>);
-  set(triangles_clipped, &A::triangles<true>);
-  set(triangles_unclipped, &A::triangles<false>);
-  set(gouraud_triangles_clipped, &A::gouraud_triangles<true>);
-  set(gouraud_triangles_unclipped, &A::gouraud_triangles<false>);
-  set(textured_triangles_clipped, &A::textured_triangles<true>);
-  set(textured_triangles_unclipped, &A::textured_triangles<false>);
-  set(elliptical_arc_clipped, &A::ellipse_entry<true, false>);
-  set(elliptical_arc_unclipped, &A::ellipse_entry<false, false>);
-  set(elliptical_pie_clipped, &A::ellipse_entry<true, true>);
-  set(elliptical_pie_unclipped, &A::ellipse_entry<false, true>);
-  set(image_clipped, &A::image<true>);
-  set(image_unclipped, &A::image<false>);
-  set(gouraud_polyline_unclipped, &A::gouraud_polyline);
+  cairo_detail::set_actions<Access>(*this, this);
   forget_clip();
 }
 

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "backends/cairo/action_table_p.h"
+
 namespace DL {
 
 namespace {
@@ -148,9 +150,9 @@ struct DraftRenderer::Access {
   }
 
   template <bool C, bool Pie>
-  static void ellipse(void* context, ZR_Rendition* rendition, const ZR_DCI_Point* center,
-                      const ZR_DCI_Point* radii, double start, double end, double rotation,
-                      const ZR_RGB32* color) {
+  static void ellipse_entry(void* context, ZR_Rendition* rendition, const ZR_DCI_Point* center,
+                            const ZR_DCI_Point* radii, double start, double end, double rotation,
+                            const ZR_RGB32* color) {
     DraftRenderer& r = self(context);
     if (!r.data_) return;
     const Box b = r.box_for(rendition, C);
@@ -216,32 +218,7 @@ struct DraftRenderer::Access {
 
 DraftRenderer::DraftRenderer(cairo_surface_t* surface, DeviceOrientation orientation)
     : surface_(cairo_surface_reference(surface)), orientation_(orientation) {
-  using A = Access;
-  auto set = [this](auto& entry, auto* function) {
-    entry.context = this;
-    entry.function = function;
-  };
-  set(dot_clipped, &A::dot<true>);
-  set(dot_unclipped, &A::dot<false>);
-  set(polyline_clipped, &A::polyline<true>);
-  set(polyline_unclipped, &A::polyline<false>);
-  set(polymarker_clipped, &A::polymarker<true>);
-  set(polymarker_unclipped, &A::polymarker<false>);
-  set(polygon_clipped, &A::polygon<true>);
-  set(polygon_unclipped, &A::polygon<false>);
-  set(triangles_clipped, &A::triangles<true>);
-  set(triangles_unclipped, &A::triangles<false>);
-  set(gouraud_triangles_clipped, &A::gouraud_triangles<true>);
-  set(gouraud_triangles_unclipped, &A::gouraud_triangles<false>);
-  set(textured_triangles_clipped, &A::textured_triangles<true>);
-  set(textured_triangles_unclipped, &A::textured_triangles<false>);
-  set(elliptical_arc_clipped, &A::ellipse<true, false>);
-  set(elliptical_arc_unclipped, &A::ellipse<false, false>);
-  set(elliptical_pie_clipped, &A::ellipse<true, true>);
-  set(elliptical_pie_unclipped, &A::ellipse<false, true>);
-  set(image_clipped, &A::image<true>);
-  set(image_unclipped, &A::image<false>);
-  set(gouraud_polyline_unclipped, &A::gouraud_polyline);
+  cairo_detail::set_actions<Access>(*this, this);
 
   if (cairo_surface_status(surface_) != CAIRO_STATUS_SUCCESS ||
       cairo_surface_get_type(surface_) != CAIRO_SURFACE_TYPE_IMAGE)
