@@ -154,10 +154,9 @@ long rss_kib() {
 // ---------------------------------------------------------------------------
 
 // What a peer answers for a window: its hits (for the display list, what it
-// handed on), and how many candidates it had to look at or hand on.
+// handed on; its true hits are counted apart, see `visit_stats`).
 struct WindowResult {
   std::size_t hits = 0;
-  std::size_t handled = 0;
 };
 
 class Peer {
@@ -279,10 +278,10 @@ class DisplayListPeer : public Peer {
         auto* d = static_cast<const DL::Drawable*>(p);
         if (d->bounds_of().overlaps(w)) ids->push_back(ids_[d]);
       }
-      return {ids->size(), drawn.size()};
+      return {ids->size()};
     }
     list_->root->draw_bounded(*list_, inner, w);
-    return {renderer_->count, renderer_->count};
+    return {renderer_->count};
   }
   // The walk in painting order is the library's forward iterator; reading each
   // drawable's layer word stands for the use a host makes of it.
@@ -406,7 +405,7 @@ class RtreePeer : public Peer {
               [](const BValue& a, const BValue& b) { return a.second < b.second; });
     if (ids)
       for (const BValue& v : scratch_) ids->push_back(v.second);
-    return {scratch_.size(), scratch_.size()};
+    return {scratch_.size()};
   }
   std::size_t window_unordered(const WorldBounds& w) override {
     std::size_t n = 0;
@@ -457,7 +456,7 @@ class VectorPeer : public Peer {
         ++hits;
         if (ids) ids->push_back(static_cast<std::uint32_t>(i));
       }
-    return {hits, boxes_.size()};
+    return {hits};
   }
   std::size_t walk() override {
     std::size_t n = 0;
@@ -508,7 +507,6 @@ class FloorPeer : public Peer {
       *tail = r;
       tail = &r->next;
     }
-    n_ = d.items.size();
   }
   WindowResult window(const WorldBounds& w, std::vector<std::uint32_t>* ids) override {
     std::size_t hits = 0, i = 0;
@@ -517,7 +515,7 @@ class FloorPeer : public Peer {
         ++hits;
         if (ids) ids->push_back(static_cast<std::uint32_t>(i));
       }
-    return {hits, n_};
+    return {hits};
   }
   std::size_t walk() override {
     std::size_t n = 0;
@@ -542,7 +540,6 @@ class FloorPeer : public Peer {
   std::unique_ptr<char[]> arena_;
   std::size_t arena_size_ = 0;
   Record* head_ = nullptr;
-  std::size_t n_ = 0;
 };
 
 // ---------------------------------------------------------------------------
