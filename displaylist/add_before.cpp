@@ -20,6 +20,7 @@
 //   which holds `b` and so was not grown. An insertion that fits the cells
 //   changes no rectangle and no group's class.
 #include "displaylist/display_list.h"
+#include "displaylist/group_index.h"
 #include "drawables/drawable.h"
 #include "foundation/assert.h"
 #include "iterators/display_list_iterator.h"
@@ -67,7 +68,10 @@ Group* DisplayList::add_before(Group* g, Drawable* existing, Drawable* first_new
   // Grow every group up to the first one that holds `b`.
   Group* highest_grown = nullptr;
   for (Group* a = h; a && !b.is_inside(a->bounds); a = a->parent) {
+    const WorldBounds old_bounds = a->bounds;
     a->bounds.merge(b);
+    // The parent's index held the old rectangle.
+    if (a->parent) GroupIndex::child_grown(a->parent, a, old_bounds);
     highest_grown = a;
   }
   if (highest_grown) {

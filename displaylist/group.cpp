@@ -5,6 +5,7 @@
 #include <new>
 
 #include "displaylist/display_list.h"
+#include "displaylist/group_index.h"
 #include "displaylist/group_p.h"
 #include "displaylist/group_remove_p.h"
 #include "drawables/drawable.h"
@@ -43,25 +44,27 @@ Group* Group::make_root(ZephalHeap* heap) {
   g->table = &Group::table_;
   g->sibling = nullptr;
   g->bounds = WorldBounds::everything();
-  g->level_field = 0;
+  g->set_level_word(0);
   g->first_child = nullptr;
   g->last_child = nullptr;
   g->parent = nullptr;
   return g;
 }
 
-// Links `child` at the tail of the children of `g`, an interior group.
-static void link_at_tail(Group* g, Group* child) {
+// Links `child` at the tail of the children of `g`, an interior group, and
+// tells the group's index (which may then be made, from `list`'s heap).
+static void link_at_tail(Group* g, Group* child, DisplayList* list) {
   if (g->last_child)
     g->last_group()->sibling = child;
   else
     g->first_child = child;
   g->last_child = child;
+  GroupIndex::child_linked(g, list->heap);
 }
 
 Group* Group::add_in_new_open_child(Drawable* d, const WorldBounds& b, DisplayList* list) {
   Group* n = open(list, bounds, b, this, level() + 1);
-  link_at_tail(this, n);
+  link_at_tail(this, n, list);
   return OpenBottomGroup::append_drawable(*n, d, b);
 }
 
@@ -143,7 +146,7 @@ Group* DisplayList::add(Drawable* d, const WorldBounds& b) {
   // next child, so drawables of one cell separated by another land apart.
   Drawable* first = og->first_drawable();
   const int level = open_level;
-  og->level_field = level;
+  og->set_level_word(level);
   og->table = &Group::table_;
   Group* n = Group::open(this, og->bounds, first->bounds_of(), og, level + 1);
   og->first_child = n;
@@ -169,7 +172,7 @@ Group* DisplayList::add(Drawable* d, const WorldBounds& b) {
 static void open_close(Group* g) {
   DisplayList* list = g->display_list;
   g->bounds = list->open_bounds;
-  g->level_field = list->open_level;
+  g->set_level_word(list->open_level);
   g->table = &BottomGroup::table_;
 }
 
@@ -191,12 +194,12 @@ static void interior_create_open_bottom_group(Group* g, DisplayList* list) {
     last->create_open_bottom_group(list);
     return;
   }
-  link_at_tail(g, Group::open(list, g->bounds, g->bounds, g, child_level));
+  link_at_tail(g, Group::open(list, g->bounds, g->bounds, g, child_level), list);
 }
 
 static void bottom_create_open_bottom_group(Group* g, DisplayList* list) {
   link_at_tail(g->parent,
-               Group::open(list, g->parent->bounds, g->bounds, g->parent, g->level_field));
+               Group::open(list, g->parent->bounds, g->bounds, g->parent, g->level_field), list);
 }
 
 static void open_create_open_bottom_group(Group*, DisplayList*) {}
@@ -208,17 +211,22 @@ static void open_create_open_bottom_group(Group*, DisplayList*) {}
 Group* Group::empty_child_notify(Group* child) {
   Group* g = this;
   for (;;) {
-    Group* previous = nullptr;
-    Group* c = g->first_group();
-    while (c && c != child) {
-      previous = c;
-      c = c->sibling;
+    if (GroupIndex* index = GroupIndex::of(g)) {
+      // The index finds the child and its predecessor without the walk.
+      if (!index->unlink(g, child)) return nullptr;
+    } else {
+      Group* previous = nullptr;
+      Group* c = g->first_group();
+      while (c && c != child) {
+        previous = c;
+        c = c->sibling;
+      }
+      if (!c) return nullptr;
+      if (g->first_child == child) g->first_child = child->sibling;
+      if (g->last_child == child) g->last_child = previous;
+      if (previous) previous->sibling = child->sibling;
+      child->sibling = nullptr;
     }
-    if (!c) return nullptr;
-    if (g->first_child == child) g->first_child = child->sibling;
-    if (g->last_child == child) g->last_child = previous;
-    if (previous) previous->sibling = child->sibling;
-    child->sibling = nullptr;
     child->destroy();
     if (g->first_child || !g->parent) return g;
     child = g;
@@ -227,6 +235,7 @@ Group* Group::empty_child_notify(Group* child) {
 }
 
 static void interior_remove_all(Group* g) {
+  if (g->index_slot()) GroupIndex::drop(g);
   while (Group* c = g->first_group()) {
     g->first_child = c->sibling;
     c->destroy();
@@ -257,6 +266,7 @@ static void release_record(Group* g) {
 }
 
 static void interior_destroy(Group* g) {
+  if (g->index_slot()) GroupIndex::drop(g);
   if (g->first_child) interior_remove_all(g);
   release_record(g);
 }

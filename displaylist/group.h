@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <iosfwd>
 
 #include "foundation/geometry.h"
@@ -165,7 +166,9 @@ class Group : public HeapObject {
   // the open group: their cell. Closed groups: the union of what they hold.
   WorldBounds bounds;
   // One word whose meaning follows the class: the owning list while the group is
-  // open, the level of the cell once it is closed or interior.
+  // open, the level of the cell once it is closed or interior. An interior
+  // group keeps in the word's second half the slot of its child index (0:
+  // none; see group_index.h), so the record does not grow.
   union {
     DisplayList* display_list;
     int level_field;
@@ -253,6 +256,23 @@ class Group : public HeapObject {
     if (table->hidden) table = table->twin;
   }
   bool is_hidden() const { return table->hidden; }
+
+  // Sets the word to a level, with no index slot: for a group that becomes
+  // interior or closed.
+  void set_level_word(int level) {
+    display_list = nullptr;
+    level_field = level;
+  }
+  // The slot of the group's child index, meaningful in an interior group only.
+  std::uint32_t index_slot() const {
+    std::uint32_t slot;
+    std::memcpy(&slot, reinterpret_cast<const unsigned char*>(&display_list) + sizeof(int),
+                sizeof slot);
+    return slot;
+  }
+  void set_index_slot(std::uint32_t slot) {
+    std::memcpy(reinterpret_cast<unsigned char*>(&display_list) + sizeof(int), &slot, sizeof slot);
+  }
 
   // Typed views of the child list.
   Group* first_group() const { return static_cast<Group*>(first_child); }

@@ -219,8 +219,9 @@ static bool interior_circled_bounded(const Group* g, DisplayList& list, Bounds i
   if (g->bounds.is_inside(inner)) return interior_circled_body<Walk>(g, list);
   if (g->bounds.overlaps(outer)) {
     // Not classified: the circle test is kept for groups the rectangles settle.
-    return each_child(g,
-                      [&](const Group* c) { return Walk::circled_bounded(c, list, inner, outer); });
+    return each_child_near<Walk>(g, list, inner, outer, [&](const Group* c) {
+      return Walk::circled_bounded(c, list, inner, outer);
+    });
   }
   return true;
 }
@@ -234,11 +235,14 @@ static bool interior_complex_bounded(const Group* g, DisplayList& list, Bounds i
   switch (g->classify_against_clip(list)) {
     case CLIP_INSIDE:
       return lifted(list, [&] {
-        return each_child(g, [&](const Group* c) { return Walk::bounded(c, list, inner, outer); });
+        return each_child_near<Walk>(
+            g, list, inner, outer,
+            [&](const Group* c) { return Walk::bounded(c, list, inner, outer); });
       });
     case CLIP_CROSSING:
-      return each_child(
-          g, [&](const Group* c) { return Walk::complex_bounded(c, list, inner, outer); });
+      return each_child_near<Walk>(g, list, inner, outer, [&](const Group* c) {
+        return Walk::complex_bounded(c, list, inner, outer);
+      });
     case CLIP_OUTSIDE:
       break;
   }

@@ -23,7 +23,8 @@ static bool interior_bounded(const Group* g, DisplayList& list, Bounds inner, Bo
   if (g->bounds.is_inside(inner))
     return each_child(g, [&](const Group* c) { return Walk::unclipped(c, list); });
   if (g->bounds.overlaps(outer))
-    return each_child(g, [&](const Group* c) { return Walk::bounded(c, list, inner, outer); });
+    return each_child_near<Walk>(g, list, inner, outer,
+                                 [&](const Group* c) { return Walk::bounded(c, list, inner, outer); });
   return true;
 }
 
@@ -68,8 +69,10 @@ void interior_draw_bounded_selection(const Group* g, DisplayList& list, Bounds i
   if (g->bounds.is_inside(inner)) {
     for (const Group* c = g->first_group(); c; c = c->sibling) c->draw_unclipped_selection(list);
   } else if (g->bounds.overlaps(outer)) {
-    for (const Group* c = g->first_group(); c; c = c->sibling)
+    each_child_near<PlainWalk>(g, list, inner, outer, [&](const Group* c) {
       c->draw_bounded_selection(list, inner, outer);
+      return true;
+    });
   }
 }
 

@@ -8,6 +8,7 @@
 
 #include "displaylist/display_list.h"
 #include "displaylist/group.h"
+#include "displaylist/group_index.h"
 #include "drawables/drawable.h"
 #include "foundation/assert.h"
 
@@ -96,6 +97,9 @@ inline void each_shown(const Group* g, F f) {
 // two families cannot drift apart.
 struct PlainWalk {
   static bool poll(DisplayList&) { return true; }
+  // Children an index lets a walk pass over: the plain walks make no poll.
+  static constexpr bool kCountsSkips = false;
+  static bool skip(DisplayList&, std::uint32_t) { return true; }
   static bool unclipped(const Group* c, DisplayList& l) {
     c->draw_unclipped(l);
     return true;
@@ -126,8 +130,30 @@ struct PlainWalk {
   }
 };
 
+// `n` polls at once, with the callback run (and obeyed) wherever one of them
+// would have run it: the counter climbs (mod 2^32) to 20, then starts at 0.
+inline bool skip_polls(DisplayList& list, std::uint32_t n) {
+  while (n > 0) {
+    const std::uint32_t counter = static_cast<std::uint32_t>(list.interrupt_counter);
+    std::uint64_t to_callback = static_cast<std::uint32_t>(DisplayList::kInterruptPollPeriod - counter);
+    if (to_callback == 0) to_callback = std::uint64_t{1} << 32;
+    if (n < to_callback) {
+      list.interrupt_counter = static_cast<int>(counter + n);
+      return true;
+    }
+    n -= static_cast<std::uint32_t>(to_callback);
+    list.interrupt_counter = 0;
+    if (!list.interrupt_callback(list.interrupt_user_data)) return false;
+  }
+  return true;
+}
+
 struct InterruptWalk {
   static bool poll(DisplayList& l) { return l.poll_interrupt(); }
+  // An interior child passed over would have polled once and found itself
+  // outside both rectangles; bottom children do not poll.
+  static constexpr bool kCountsSkips = true;
+  static bool skip(DisplayList& l, std::uint32_t n) { return skip_polls(l, n); }
   static bool unclipped(const Group* c, DisplayList& l) { return c->draw_unclipped_interrupt(l); }
   static bool circled(const Group* c, DisplayList& l) { return c->draw_circled_interrupt(l); }
   static bool complex(const Group* c, DisplayList& l) { return c->draw_complex_interrupt(l); }
@@ -141,6 +167,22 @@ struct InterruptWalk {
     return c->draw_complex_bounded_interrupt(l, inner, outer);
   }
 };
+
+// Calls `f` on each child of `g` that can be inside `inner` or overlap
+// `outer`, in list order, and stops at the first false, which is then the
+// result. A group with an index hands over its candidates; the children it
+// passes over would have done nothing in the walk but poll. Other groups hand
+// over every child, and `f` makes the tests.
+template <class Walk, class F>
+inline bool each_child_near(const Group* g, DisplayList& list, Bounds inner, Bounds outer, F f) {
+  if (GroupIndex* index = GroupIndex::for_walk(g)) {
+    WorldBounds q;
+    if (GroupIndex::window(inner, outer, q))
+      return index->visit<Walk::kCountsSkips>(
+          g, q, f, [&](std::uint32_t polls) { return Walk::skip(list, polls); });
+  }
+  return each_child(g, f);
+}
 
 // Runs `walk` with the rendition's complex clip lifted: a counted copy of the
 // clip is taken, the clip is set to none, and after the walk the copy is set

@@ -9,6 +9,7 @@
 // `open_count` stays exact. No rectangle shrinks: `open_bounds` and every
 // group's `bounds` keep covering what remains, only larger than they could be.
 #include "displaylist/display_list.h"
+#include "displaylist/group_index.h"
 #include "displaylist/group_remove_p.h"
 #include "drawables/drawable.h"
 #include "foundation/assert.h"
@@ -85,7 +86,25 @@ Group* any_remove_searched(Group* g, const Search& search) {
 
 Group* interior_remove_fast(Group* g, const Search& search) {
   // Cells repeat at one level, so several children may qualify; a child that
-  // finds nothing has changed nothing, and the search goes on after it.
+  // finds nothing has changed nothing, and the search goes on after it. A
+  // child whose rectangle holds a proper `search_bounds` overlaps it, so the
+  // index's candidates cover all that qualify.
+  const WorldBounds& sb = search.search_bounds;
+  GroupIndex* index = GroupIndex::for_walk(g);
+  if (index && sb.min.x <= sb.max.x && sb.min.y <= sb.max.y) {
+    Group* result = nullptr;
+    const int ran = index->each_candidate(sb, [&](std::uint32_t, Group* c) {
+      if (sb.is_inside(c->bounds)) result = c->remove_searched(search);
+      return result == nullptr;
+    });
+    if (ran == 0) return result;  // found: `g` may be gone
+    if (ran == 1) {
+      for (Group* c = index->rest(); c; c = c->sibling)
+        if (sb.is_inside(c->bounds))
+          if (Group* r = c->remove_searched(search)) return r;
+      return nullptr;
+    }
+  }
   for (Group* c = g->first_group(); c; c = c->sibling)
     if (search.search_bounds.is_inside(c->bounds))
       if (Group* result = c->remove_searched(search)) return result;
@@ -133,21 +152,49 @@ void any_remove_bounded(Group* g, const WorldBounds& rectangle) {
 }
 
 void interior_remove_bounded_worker(Group* g, const WorldBounds& rectangle) {
-  Group* previous = nullptr;
-  Group* c = g->first_group();
-  while (c) {
-    Group* next = c->sibling;
-    bool goes = false;
-    if (c->bounds.is_inside(rectangle)) {
-      goes = true;  // the whole subtree, without visiting it
-    } else if (c->bounds.overlaps(rectangle)) {
-      c->remove_bounded_worker(rectangle);
-      goes = !c->first_child;
+  // Whether child `c` goes: inside the rectangle (with its whole subtree,
+  // unvisited), or emptied by the worker below it.
+  auto goes = [&](Group* c) {
+    if (c->bounds.is_inside(rectangle)) return true;
+    if (!c->bounds.overlaps(rectangle)) return false;
+    c->remove_bounded_worker(rectangle);
+    return !c->first_child;
+  };
+  WorldBounds q;
+  GroupIndex* index = GroupIndex::for_walk(g);
+  if (index && GroupIndex::window(rectangle, rectangle, q)) {
+    const int ran = index->each_candidate(q, [&](std::uint32_t o, Group* c) {
+      if (goes(c)) {
+        index->unlink_at(g, o);
+        c->destroy();
+      }
+      return true;
+    });
+    if (ran == 1) {
+      for (Group* c = index->rest(); c;) {
+        Group* next = c->sibling;
+        if (goes(c)) {
+          index->unlink(g, c);
+          c->destroy();
+        }
+        c = next;
+      }
+      return;
     }
-    if (goes)
-      unlink_group(g, c, previous);
-    else
+  }
+  // The whole chain; an index the walks do not use is still kept right.
+  if (!index) index = GroupIndex::of(g);
+  Group* previous = nullptr;
+  for (Group* c = g->first_group(); c;) {
+    Group* next = c->sibling;
+    if (!goes(c)) {
       previous = c;
+    } else if (index) {
+      index->unlink(g, c);
+      c->destroy();
+    } else {
+      unlink_group(g, c, previous);
+    }
     c = next;
   }
 }

@@ -1,10 +1,16 @@
 // Filtered forward walks: by colour, by rectangle, and by both.
 //
 // A colour filter tests each drawable's colour word in `next`; a rectangle
-// filter selects whole leaves in `next_group`, pruning the tree as it walks,
-// with no stack: the `parent` and `sibling` links of the groups carry the walk.
-// Results stay in drawing order and nothing is allocated. Reading and stepping
-// are those of `DisplayListIterator`.
+// filter selects whole leaves in `next_group`, pruning the tree as it walks:
+// the `parent` and `sibling` links of the groups carry the walk. Results stay
+// in drawing order. Reading and stepping are those of `DisplayListIterator`.
+//
+// A group with many children has an index (displaylist/group_index.h); the
+// rectangle walk takes the children that overlap from it, in list order, and
+// keeps them in a cursor while it is below that group: a few cursors on the
+// path from the root, each an array of the overlapping children, from the
+// default heap and released by the destructor. The leaves visited are exactly
+// those of the walk along the sibling chain.
 //
 // Two things a user must know:
 //   - The filters sit in `next` and `next_group` only. The item that `init`
@@ -17,6 +23,8 @@
 //     drawable that overlaps the rectangle is missed, since every drawable lies
 //     inside the bounds of its leaf and of the groups above it.
 #pragma once
+
+#include <cstdint>
 
 #include "foundation/geometry.h"
 #include "iterators/display_list_iterator.h"
@@ -61,6 +69,33 @@ class DisplayListBoundedIterator : public DisplayListIterator {
 
   // The rectangle, in world coordinates; a copy of the argument.
   DL::WorldBounds bounds = DL::WorldBounds::empty();
+
+ public:
+  ~DisplayListBoundedIterator() override;
+
+ private:
+  // The overlapping children of an indexed group on the walk's path: those
+  // the index yields, tested, then the ones it does not hold, walked.
+  struct Cursor {
+    DL::Group* group = nullptr;       // whose children these are; null: slot free
+    DL::Group** kids = nullptr;       // indexed children that overlap, in order
+    std::uint32_t count = 0;          // of kids
+    std::uint32_t capacity = 0;       // of kids
+    std::uint32_t position = 0;       // next of kids to hand out
+    DL::Group* rest = nullptr;        // last child handed out from the rest, or null
+    bool rest_started = false;        // the rest is being walked
+    bool done = false;                // nothing more to hand out
+  };
+  static constexpr int kCursors = 8;
+  // A cursor for `g`, whose children are about to be walked; null when `g`
+  // has no index or no cursor can be had (the sibling chain serves then).
+  Cursor* open_cursor(DL::Group* g) const;
+  // The cursor of `g` if it has one, after dropping the cursors above it.
+  Cursor* cursor_of(const DL::Group* g) const;
+  // The next overlapping child a cursor hands out, or null.
+  DL::Group* step(Cursor& c) const;
+  mutable Cursor cursors_[kCursors];
+  mutable int cursor_count_ = 0;
 };
 
 // The bounded walk, restricted to one colour word after the first item.

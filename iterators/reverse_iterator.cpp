@@ -11,6 +11,7 @@
 #include "iterators/reverse_iterator.h"
 
 #include "displaylist/display_list.h"
+#include "displaylist/group_index.h"
 
 using DL::Drawable;
 using DL::Group;
@@ -73,6 +74,7 @@ Drawable* DisplayListReverseIterator::next() {
     if (p->first_child == p->last_child) continue;  // only the visited child
     Group* c = p->first_group();
     Group* const visited = p->last_group();
+    if (!inside && push_indexed(p, visited)) continue;
     while (c->sibling != visited) {
       if (inside)
         group_stack.push({c, false, true});
@@ -84,4 +86,25 @@ Drawable* DisplayListReverseIterator::next() {
     if (!inside && !c->bounds.overlaps(bounds)) continue;
     if (descend(c, inside)) return current_drawable;
   }
+}
+
+// The expand step of a group that has an index: the children before the last
+// that overlap, pushed in chain order as pending entries, so the nearest comes
+// first. Taking the child just before the last from the stack at once, as the
+// chain walk does, is the same as descending into it there: a pending entry
+// makes the same tests. False when the index cannot answer.
+bool DisplayListReverseIterator::push_indexed(Group* p, Group* visited) {
+  DL::GroupIndex* index = DL::GroupIndex::for_walk(p);
+  if (!index || bounds.min.x > bounds.max.x || bounds.min.y > bounds.max.y) return false;
+  std::uint32_t n = 0;
+  const std::uint32_t* ords = index->candidates(bounds, n);
+  if (!ords) return false;
+  for (std::uint32_t i = 0; i < n; ++i) {
+    Group* c = index->kid(ords[i]);
+    if (c != visited && c->bounds.overlaps(bounds))
+      group_stack.push({c, false, c->bounds.is_inside(bounds)});
+  }
+  for (Group* c = index->rest(); c && c != visited; c = c->sibling)
+    if (c->bounds.overlaps(bounds)) group_stack.push({c, false, c->bounds.is_inside(bounds)});
+  return true;
 }

@@ -5,6 +5,10 @@
 // and the drawables of the current leaf before the current one. Each drawable
 // is pushed and popped once, and a step costs one pop in the common case.
 //
+// A group with an index (displaylist/group_index.h) hands over the children
+// before the visited one that overlap the rectangle, in list order; the walk
+// visits the same leaves as it does along the chain.
+//
 // Selection: every leaf that `DisplayListBoundedIterator` would visit and, in
 // addition, the last child of every group that is entered when that child is a
 // leaf, since the descent takes it without a test. So the selection may be
@@ -149,6 +153,9 @@ class DisplayListReverseIterator : public DisplayListIterator {
   bool descend(DL::Group* g, bool wholly_inside);
   // Makes `g` current with its last drawable, pushing the others.
   void load_drawables(DL::Group* g);
+  // Pushes the children of `p` before `visited` that overlap, taken from the
+  // group's index; false when it has none.
+  bool push_indexed(DL::Group* p, DL::Group* visited);
 
   // The rectangle, copied by `init`.
   DL::WorldBounds bounds = DL::WorldBounds::empty();

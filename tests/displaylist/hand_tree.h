@@ -33,7 +33,7 @@ class HandTree {
   // children once `finish` has run.
   Group* interior(Group* parent) {
     Group* g = open_at(parent, WorldBounds::everything());
-    g->level_field = parent->level() + 1;
+    g->set_level_word(parent->level() + 1);
     g->table = &Group::table_;
     g->bounds.make_empty();
     list_.open_group = nullptr;

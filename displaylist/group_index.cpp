@@ -1,0 +1,721 @@
+// The index beside a wide group: the table of slots, indexing and unlinking
+// children, the loose grid and its queries.
+#include "displaylist/group_index.h"
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "foundation/assert.h"
+#include "foundation/zephal.h"
+
+namespace DL {
+
+static_assert(sizeof(Group*) >= sizeof(int) + sizeof(std::uint32_t),
+              "the index slot lives beside the level in the group's one-word field");
+
+// ---------------------------------------------------------------------------
+// Settings
+// ---------------------------------------------------------------------------
+
+namespace {
+constinit std::atomic<int> g_threshold{32};
+constinit std::atomic<bool> g_enabled{true};
+}  // namespace
+
+void GroupIndexSettings::set_threshold(int children) {
+  g_threshold.store(children <= 0 ? 0 : children < 2 ? 2 : children, std::memory_order_relaxed);
+}
+int GroupIndexSettings::threshold() {
+  return g_threshold.load(std::memory_order_relaxed);
+}
+void GroupIndexSettings::set_enabled(bool enabled) {
+  g_enabled.store(enabled, std::memory_order_relaxed);
+}
+bool GroupIndexSettings::enabled() {
+  return g_enabled.load(std::memory_order_relaxed);
+}
+
+// ---------------------------------------------------------------------------
+// The table of slots
+// ---------------------------------------------------------------------------
+//
+// Slot s lives in segment s >> 12. Segments are allocated once and never move
+// or go, so a slot is read without the lock; a slot is taken and given back
+// under the global lock. A free slot holds (next free << 1) | 1.
+
+namespace {
+
+constexpr std::uint32_t kSegmentBits = 12;
+constexpr std::uint32_t kSegmentSize = 1u << kSegmentBits;
+constexpr std::uint32_t kSegments = 4096;
+
+using SlotWord = std::atomic<std::uintptr_t>;
+constinit std::atomic<SlotWord*> g_segments[kSegments] = {};
+constinit std::uint32_t g_free_slot = 0;  // under the lock; 0: none
+constinit std::uint32_t g_unused_slot = 1;  // slots below this have been handed out once
+
+SlotWord* slot_word(std::uint32_t slot) {
+  const std::uint32_t segment = slot >> kSegmentBits;
+  if (segment >= kSegments) return nullptr;
+  SlotWord* words = g_segments[segment].load(std::memory_order_acquire);
+  return words ? &words[slot & (kSegmentSize - 1)] : nullptr;
+}
+
+// A free slot for `index`, or 0 when the table is full (the group then goes
+// without an index).
+std::uint32_t take_slot(GroupIndex* index) {
+  ZR_Global_Lock lock;
+  std::uint32_t slot = g_free_slot;
+  if (slot) {
+    g_free_slot = static_cast<std::uint32_t>(slot_word(slot)->load(std::memory_order_relaxed) >> 1);
+  } else {
+    slot = g_unused_slot;
+    const std::uint32_t segment = slot >> kSegmentBits;
+    if (segment >= kSegments) return 0;
+    if (!g_segments[segment].load(std::memory_order_relaxed)) {
+      // Never released: reachable from this table until the process ends.
+      void* words = std::calloc(kSegmentSize, sizeof(SlotWord));
+      if (!words) return 0;
+      g_segments[segment].store(static_cast<SlotWord*>(words), std::memory_order_release);
+    }
+    g_unused_slot = slot + 1;
+  }
+  slot_word(slot)->store(reinterpret_cast<std::uintptr_t>(index), std::memory_order_release);
+  return slot;
+}
+
+void give_back_slot(std::uint32_t slot) {
+  ZR_Global_Lock lock;
+  slot_word(slot)->store((static_cast<std::uintptr_t>(g_free_slot) << 1) | 1u,
+                         std::memory_order_release);
+  g_free_slot = slot;
+}
+
+bool proper(const WorldBounds& b) {
+  return b.min.x <= b.max.x && b.min.y <= b.max.y;
+}
+
+int width(std::uint64_t v) {
+  return static_cast<int>(std::bit_width(v));
+}
+
+// Offsets from the grid's origin, as unsigned 64-bit values (a grid may span
+// the whole 32-bit plane).
+std::uint64_t offset(WorldCoord v, WorldCoord origin) {
+  return static_cast<std::uint64_t>(static_cast<std::int64_t>(v) - origin);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Found from the group
+// ---------------------------------------------------------------------------
+
+GroupIndex* GroupIndex::of(const Group* g) {
+  GroupIndex* index = lookup(g);
+  if (index && index->seen_last_ != g->last_child) index->resync(g);
+  return index;
+}
+
+GroupIndex* GroupIndex::lookup(const Group* g) {
+  const std::uint32_t slot = slot_of(g);
+  if (slot == 0) return nullptr;
+  SlotWord* word = slot_word(slot);
+  if (!word) return nullptr;
+  const std::uintptr_t value = word->load(std::memory_order_acquire);
+  if (value == 0 || (value & 1u)) return nullptr;
+  GroupIndex* index = reinterpret_cast<GroupIndex*>(value);
+  // A slot read from a record that never had one (a word set by hand) names
+  // some other group's index, or none.
+  return index->owner_ == g ? index : nullptr;
+}
+
+void* GroupIndex::allocate(std::size_t bytes) const {
+  return ZP_AllocateMemory(bytes, heap_);
+}
+
+// Grows `array` to hold `wanted` elements (at least doubling), keeping the
+// first `used`. On a failed allocation the array stays as it was.
+template <class T>
+void GroupIndex::grow(T*& array, std::uint32_t used, std::uint32_t& capacity,
+                      std::uint32_t wanted) {
+  if (wanted <= capacity) return;
+  std::uint64_t fresh_capacity = std::max<std::uint64_t>(16, std::uint64_t{capacity} * 2);
+  while (fresh_capacity < wanted) fresh_capacity *= 2;
+  if (fresh_capacity > 0xFFFFFFFFu) fresh_capacity = 0xFFFFFFFFu;
+  T* fresh = static_cast<T*>(allocate(sizeof(T) * fresh_capacity));
+  if (!fresh) return;
+  used = std::min(used, capacity);  // entries beyond the old capacity were never written
+  if (used) std::memcpy(static_cast<void*>(fresh), array, sizeof(T) * used);
+  if (array) ZP_ReleaseMemory(array);
+  array = fresh;
+  capacity = static_cast<std::uint32_t>(fresh_capacity);
+}
+
+GroupIndex* GroupIndex::create(Group* g, ZephalHeap* heap) {
+  void* block = ZP_AllocateMemory(sizeof(GroupIndex), heap);
+  if (!block) return nullptr;
+  GroupIndex* index = ::new (block) GroupIndex;
+  index->owner_ = g;
+  index->heap_ = heap;
+  index->slot_ = take_slot(index);
+  if (index->slot_ == 0) {
+    index->~GroupIndex();
+    ZP_ReleaseMemory(block);
+    return nullptr;
+  }
+  g->set_index_slot(index->slot_);
+  index->resync(g);
+  if (index->failed_) {
+    drop(g);
+    return nullptr;
+  }
+  return index;
+}
+
+void GroupIndex::destroy() {
+  auto release = [](void* p) {
+    if (p) ZP_ReleaseMemory(p);
+  };
+  release(kids_);
+  release(interior_);
+  release(packed_);
+  release(packed_boxes_);
+  release(recent_boxes_);
+  for (int l = 0; l < kMaxLevels; ++l) {
+    release(offsets_[l]);
+    release(heads_[l]);
+  }
+  release(next_);
+  release(outside_);
+  release(scratch_);
+  give_back_slot(slot_);
+  this->~GroupIndex();
+  ZP_ReleaseMemory(this);
+}
+
+void GroupIndex::drop(Group* g) {
+  if (GroupIndex* index = lookup(g)) index->destroy();
+  g->set_index_slot(0);
+}
+
+// Indexes every child of `g` but the last, from scratch: for a new index, and
+// when the tail was changed by hand.
+void GroupIndex::resync(const Group* g) {
+  count_ = 0;
+  dead_ = 0;
+  interior_live_ = 0;
+  built_ = 0;
+  top_ = -1;
+  outside_count_ = 0;
+  for (int l = 0; l < kMaxLevels; ++l) {
+    if (offsets_[l]) ZP_ReleaseMemory(offsets_[l]);
+    if (heads_[l]) ZP_ReleaseMemory(heads_[l]);
+    offsets_[l] = heads_[l] = nullptr;
+    reach_[l] = 0;
+  }
+  rest_ = nullptr;
+  seen_last_ = g->last_group();
+  for (Group* c = g->first_group(); c && c != g->last_child; c = c->sibling)
+    if (!add_kid(c)) return;
+  rest_ = g->last_group();
+  rebuild();
+}
+
+// ---------------------------------------------------------------------------
+// Told by the tree
+// ---------------------------------------------------------------------------
+
+void GroupIndex::child_linked(Group* g, ZephalHeap* heap) {
+  Group* last = g->last_group();
+  if (GroupIndex* index = lookup(g)) {
+    const bool tail_as_known =
+        index->seen_last_ ? index->seen_last_->sibling == last : g->first_child == last;
+    if (!tail_as_known) {
+      index->resync(g);  // the tail was changed by hand
+    } else {
+      // Everything before the new last child is indexed now.
+      Group* c = index->rest_ ? index->rest_ : last;
+      for (; c != last; c = c->sibling)
+        if (index->add_kid(c)) index->place(index->count_ - 1, c->bounds);
+      index->rest_ = last;
+      index->seen_last_ = last;
+      if (index->count_ >= 2 * index->built_ || index->outside_count_ > 32 + index->count_ / 8 ||
+          index->dead_ > index->count_ / 2)
+        index->rebuild();
+    }
+    if (index->failed_) drop(g);
+    return;
+  }
+  // Not yet indexed: count the children, up to the threshold.
+  const int threshold = GroupIndexSettings::threshold();
+  if (threshold == 0) return;
+  int n = 0;
+  for (const Group* c = g->first_group(); c && n < threshold; c = c->sibling) ++n;
+  if (n >= threshold) create(g, heap);
+}
+
+// Gives `c` the next ordinal; false (and `failed_`) when memory ran out.
+bool GroupIndex::add_kid(Group* c) {
+  if (count_ == capacity_) {
+    std::uint32_t kid_capacity = capacity_;
+    grow(kids_, count_, kid_capacity, count_ + 1);
+    std::uint32_t words = (capacity_ + 63) / 64;
+    grow(interior_, words, words, (kid_capacity + 63) / 64);
+    if (kid_capacity == capacity_ || words < (kid_capacity + 63) / 64) {
+      failed_ = true;
+      return false;
+    }
+    capacity_ = kid_capacity;
+  }
+  const std::uint32_t o = count_++;
+  if (o % 64 == 0) interior_[o / 64] = 0;
+  kids_[o] = reinterpret_cast<std::uintptr_t>(c);
+  if (!c->contains_drawables()) {
+    interior_[o / 64] |= std::uint64_t{1} << (o % 64);
+    ++interior_live_;
+  }
+  return true;
+}
+
+// A rectangle in grid offsets as four 16-bit values (x0, y0, x1, y1 from the
+// low end), each rounded down to `box_shift_` bits: comparisons of rounded
+// values never separate rectangles that meet.
+std::uint64_t GroupIndex::box_of(std::uint64_t x0, std::uint64_t y0, std::uint64_t x1,
+                                 std::uint64_t y1) const {
+  const int s = box_shift_;
+  return (x0 >> s) | ((y0 >> s) << 16) | ((x1 >> s) << 32) | ((y1 >> s) << 48);
+}
+
+// The finest level whose buckets are at least `extent` wide.
+int GroupIndex::level_for(std::uint64_t extent) const {
+  if (extent <= (std::uint64_t{1} << shift0_)) return 0;
+  return std::min(top_, width(extent - 1) - shift0_);
+}
+
+// Puts ordinal `o`, of rectangle `b`, into the recent part of the grid, or
+// outside it.
+void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
+  auto to_outside = [&] {
+    grow(outside_, outside_count_, outside_capacity_, outside_count_ + 1);
+    if (outside_count_ < outside_capacity_)
+      outside_[outside_count_++] = o;
+    else
+      failed_ = true;
+  };
+  if (top_ < 0 || !proper(b) || b.min.x < origin_x_ || b.min.y < origin_y_) return to_outside();
+  const std::uint64_t x0 = offset(b.min.x, origin_x_), y0 = offset(b.min.y, origin_y_);
+  const std::uint64_t x1 = offset(b.max.x, origin_x_), y1 = offset(b.max.y, origin_y_);
+  const int grid_shift = shift0_ + top_;
+  if ((x1 >> grid_shift) != 0 || (y1 >> grid_shift) != 0) return to_outside();
+  const std::uint64_t extent = std::max(x1 - x0, y1 - y0);
+  const int level = level_for(extent);
+  const int shift = shift0_ + level;
+  const std::uint32_t dims = 1u << (top_ - level);
+  std::uint32_t* heads = heads_[level];
+  if (!heads) {
+    heads = static_cast<std::uint32_t*>(allocate(sizeof(std::uint32_t) * dims * dims));
+    if (!heads) return to_outside();
+    std::fill(heads, heads + std::size_t{dims} * dims, kNone);
+    heads_[level] = heads;
+  }
+  const std::uint32_t r = o - built_;
+  if (r >= next_capacity_) {
+    std::uint32_t link_capacity = next_capacity_, box_capacity = next_capacity_;
+    grow(next_, r, link_capacity, r + 1);
+    grow(recent_boxes_, r, box_capacity, r + 1);
+    next_capacity_ = std::min(link_capacity, box_capacity);
+    if (r >= next_capacity_) return to_outside();
+  }
+  const std::size_t bucket = (y0 >> shift) * dims + (x0 >> shift);
+  next_[r] = heads[bucket];
+  recent_boxes_[r] = box_of(x0, y0, x1, y1);
+  heads[bucket] = o;
+  reach_[level] = std::max(reach_[level], extent);
+}
+
+// Packs every live ordinal into the grid anew, over the extent of the live
+// children, with the finest level sized for about two children a bucket.
+// Ordinals are renumbered when children were removed. Reads each child's
+// rectangle twice, in ordinal order, which is mostly allocation order.
+void GroupIndex::rebuild() {
+  if (dead_) {
+    std::uint32_t n = 0;
+    for (std::uint32_t o = 0; o < count_; ++o)
+      if (!(kids_[o] & 1u)) kids_[n++] = kids_[o];
+    count_ = n;
+    dead_ = 0;
+    interior_live_ = 0;
+    for (std::uint32_t w = 0; w < (count_ + 63) / 64; ++w) interior_[w] = 0;
+    for (std::uint32_t o = 0; o < count_; ++o)
+      if (!kid(o)->contains_drawables()) {
+        interior_[o / 64] |= std::uint64_t{1} << (o % 64);
+        ++interior_live_;
+      }
+  }
+  for (int l = 0; l < kMaxLevels; ++l) {
+    if (offsets_[l]) ZP_ReleaseMemory(offsets_[l]);
+    if (heads_[l]) ZP_ReleaseMemory(heads_[l]);
+    offsets_[l] = heads_[l] = nullptr;
+    reach_[l] = 0;
+  }
+  if (packed_) ZP_ReleaseMemory(packed_);
+  if (packed_boxes_) ZP_ReleaseMemory(packed_boxes_);
+  packed_ = nullptr;
+  packed_boxes_ = nullptr;
+  outside_count_ = 0;
+  built_ = count_;
+  top_ = -1;
+  auto all_outside = [&] {
+    top_ = -1;
+    for (std::uint32_t o = 0; o < count_; ++o) place(o, kid(o)->bounds);
+  };
+
+  // The extent of the proper rectangles.
+  WorldBounds extent = WorldBounds::empty();
+  std::uint32_t boxes = 0;
+  for (std::uint32_t o = 0; o < count_; ++o) {
+    const WorldBounds& b = kid(o)->bounds;
+    if (!proper(b)) continue;
+    extent.merge(b);
+    ++boxes;
+  }
+  if (boxes == 0) return all_outside();
+  const std::uint64_t span =
+      std::max(offset(extent.max.x, extent.min.x), offset(extent.max.y, extent.min.y)) + 1;
+  const int grid_shift = width(span - 1);  // 2^grid_shift >= span, at most 32
+  const int levels = std::min({width(boxes) / 2, grid_shift, 12});
+  origin_x_ = extent.min.x;
+  origin_y_ = extent.min.y;
+  top_ = levels;
+  shift0_ = grid_shift - levels;
+  box_shift_ = std::max(0, grid_shift - 16);
+
+  // First pass: each ordinal's level and bucket (level << 24 | bucket; a level
+  // has at most 2^24 buckets), counted per bucket.
+  std::uint32_t* keys = static_cast<std::uint32_t*>(allocate(sizeof(std::uint32_t) * count_));
+  if (!keys) return all_outside();
+  std::uint32_t placed = 0;
+  for (std::uint32_t o = 0; o < count_; ++o) {
+    const WorldBounds& b = kid(o)->bounds;
+    keys[o] = kNone;
+    if (!proper(b)) continue;
+    const std::uint64_t x0 = offset(b.min.x, origin_x_), y0 = offset(b.min.y, origin_y_);
+    const std::uint64_t e = std::max(offset(b.max.x, b.min.x), offset(b.max.y, b.min.y));
+    const int level = level_for(e);
+    const int shift = shift0_ + level;
+    const std::uint32_t dims = 1u << (top_ - level);
+    if (!offsets_[level]) {
+      const std::size_t n = std::size_t{dims} * dims + 1;
+      offsets_[level] = static_cast<std::uint32_t*>(allocate(sizeof(std::uint32_t) * n));
+      if (!offsets_[level]) continue;  // stays outside
+      std::fill(offsets_[level], offsets_[level] + n, 0u);
+    }
+    const std::uint32_t bucket = static_cast<std::uint32_t>((y0 >> shift) * dims + (x0 >> shift));
+    keys[o] = (static_cast<std::uint32_t>(level) << 24) | bucket;
+    offsets_[level][bucket + 1] += 1;
+    reach_[level] = std::max(reach_[level], e);
+    ++placed;
+  }
+  packed_ = static_cast<std::uint32_t*>(allocate(sizeof(std::uint32_t) * std::max(placed, 1u)));
+  packed_boxes_ =
+      static_cast<std::uint64_t*>(allocate(sizeof(std::uint64_t) * std::max(placed, 1u)));
+  if (!packed_ || !packed_boxes_) {
+    if (packed_) ZP_ReleaseMemory(packed_);
+    if (packed_boxes_) ZP_ReleaseMemory(packed_boxes_);
+    packed_ = nullptr;
+    packed_boxes_ = nullptr;
+    ZP_ReleaseMemory(keys);
+    for (int l = 0; l < kMaxLevels; ++l) {
+      if (offsets_[l]) ZP_ReleaseMemory(offsets_[l]);
+      offsets_[l] = nullptr;
+      reach_[l] = 0;
+    }
+    return all_outside();
+  }
+  // Levels one after another in `packed_`: offsets become each bucket's start.
+  std::uint32_t base = 0;
+  for (int l = 0; l <= top_; ++l) {
+    std::uint32_t* off = offsets_[l];
+    if (!off) continue;
+    const std::size_t buckets = std::size_t{1} << (2 * (top_ - l));
+    off[0] = base;
+    for (std::size_t i = 1; i <= buckets; ++i) off[i] += off[i - 1];
+    base = off[buckets];
+  }
+  // Second pass, in ordinal order so that each bucket's ordinals increase: a
+  // bucket's start serves as its write position, which ends at the next
+  // bucket's start; the offsets then move back by one bucket.
+  for (std::uint32_t o = 0; o < count_; ++o) {
+    const std::uint32_t key = keys[o];
+    if (key == kNone) {
+      place(o, WorldBounds::empty());  // outside
+      continue;
+    }
+    std::uint32_t* off = offsets_[key >> 24];
+    const std::uint32_t at = off[key & 0xFFFFFFu]++;
+    packed_[at] = o;
+    const WorldBounds& b = kid(o)->bounds;
+    packed_boxes_[at] =
+        box_of(offset(b.min.x, origin_x_), offset(b.min.y, origin_y_), offset(b.max.x, origin_x_),
+               offset(b.max.y, origin_y_));
+  }
+  ZP_ReleaseMemory(keys);
+  base = 0;
+  for (int l = 0; l <= top_; ++l) {
+    std::uint32_t* off = offsets_[l];
+    if (!off) continue;
+    const std::size_t buckets = std::size_t{1} << (2 * (top_ - l));
+    for (std::size_t i = buckets; i > 0; --i) off[i] = off[i - 1];
+    off[0] = base;
+    base = off[buckets];
+  }
+}
+
+// Whether `c` is indexed, with `b` a rectangle inside the one the index holds
+// for it (its bounds now, or what they were before they grew).
+bool GroupIndex::find(const Group* c, const WorldBounds& b, std::uint32_t& ordinal) const {
+  const std::uintptr_t want = reinterpret_cast<std::uintptr_t>(c);
+  auto hit = [&](std::uint32_t o) {
+    if (kids_[o] != want) return false;
+    ordinal = o;
+    return true;
+  };
+  for (std::uint32_t i = 0; i < outside_count_; ++i)
+    if (hit(outside_[i])) return true;
+  if (top_ >= 0 && proper(b) && b.max.x >= origin_x_ && b.max.y >= origin_y_) {
+    const std::uint64_t x1 = offset(b.max.x, origin_x_), y1 = offset(b.max.y, origin_y_);
+    const std::uint64_t x0 = b.min.x >= origin_x_ ? offset(b.min.x, origin_x_) : 0;
+    const std::uint64_t y0 = b.min.y >= origin_y_ ? offset(b.min.y, origin_y_) : 0;
+    for (int l = 0; l <= top_; ++l) {
+      if (!offsets_[l] && !heads_[l]) continue;
+      const int shift = shift0_ + l;
+      const std::uint64_t dims = std::uint64_t{1} << (top_ - l);
+      const std::uint64_t reach = reach_[l];
+      const std::uint64_t bx0 = (x0 > reach ? x0 - reach : 0) >> shift;
+      const std::uint64_t by0 = (y0 > reach ? y0 - reach : 0) >> shift;
+      const std::uint64_t bx1 = std::min(x1 >> shift, dims - 1);
+      const std::uint64_t by1 = std::min(y1 >> shift, dims - 1);
+      for (std::uint64_t by = by0; by <= by1; ++by)
+        for (std::uint64_t bx = bx0; bx <= bx1; ++bx) {
+          const std::size_t bucket = by * dims + bx;
+          if (const std::uint32_t* off = offsets_[l])
+            for (std::uint32_t i = off[bucket]; i < off[bucket + 1]; ++i)
+              if (hit(packed_[i])) return true;
+          if (const std::uint32_t* heads = heads_[l])
+            for (std::uint32_t o = heads[bucket]; o != kNone; o = next_[o - built_])
+              if (hit(o)) return true;
+        }
+    }
+  }
+  // Not where its rectangle says (bounds changed by hand): search them all.
+  for (std::uint32_t o = 0; o < count_; ++o)
+    if (hit(o)) return true;
+  return false;
+}
+
+// The live indexed child before ordinal `o`, or null; tombstones passed on
+// the way are pointed further back (path compression), so a run of removals
+// costs little more than its length.
+Group* GroupIndex::live_before(std::uint32_t o) {
+  std::uint32_t x = o;  // look at x - 1
+  while (x > 0 && (kids_[x - 1] & 1u)) x = static_cast<std::uint32_t>(kids_[x - 1] >> 1);
+  for (std::uint32_t y = o; y > 0 && (kids_[y - 1] & 1u);) {
+    const std::uint32_t further = static_cast<std::uint32_t>(kids_[y - 1] >> 1);
+    kids_[y - 1] = (std::uintptr_t{x} << 1) | 1u;
+    y = further;
+  }
+  return x > 0 ? kid(x - 1) : nullptr;
+}
+
+bool GroupIndex::unlink(Group* g, Group* c) {
+  for (Group* r = rest_; r; r = r->sibling)
+    if (r == c) {
+      Group* previous = live_before(count_);
+      for (Group* p = rest_; p != c; p = p->sibling) previous = p;
+      if (c == rest_) rest_ = c->sibling;
+      unlink_after(g, c, previous);
+      return true;
+    }
+  std::uint32_t o;
+  if (!find(c, c->bounds, o)) return false;
+  unlink_at(g, o);
+  return true;
+}
+
+void GroupIndex::unlink_at(Group* g, std::uint32_t o) {
+  Group* c = kid(o);
+  Group* previous = live_before(o);
+  kids_[o] = (std::uintptr_t{o} << 1) | 1u;
+  ++dead_;
+  if (interior_[o / 64] & (std::uint64_t{1} << (o % 64))) {
+    interior_[o / 64] &= ~(std::uint64_t{1} << (o % 64));
+    --interior_live_;
+  }
+  unlink_after(g, c, previous);
+}
+
+// Takes `c`, whose predecessor is `previous` (null: the first), out of the
+// chain of `g`.
+void GroupIndex::unlink_after(Group* g, Group* c, Group* previous) {
+  if (previous)
+    previous->sibling = c->sibling;
+  else
+    g->first_child = c->sibling;
+  if (g->last_child == c) g->last_child = previous;
+  c->sibling = nullptr;
+  seen_last_ = g->last_group();
+}
+
+void GroupIndex::child_grown(Group* g, Group* c, const WorldBounds& old_bounds) {
+  GroupIndex* index = of(g);
+  if (!index || c == index->rest_) return;  // not indexed
+  std::uint32_t o;
+  if (!index->find(c, old_bounds, o)) return;
+  // The old place stays (a query drops the repeat); outside, it is found
+  // whatever its rectangle.
+  index->grow(index->outside_, index->outside_count_, index->outside_capacity_,
+              index->outside_count_ + 1);
+  if (index->outside_count_ < index->outside_capacity_)
+    index->outside_[index->outside_count_++] = o;
+  else
+    drop(g);  // no memory for the note: the group goes without an index
+}
+
+// ---------------------------------------------------------------------------
+// Queries
+// ---------------------------------------------------------------------------
+
+bool GroupIndex::window(const WorldBounds& inner, const WorldBounds& outer, WorldBounds& q) {
+  if (!proper(outer)) return false;
+  q = outer;
+  // A proper child inside `inner` overlaps `inner`; an `inner` that is not a
+  // proper box holds no proper child.
+  if (proper(inner) && !inner.is_inside(outer)) q.merge(inner);
+  return true;
+}
+
+bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t& out_capacity,
+                       std::uint32_t& found) {
+  std::uint32_t n = 0;
+  bool complete = true;
+  auto take = [&](std::uint32_t o) {
+    if (n == out_capacity) {
+      grow(out, n, out_capacity, n + 1);
+      if (n == out_capacity) {
+        complete = false;
+        return;
+      }
+    }
+    out[n++] = o;
+  };
+  for (std::uint32_t i = 0; i < outside_count_; ++i) take(outside_[i]);
+  if (top_ >= 0 && q.max.x >= origin_x_ && q.max.y >= origin_y_) {
+    const std::uint64_t x1 = offset(q.max.x, origin_x_), y1 = offset(q.max.y, origin_y_);
+    const std::uint64_t x0 = q.min.x >= origin_x_ ? offset(q.min.x, origin_x_) : 0;
+    const std::uint64_t y0 = q.min.y >= origin_y_ ? offset(q.min.y, origin_y_) : 0;
+    // The query in the boxes' units, cut to the grid: a box passes when it
+    // overlaps it there, which it does whenever the rectangles overlap.
+    const std::uint64_t grid_last = (std::uint64_t{1} << (shift0_ + top_)) - 1;
+    const std::uint64_t qx0 = std::min(x0, grid_last) >> box_shift_;
+    const std::uint64_t qy0 = std::min(y0, grid_last) >> box_shift_;
+    const std::uint64_t qx1 = std::min(x1, grid_last) >> box_shift_;
+    const std::uint64_t qy1 = std::min(y1, grid_last) >> box_shift_;
+    auto passes = [&](std::uint64_t box) {
+      return (box & 0xFFFFu) <= qx1 && ((box >> 32) & 0xFFFFu) >= qx0 &&
+             ((box >> 16) & 0xFFFFu) <= qy1 && (box >> 48) >= qy0;
+    };
+    for (int l = 0; l <= top_; ++l) {
+      if (!offsets_[l] && !heads_[l]) continue;
+      const int shift = shift0_ + l;
+      const std::uint64_t dims = std::uint64_t{1} << (top_ - l);
+      // A rectangle sits in the bucket of its lower corner and reaches at most
+      // `reach_` beyond it.
+      const std::uint64_t reach = reach_[l];
+      const std::uint64_t bx0 = (x0 > reach ? x0 - reach : 0) >> shift;
+      const std::uint64_t by0 = (y0 > reach ? y0 - reach : 0) >> shift;
+      if (bx0 >= dims || by0 >= dims) continue;
+      const std::uint64_t bx1 = std::min(x1 >> shift, dims - 1);
+      const std::uint64_t by1 = std::min(y1 >> shift, dims - 1);
+      if (const std::uint32_t* off = offsets_[l])
+        for (std::uint64_t by = by0; by <= by1; ++by) {
+          const std::size_t row = by * dims;
+          for (std::uint32_t i = off[row + bx0]; i < off[row + bx1 + 1]; ++i)
+            if (passes(packed_boxes_[i])) take(packed_[i]);
+        }
+      if (const std::uint32_t* heads = heads_[l])
+        for (std::uint64_t by = by0; by <= by1; ++by)
+          for (std::uint64_t bx = bx0; bx <= bx1; ++bx)
+            for (std::uint32_t o = heads[by * dims + bx]; o != kNone; o = next_[o - built_])
+              if (passes(recent_boxes_[o - built_])) take(o);
+    }
+  }
+  if (!complete) return false;
+  // List order, each once, live only.
+  std::sort(out, out + n);
+  std::uint32_t kept = 0;
+  std::uint32_t last = kNone;
+  for (std::uint32_t i = 0; i < n; ++i) {
+    const std::uint32_t o = out[i];
+    if (o == last || (kids_[o] & 1u)) continue;
+    out[kept++] = last = o;
+  }
+  found = kept;
+  return true;
+}
+
+const std::uint32_t* GroupIndex::candidates(const WorldBounds& q, std::uint32_t& found) {
+  if (busy_) return nullptr;
+  return query(q, scratch_, scratch_capacity_, found) ? scratch_ : nullptr;
+}
+
+std::uint32_t GroupIndex::interior_between(std::uint32_t from, std::uint32_t to) const {
+  std::uint32_t n = 0;
+  while (from < to) {
+    const std::uint32_t word = from / 64, bit = from % 64;
+    const std::uint32_t take = std::min<std::uint32_t>(64 - bit, to - from);
+    std::uint64_t w = interior_[word] >> bit;
+    if (take < 64) w &= (std::uint64_t{1} << take) - 1;
+    n += static_cast<std::uint32_t>(std::popcount(w));
+    from += take;
+  }
+  return n;
+}
+
+// ---------------------------------------------------------------------------
+// Checks
+// ---------------------------------------------------------------------------
+
+std::string GroupIndex::problems(const Group* g) {
+  const std::uint32_t slot = slot_of(g);
+  if (slot == 0 || g->contains_drawables()) return {};
+  GroupIndex* index = lookup(g);
+  if (!index) return "a group names an index slot that does not hold its index";
+  std::string out;
+  // The chain is the live ordinals in order, then the rest.
+  const Group* c = g->first_group();
+  for (std::uint32_t o = 0; o < index->count_; ++o) {
+    const Group* k = index->kid(o);
+    if (!k) continue;
+    if (k != c) return out + "the index's children differ from the chain at ordinal " +
+                       std::to_string(o) + "\n";
+    std::uint32_t found;
+    if (!index->find(k, k->bounds, found) || found != o)
+      out += "child " + std::to_string(o) + " is not found by its rectangle\n";
+    const bool interior = index->interior_[o / 64] & (std::uint64_t{1} << (o % 64));
+    if (interior != !k->contains_drawables())
+      out += "child " + std::to_string(o) + " has the wrong interior bit\n";
+    c = c->sibling;
+  }
+  if (c != index->rest_) out += "the children not indexed do not start where the index says\n";
+  if (index->rest_ && index->rest_ != g->last_child)
+    out += "more than the last child is left out of the index\n";
+  if (index->seen_last_ != g->last_child) out += "the index does not know the last child\n";
+  return out;
+}
+
+}  // namespace DL

@@ -1,0 +1,266 @@
+// An index beside a wide interior group: which of its children may lie in a
+// rectangle, yielded in list order.
+//
+// The tree keeps painting order by construction, and it prunes whole groups by
+// rectangle. When drawables arrive in no spatial order, nearly every one leaves
+// its predecessor's cell and opens a group of its own under the nearest common
+// ancestor, so one group ends up with hundreds of thousands of children, and a
+// walk that prunes by rectangle tests them one by one. The index finds the
+// children a rectangle may reach without testing the others, and hands them
+// over in list order, so every walk stays what it was: the same groups entered
+// in the same order, the same calls to drawables and renderer.
+//
+//   Group (wide)  children:  c0 -> c1 -> c2 -> ... -> c(n-2) -> c(n-1)
+//                            \________ indexed, ordinals 0.. _______/   `rest`
+//   kids:        [c0][c1][ x ][c3] ...        a removed child leaves a tombstone
+//   grid:        level 0 buckets (finest)  ... level top (one bucket)
+//                packed part: ordinals by level and bucket, rebuilt as it doubles
+//                recent part: per-bucket lists of ordinals added since
+//   outside:     ordinals whose rectangle is not a proper box, or lies beyond
+//                the grid, or grew after it was placed: always candidates
+//
+// Every child but the last is indexed: the last child may still be on the way
+// down to the open group, where rectangles are cells that insertion relies on
+// and closing replaces; every other child only ever shrinks (a close) or grows
+// through `DisplayList::add_before`, which tells the index. The index keeps, for
+// each child, a rectangle that holds the child's `bounds`: the grid places a
+// child by its rectangle when it is indexed, a loose grid (a child sits in the
+// bucket of its lower corner, at the finest level whose buckets are at least as
+// large as the child). A query returns a superset of the children that can
+// pass the walk's own tests; the walk then tests each one as it always did.
+//
+// Cost, per indexed child: 8 bytes in `kids`, 4 in the packed part, about 2
+// for the buckets' offsets, and while the child is recent 4 for its list link;
+// one bit for the interrupt walks. Indexing a child is amortised constant time:
+// the packed part is rebuilt (a counting sort, reading each child's rectangle
+// once, in allocation order) when the number of children doubles. A query costs
+// the buckets it covers plus a sort of the candidates.
+//
+// A group gets an index when it reaches `GroupIndexSettings::threshold`
+// children; the slot of its index is kept in the second half of the word that
+// holds an interior group's level. Indexes are found through a process-wide
+// table of slots, taken and given back under the global lock (`ZEPHAL`); every
+// other operation is the list's thread's alone, as for the tree itself.
+//
+// The index follows the tree's own operations. A program that relinks groups
+// by hand must not do so under an indexed group (more children than the
+// threshold); a tail linked by hand is noticed and indexed anew.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "displaylist/group.h"
+
+namespace DL {
+
+// Process-wide tuning, read on every use; the tests change it to compare the
+// indexed walks with the plain ones on the same tree.
+struct GroupIndexSettings {
+  // Children at which a group gets an index (at least 2; 0: no new index).
+  // Linking a child to a group without an index counts its children up to
+  // this number. Measured: below about 32 children a walk over the chain is as
+  // fast as a query.
+  static void set_threshold(int children);
+  static int threshold();
+  // Whether walks use the indexes (they are still kept up to date when off).
+  static void set_enabled(bool enabled);
+  static bool enabled();
+};
+
+class GroupIndex {
+ public:
+  // -- Found from the group ---------------------------------------------------------
+  // The index of interior group `g`, or null. Brings the index up to date when
+  // the tail of `g` was changed by hand.
+  static GroupIndex* of(const Group* g);
+  // The same, null also when the walks are not to use it.
+  static GroupIndex* for_walk(const Group* g) {
+    if (slot_of(g) == 0) return nullptr;
+    return GroupIndexSettings::enabled() ? of(g) : nullptr;
+  }
+
+  // -- Told by the tree ---------------------------------------------------------------
+  // `g`, an interior group, has just had a child linked at its tail. Indexes
+  // the child before it, or gives `g` an index when it has reached the
+  // threshold (memory from `heap`).
+  static void child_linked(Group* g, ZephalHeap* heap);
+  // Unlinks child `c` from `g` (which has this index) and keeps the index
+  // right; false, changing nothing, when `c` is not a child of `g`. Does not
+  // destroy `c`.
+  bool unlink(Group* g, Group* c);
+  // Child `c` of `g` has grown beyond `old_bounds`, which the index held.
+  static void child_grown(Group* g, Group* c, const WorldBounds& old_bounds);
+  // Frees the index of `g`, if any; `g` then has none.
+  static void drop(Group* g);
+
+  // -- Queries -------------------------------------------------------------------------
+  // The rectangle a query must cover so that every child that is inside
+  // `inner` or overlaps `outer` is a candidate; false when no such rectangle
+  // helps (an `outer` that is not a proper box): then walk every child.
+  static bool window(const WorldBounds& inner, const WorldBounds& outer, WorldBounds& q);
+  // The ordinals of the live indexed children whose rectangle may overlap the
+  // proper box `q`, in increasing (list) order, each once, into `out` (which
+  // grows as needed, from the index's heap; `out_capacity` is its size), and
+  // their number into `found`. False when memory ran out: then walk them all.
+  bool query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t& out_capacity,
+             std::uint32_t& found);
+  // `query` into the index's own array, valid until the next query: for a
+  // caller that copies the ordinals out. Null when memory ran out or a visit
+  // of this index is running.
+  const std::uint32_t* candidates(const WorldBounds& q, std::uint32_t& found);
+  // The child of an ordinal; null once it was removed.
+  Group* kid(std::uint32_t ordinal) const {
+    const std::uintptr_t k = kids_[ordinal];
+    return (k & 1u) ? nullptr : reinterpret_cast<Group*>(k);
+  }
+  // Ordinals handed out: children indexed, removed ones included.
+  std::uint32_t count() const { return count_; }
+  // The first child that is not indexed (the chain goes on from it), or null.
+  Group* rest() const { return rest_; }
+  // Live interior children among ordinals [from, to): the polls an
+  // interruptible walk makes on children it skips.
+  std::uint32_t interior_between(std::uint32_t from, std::uint32_t to) const;
+  bool has_interior() const { return interior_live_ != 0; }
+
+  // Calls `f` on each child of `g` (this index's group) that may pass `q`, in
+  // list order: the candidates, then the children not indexed; `skip(n)` is
+  // told, before each candidate and before the rest, how many interior
+  // children were passed over since the last call (when `kCountSkips`). Stops
+  // at the first false of either, which is then the result. Falls back to the
+  // whole chain when the index is already in a query of its own.
+  template <bool kCountSkips, class F, class S>
+  bool visit(const Group* g, const WorldBounds& q, F f, S skip);
+
+  // For the walks that change the tree: calls `f(ordinal, child)` on each live
+  // candidate of `q` in list order while it answers true (`f` may unlink the
+  // child it is given, and nothing else). 1: all were visited; 0: `f` stopped
+  // the walk (the index is not touched after that, as the group may be gone);
+  // -1: no candidates could be had (memory, or a visit running): walk the chain.
+  // The children not indexed are the caller's: `rest()`.
+  template <class F>
+  int each_candidate(const WorldBounds& q, F f) {
+    std::uint32_t n = 0;
+    if (busy_ || !query(q, scratch_, scratch_capacity_, n)) return -1;
+    for (std::uint32_t i = 0; i < n; ++i) {
+      const std::uint32_t o = scratch_[i];
+      if (Group* c = kid(o))
+        if (!f(o, c)) return 0;
+    }
+    return 1;
+  }
+  // Unlinks the indexed child of ordinal `o` from `g`.
+  void unlink_at(Group* g, std::uint32_t o);
+
+  // A line for each way in which the index disagrees with its group; empty
+  // when sound. For the tree checker.
+  static std::string problems(const Group* g);
+
+ private:
+  GroupIndex() = default;
+  static std::uint32_t slot_of(const Group* g) { return g->index_slot(); }
+  static GroupIndex* lookup(const Group* g);
+  static GroupIndex* create(Group* g, ZephalHeap* heap);
+  void destroy();
+  bool add_kid(Group* c);
+  void place(std::uint32_t ordinal, const WorldBounds& b);
+  int level_for(std::uint64_t extent) const;
+  std::uint64_t box_of(std::uint64_t x0, std::uint64_t y0, std::uint64_t x1,
+                       std::uint64_t y1) const;
+  void rebuild();
+  void resync(const Group* g);
+  bool find(const Group* c, const WorldBounds& b, std::uint32_t& ordinal) const;
+  Group* live_before(std::uint32_t ordinal);
+  void unlink_after(Group* g, Group* c, Group* previous);
+  void* allocate(std::size_t bytes) const;
+  // Grows `array` (from the index's heap) to hold `wanted` elements, at least
+  // doubling, keeping the first `used`; on a failed allocation it stays.
+  template <class T>
+  void grow(T*& array, std::uint32_t used, std::uint32_t& capacity, std::uint32_t wanted);
+
+  static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+  static constexpr int kMaxLevels = 33;
+
+  // -- The children ---------------------------------------------------------------------
+  Group* owner_ = nullptr;        // the group indexed
+  ZephalHeap* heap_ = nullptr;    // where the arrays come from
+  std::uint32_t slot_ = 0;        // in the table of slots
+  std::uint32_t count_ = 0;       // ordinals handed out
+  std::uint32_t capacity_ = 0;    // of kids_ and interior_ (bits)
+  std::uint32_t dead_ = 0;        // removed children among the ordinals
+  std::uint32_t interior_live_ = 0;
+  bool busy_ = false;             // a visit is using scratch_
+  bool failed_ = false;           // memory ran out: the group is to go without an index
+  // By ordinal: the child, or once removed (s << 1) | 1 where s - 1 is an
+  // ordinal at or before which the live child before it lies (0: none).
+  std::uintptr_t* kids_ = nullptr;
+  std::uint64_t* interior_ = nullptr;  // a bit per ordinal: a live interior child
+  Group* rest_ = nullptr;              // first child not indexed
+  Group* seen_last_ = nullptr;         // the group's last child as the index knows it
+
+  // -- The grid ----------------------------------------------------------------------------
+  WorldCoord origin_x_ = 0, origin_y_ = 0;  // lower corner of the grid
+  int shift0_ = 0;                          // log2 of a finest bucket's side
+  int top_ = -1;                            // levels 0..top_; -1: no grid yet
+  std::uint32_t built_ = 0;                 // ordinals below this are packed or outside
+  int box_shift_ = 0;                       // grid offsets >> this fit 16 bits
+  std::uint32_t* packed_ = nullptr;         // ordinals by level, bucket, ordinal
+  std::uint64_t* packed_boxes_ = nullptr;   // their rectangles, see box_of
+  std::uint32_t* offsets_[kMaxLevels] = {};  // per level: dims^2 + 1 offsets into packed_
+  std::uint32_t* heads_[kMaxLevels] = {};    // per level: recent list heads, kNone: empty
+  std::uint64_t reach_[kMaxLevels] = {};     // per level: largest extent placed there
+  std::uint32_t* next_ = nullptr;            // recent list links, by ordinal - built_
+  std::uint64_t* recent_boxes_ = nullptr;    // recent rectangles, by ordinal - built_
+  std::uint32_t next_capacity_ = 0;
+  std::uint32_t* outside_ = nullptr;
+  std::uint32_t outside_count_ = 0, outside_capacity_ = 0;
+  std::uint32_t* scratch_ = nullptr;  // candidates of the running visit
+  std::uint32_t scratch_capacity_ = 0;
+
+  friend struct GroupIndexTest;
+};
+
+template <bool kCountSkips, class F, class S>
+bool GroupIndex::visit(const Group* g, const WorldBounds& q, F f, S skip) {
+  if (busy_) {
+    for (const Group* c = g->first_group(); c; c = c->sibling)
+      if (!f(c)) return false;
+    return true;
+  }
+  std::uint32_t n = 0;
+  if (!query(q, scratch_, scratch_capacity_, n)) {
+    for (const Group* c = g->first_group(); c; c = c->sibling)
+      if (!f(c)) return false;
+    return true;
+  }
+  busy_ = true;
+  // The scratch array stays with the index; the children visited may be
+  // indexed themselves, but never by this index again during this visit.
+  const std::uint32_t* ords = scratch_;
+  std::uint32_t from = 0;
+  bool go_on = true;
+  for (std::uint32_t i = 0; i < n && go_on; ++i) {
+    const std::uint32_t o = ords[i];
+    if constexpr (kCountSkips) {
+      if (interior_live_) {
+        const std::uint32_t polls = interior_between(from, o);
+        if (polls && !skip(polls)) go_on = false;
+      }
+      from = o + 1;
+    }
+    if (go_on && !f(kid(o))) go_on = false;
+  }
+  busy_ = false;
+  if (!go_on) return false;
+  if constexpr (kCountSkips) {
+    if (interior_live_) {
+      const std::uint32_t polls = interior_between(from, count_);
+      if (polls && !skip(polls)) return false;
+    }
+  }
+  for (const Group* c = rest_; c; c = c->sibling)
+    if (!f(c)) return false;
+  return true;
+}
+
+}  // namespace DL
