@@ -235,9 +235,9 @@ static bool interior_complex_bounded(const Group* g, DisplayList& list, Bounds i
   switch (g->classify_against_clip(list)) {
     case CLIP_INSIDE:
       return lifted(list, [&] {
-        return each_child_near<Walk>(
-            g, list, inner, outer,
-            [&](const Group* c) { return Walk::bounded(c, list, inner, outer); });
+        return each_child_near<Walk>(g, list, inner, outer, [&](const Group* c) {
+          return Walk::bounded(c, list, inner, outer);
+        });
       });
     case CLIP_CROSSING:
       return each_child_near<Walk>(g, list, inner, outer, [&](const Group* c) {

@@ -23,8 +23,9 @@ static bool interior_bounded(const Group* g, DisplayList& list, Bounds inner, Bo
   if (g->bounds.is_inside(inner))
     return each_child(g, [&](const Group* c) { return Walk::unclipped(c, list); });
   if (g->bounds.overlaps(outer))
-    return each_child_near<Walk>(g, list, inner, outer,
-                                 [&](const Group* c) { return Walk::bounded(c, list, inner, outer); });
+    return each_child_near<Walk>(g, list, inner, outer, [&](const Group* c) {
+      return Walk::bounded(c, list, inner, outer);
+    });
   return true;
 }
 

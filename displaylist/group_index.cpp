@@ -55,7 +55,7 @@ constexpr std::uint32_t kSegments = 4096;
 
 using SlotWord = std::atomic<std::uintptr_t>;
 constinit std::atomic<SlotWord*> g_segments[kSegments] = {};
-constinit std::uint32_t g_free_slot = 0;  // under the lock; 0: none
+constinit std::uint32_t g_free_slot = 0;    // under the lock; 0: none
 constinit std::uint32_t g_unused_slot = 1;  // slots below this have been handed out once
 
 SlotWord* slot_word(std::uint32_t slot) {
@@ -460,9 +460,8 @@ void GroupIndex::rebuild() {
     const std::uint32_t at = off[key & 0xFFFFFFu]++;
     packed_[at] = o;
     const WorldBounds& b = kid(o)->bounds;
-    packed_boxes_[at] =
-        box_of(offset(b.min.x, origin_x_), offset(b.min.y, origin_y_), offset(b.max.x, origin_x_),
-               offset(b.max.y, origin_y_));
+    packed_boxes_[at] = box_of(offset(b.min.x, origin_x_), offset(b.min.y, origin_y_),
+                               offset(b.max.x, origin_x_), offset(b.max.y, origin_y_));
   }
   ZP_ReleaseMemory(keys);
   base = 0;
@@ -701,8 +700,9 @@ std::string GroupIndex::problems(const Group* g) {
   for (std::uint32_t o = 0; o < index->count_; ++o) {
     const Group* k = index->kid(o);
     if (!k) continue;
-    if (k != c) return out + "the index's children differ from the chain at ordinal " +
-                       std::to_string(o) + "\n";
+    if (k != c)
+      return out + "the index's children differ from the chain at ordinal " + std::to_string(o) +
+             "\n";
     std::uint32_t found;
     if (!index->find(k, k->bounds, found) || found != o)
       out += "child " + std::to_string(o) + " is not found by its rectangle\n";

@@ -182,15 +182,15 @@ class GroupIndex {
   static constexpr int kMaxLevels = 33;
 
   // -- The children ---------------------------------------------------------------------
-  Group* owner_ = nullptr;        // the group indexed
-  ZephalHeap* heap_ = nullptr;    // where the arrays come from
-  std::uint32_t slot_ = 0;        // in the table of slots
-  std::uint32_t count_ = 0;       // ordinals handed out
-  std::uint32_t capacity_ = 0;    // of kids_ and interior_ (bits)
-  std::uint32_t dead_ = 0;        // removed children among the ordinals
+  Group* owner_ = nullptr;      // the group indexed
+  ZephalHeap* heap_ = nullptr;  // where the arrays come from
+  std::uint32_t slot_ = 0;      // in the table of slots
+  std::uint32_t count_ = 0;     // ordinals handed out
+  std::uint32_t capacity_ = 0;  // of kids_ and interior_ (bits)
+  std::uint32_t dead_ = 0;      // removed children among the ordinals
   std::uint32_t interior_live_ = 0;
-  bool busy_ = false;             // a visit is using scratch_
-  bool failed_ = false;           // memory ran out: the group is to go without an index
+  bool busy_ = false;    // a visit is using scratch_
+  bool failed_ = false;  // memory ran out: the group is to go without an index
   // By ordinal: the child, or once removed (s << 1) | 1 where s - 1 is an
   // ordinal at or before which the live child before it lies (0: none).
   std::uintptr_t* kids_ = nullptr;
@@ -199,13 +199,13 @@ class GroupIndex {
   Group* seen_last_ = nullptr;         // the group's last child as the index knows it
 
   // -- The grid ----------------------------------------------------------------------------
-  WorldCoord origin_x_ = 0, origin_y_ = 0;  // lower corner of the grid
-  int shift0_ = 0;                          // log2 of a finest bucket's side
-  int top_ = -1;                            // levels 0..top_; -1: no grid yet
-  std::uint32_t built_ = 0;                 // ordinals below this are packed or outside
-  int box_shift_ = 0;                       // grid offsets >> this fit 16 bits
-  std::uint32_t* packed_ = nullptr;         // ordinals by level, bucket, ordinal
-  std::uint64_t* packed_boxes_ = nullptr;   // their rectangles, see box_of
+  WorldCoord origin_x_ = 0, origin_y_ = 0;   // lower corner of the grid
+  int shift0_ = 0;                           // log2 of a finest bucket's side
+  int top_ = -1;                             // levels 0..top_; -1: no grid yet
+  std::uint32_t built_ = 0;                  // ordinals below this are packed or outside
+  int box_shift_ = 0;                        // grid offsets >> this fit 16 bits
+  std::uint32_t* packed_ = nullptr;          // ordinals by level, bucket, ordinal
+  std::uint64_t* packed_boxes_ = nullptr;    // their rectangles, see box_of
   std::uint32_t* offsets_[kMaxLevels] = {};  // per level: dims^2 + 1 offsets into packed_
   std::uint32_t* heads_[kMaxLevels] = {};    // per level: recent list heads, kNone: empty
   std::uint64_t reach_[kMaxLevels] = {};     // per level: largest extent placed there

@@ -135,7 +135,8 @@ struct PlainWalk {
 inline bool skip_polls(DisplayList& list, std::uint32_t n) {
   while (n > 0) {
     const std::uint32_t counter = static_cast<std::uint32_t>(list.interrupt_counter);
-    std::uint64_t to_callback = static_cast<std::uint32_t>(DisplayList::kInterruptPollPeriod - counter);
+    std::uint64_t to_callback =
+        static_cast<std::uint32_t>(DisplayList::kInterruptPollPeriod - counter);
     if (to_callback == 0) to_callback = std::uint64_t{1} << 32;
     if (n < to_callback) {
       list.interrupt_counter = static_cast<int>(counter + n);

@@ -77,14 +77,14 @@ class DisplayListBoundedIterator : public DisplayListIterator {
   // The overlapping children of an indexed group on the walk's path: those
   // the index yields, tested, then the ones it does not hold, walked.
   struct Cursor {
-    DL::Group* group = nullptr;       // whose children these are; null: slot free
-    DL::Group** kids = nullptr;       // indexed children that overlap, in order
-    std::uint32_t count = 0;          // of kids
-    std::uint32_t capacity = 0;       // of kids
-    std::uint32_t position = 0;       // next of kids to hand out
-    DL::Group* rest = nullptr;        // last child handed out from the rest, or null
-    bool rest_started = false;        // the rest is being walked
-    bool done = false;                // nothing more to hand out
+    DL::Group* group = nullptr;  // whose children these are; null: slot free
+    DL::Group** kids = nullptr;  // indexed children that overlap, in order
+    std::uint32_t count = 0;     // of kids
+    std::uint32_t capacity = 0;  // of kids
+    std::uint32_t position = 0;  // next of kids to hand out
+    DL::Group* rest = nullptr;   // last child handed out from the rest, or null
+    bool rest_started = false;   // the rest is being walked
+    bool done = false;           // nothing more to hand out
   };
   static constexpr int kCursors = 8;
   // A cursor for `g`, whose children are about to be walked; null when `g`

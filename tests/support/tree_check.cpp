@@ -2,6 +2,8 @@
 
 #include <sstream>
 
+#include "displaylist/group_index.h"
+
 namespace DL::test {
 
 namespace {
@@ -42,11 +44,15 @@ struct Checker {
       for (const Group* c = g->first_group(); c; c = c->sibling) {
         if (c->parent != g) problem(c, "parent link ", c->parent, ", expected ", g);
         // An inverted cell is legitimate: it is the cell of an empty rectangle.
-        if (options.check_containment && !c->bounds.is_inside(g->bounds)) problem(c, "sticks out of its parent");
+        if (options.check_containment && !c->bounds.is_inside(g->bounds))
+          problem(c, "sticks out of its parent");
         check(c, level + 1, chain);
         last = c;
       }
       if (last != g->last_child) problem(g, "last_child is not the end of the chain");
+      // The index of a wide group agrees with its chain and finds every child
+      // by its rectangle.
+      if (std::string index = GroupIndex::problems(g); !index.empty()) problem(g, index);
       return;
     }
     int count = 0;
