@@ -185,14 +185,16 @@ void GroupIndex::destroy() {
   release(interior_);
   release(packed_);
   release(packed_boxes_);
-  release(recent_boxes_);
+
   for (int l = 0; l < kMaxLevels; ++l) {
     release(offsets_[l]);
     release(heads_[l]);
+    release(recent_[l]);
   }
-  release(next_);
+
   release(outside_);
   release(scratch_);
+  release(bits_);
   give_back_slot(slot_);
   this->~GroupIndex();
   ZP_ReleaseMemory(this);
@@ -216,6 +218,7 @@ void GroupIndex::resync(const Group* g) {
     if (offsets_[l]) ZP_ReleaseMemory(offsets_[l]);
     if (heads_[l]) ZP_ReleaseMemory(heads_[l]);
     offsets_[l] = heads_[l] = nullptr;
+    recent_count_[l] = 0;
     reach_[l] = 0;
   }
   rest_ = nullptr;
@@ -323,18 +326,13 @@ void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
     std::fill(heads, heads + std::size_t{dims} * dims, kNone);
     heads_[level] = heads;
   }
-  const std::uint32_t r = o - built_;
-  if (r >= next_capacity_) {
-    std::uint32_t link_capacity = next_capacity_, box_capacity = next_capacity_;
-    grow(next_, r, link_capacity, r + 1);
-    grow(recent_boxes_, r, box_capacity, r + 1);
-    next_capacity_ = std::min(link_capacity, box_capacity);
-    if (r >= next_capacity_) return to_outside();
-  }
+  std::uint32_t& n = recent_count_[level];
+  grow(recent_[level], n, recent_capacity_[level], n + 1);
+  if (n >= recent_capacity_[level]) return to_outside();
   const std::size_t bucket = (y0 >> shift) * dims + (x0 >> shift);
-  next_[r] = heads[bucket];
-  recent_boxes_[r] = box_of(x0, y0, x1, y1);
-  heads[bucket] = o;
+  DL_ASSERT(heads[bucket] == kNone || heads[bucket] < n);
+  recent_[level][n] = {box_of(x0, y0, x1, y1), o, heads[bucket]};
+  heads[bucket] = n++;
   reach_[level] = std::max(reach_[level], extent);
 }
 
@@ -361,6 +359,7 @@ void GroupIndex::rebuild() {
     if (offsets_[l]) ZP_ReleaseMemory(offsets_[l]);
     if (heads_[l]) ZP_ReleaseMemory(heads_[l]);
     offsets_[l] = heads_[l] = nullptr;
+    recent_count_[l] = 0;
     reach_[l] = 0;
   }
   if (packed_) ZP_ReleaseMemory(packed_);
@@ -506,8 +505,8 @@ bool GroupIndex::find(const Group* c, const WorldBounds& b, std::uint32_t& ordin
             for (std::uint32_t i = off[bucket]; i < off[bucket + 1]; ++i)
               if (hit(packed_[i])) return true;
           if (const std::uint32_t* heads = heads_[l])
-            for (std::uint32_t o = heads[bucket]; o != kNone; o = next_[o - built_])
-              if (hit(o)) return true;
+            for (std::uint32_t e = heads[bucket]; e != kNone; e = recent_[l][e].next)
+              if (hit(recent_[l][e].ordinal)) return true;
         }
     }
   }
@@ -646,17 +645,41 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
           for (std::uint32_t i = off[row + bx0]; i < off[row + bx1 + 1]; ++i)
             if (passes(packed_boxes_[i])) take(packed_[i]);
         }
-      if (const std::uint32_t* heads = heads_[l])
-        for (std::uint64_t by = by0; by <= by1; ++by)
-          for (std::uint64_t bx = bx0; bx <= bx1; ++bx)
-            for (std::uint32_t o = heads[by * dims + bx]; o != kNone; o = next_[o - built_])
-              if (passes(recent_boxes_[o - built_])) take(o);
+      if (const std::uint32_t* heads = heads_[l]) {
+        const Recent* recent = recent_[l];
+        if ((by1 - by0 + 1) * (bx1 - bx0 + 1) * 8 > dims * dims) {
+          // Much of the level: one pass over its entries beats the chains.
+          for (std::uint32_t e = 0; e < recent_count_[l]; ++e)
+            if (passes(recent[e].box)) take(recent[e].ordinal);
+        } else {
+          for (std::uint64_t by = by0; by <= by1; ++by)
+            for (std::uint64_t bx = bx0; bx <= bx1; ++bx)
+              for (std::uint32_t e = heads[by * dims + bx]; e != kNone; e = recent[e].next)
+                if (passes(recent[e].box)) take(recent[e].ordinal);
+        }
+      }
     }
   }
   if (!complete) return false;
-  // List order, each once, live only.
-  std::sort(out, out + n);
+  // List order, each once, live only: a sort for a few candidates, a bitmap
+  // over the ordinals (a bit a child) for many.
   std::uint32_t kept = 0;
+  const std::uint32_t words = (count_ + 63) / 64;
+  if (std::uint64_t{n} * 16 > words) {  // a sort costs some 16 steps a candidate here
+    grow(bits_, 0, bits_capacity_, words);
+    if (bits_capacity_ >= words) {
+      std::fill(bits_, bits_ + words, std::uint64_t{0});
+      for (std::uint32_t i = 0; i < n; ++i) bits_[out[i] / 64] |= std::uint64_t{1} << (out[i] % 64);
+      for (std::uint32_t w = 0; w < words; ++w)
+        for (std::uint64_t b = bits_[w]; b; b &= b - 1) {
+          const std::uint32_t o = w * 64 + static_cast<std::uint32_t>(std::countr_zero(b));
+          if (!(kids_[o] & 1u)) out[kept++] = o;
+        }
+      found = kept;
+      return true;
+    }
+  }
+  std::sort(out, out + n);
   std::uint32_t last = kNone;
   for (std::uint32_t i = 0; i < n; ++i) {
     const std::uint32_t o = out[i];

@@ -207,15 +207,26 @@ class GroupIndex {
   std::uint32_t* packed_ = nullptr;          // ordinals by level, bucket, ordinal
   std::uint64_t* packed_boxes_ = nullptr;    // their rectangles, see box_of
   std::uint32_t* offsets_[kMaxLevels] = {};  // per level: dims^2 + 1 offsets into packed_
-  std::uint32_t* heads_[kMaxLevels] = {};    // per level: recent list heads, kNone: empty
-  std::uint64_t reach_[kMaxLevels] = {};     // per level: largest extent placed there
-  std::uint32_t* next_ = nullptr;            // recent list links, by ordinal - built_
-  std::uint64_t* recent_boxes_ = nullptr;    // recent rectangles, by ordinal - built_
-  std::uint32_t next_capacity_ = 0;
+  // The recent part, per level: the entries placed since the last rebuild in
+  // the order placed, and for each bucket the last of its entries (kNone:
+  // none), each entry naming the one before it in its bucket. A query scans a
+  // level whole when it covers much of it, else follows the buckets' chains.
+  struct Recent {
+    std::uint64_t box;  // see box_of
+    std::uint32_t ordinal;
+    std::uint32_t next;  // the bucket's entry before this one, kNone at the end
+  };
+  Recent* recent_[kMaxLevels] = {};
+  std::uint32_t recent_count_[kMaxLevels] = {};
+  std::uint32_t recent_capacity_[kMaxLevels] = {};
+  std::uint32_t* heads_[kMaxLevels] = {};
+  std::uint64_t reach_[kMaxLevels] = {};  // per level: largest extent placed there
   std::uint32_t* outside_ = nullptr;
   std::uint32_t outside_count_ = 0, outside_capacity_ = 0;
   std::uint32_t* scratch_ = nullptr;  // candidates of the running visit
   std::uint32_t scratch_capacity_ = 0;
+  std::uint64_t* bits_ = nullptr;  // a bit per ordinal, to put many candidates in order
+  std::uint32_t bits_capacity_ = 0;
 
   friend struct GroupIndexTest;
 };
