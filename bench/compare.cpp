@@ -2,7 +2,7 @@
 // instead, on the same workloads, measured in one run.
 //
 //   compare [--quick] [--sizes 1e5,1e6,1e7] [--reps N] [--kinds points,segments]
-//           [--orders coherent,random]
+//           [--orders coherent,random,layered]
 //
 // Peers: this library (Dots for points, two-point Polylines for segments, drawn
 // into a renderer that only counts), Boost.Geometry's rtree with rstar<16>,
@@ -19,6 +19,10 @@
 // list's ratio to every peer measured in the same run. --quick (1e5 only, 3
 // repetitions) also checks that every peer returns the same hits as the display
 // list, and exits non-zero if one does not.
+//
+// Orders: coherent (256 x 256 tiles taken row by row, items random inside a
+// tile), random (anywhere, in no order), and layered (the plane covered four
+// times over, each pass coherent, as CAD layers written one after another).
 #include <algorithm>
 #include <boost/geometry.hpp>
 #include <boost/geometry/index/rtree.hpp>
@@ -63,15 +67,29 @@ struct Item {
   }
 };
 
+enum class Order { coherent, random, layered };
+
+const char* order_name(Order o) {
+  switch (o) {
+    case Order::coherent:
+      return "coherent";
+    case Order::random:
+      return "random";
+    case Order::layered:
+      return "layered";
+  }
+  return "?";
+}
+
 struct Dataset {
   bool segments;
-  bool coherent;
+  Order order;
   std::size_t n;
   std::vector<Item> items;
   std::string name() const {
     char buf[64];
     std::snprintf(buf, sizeof buf, "%s, %s order, %.0e items", segments ? "segments" : "points",
-                  coherent ? "coherent" : "random", static_cast<double>(n));
+                  order_name(order), static_cast<double>(n));
     return buf;
   }
 };
@@ -81,16 +99,20 @@ WorldCoord clamp_add(WorldCoord v, int d) {
   return static_cast<WorldCoord>(std::clamp<long long>(r, INT32_MIN, INT32_MAX));
 }
 
-Dataset make_dataset(bool segments, bool coherent, std::size_t n) {
-  Dataset d{segments, coherent, n, {}};
+Dataset make_dataset(bool segments, Order order, std::size_t n) {
+  Dataset d{segments, order, n, {}};
   d.items.resize(n);
-  std::mt19937_64 rng(1234 + n + (segments ? 7 : 0) + (coherent ? 13 : 0));
-  const std::size_t per_tile = (n + 65535) / 65536;
+  std::mt19937_64 rng(1234 + n + (segments ? 7 : 0) + (order == Order::coherent ? 13 : 0) +
+                      (order == Order::layered ? 29 : 0));
+  // Layered: four passes, each a coherent drawing of a quarter of the items.
+  const std::size_t passes = order == Order::layered ? 4 : 1;
+  const std::size_t per_pass = (n + passes - 1) / passes;
+  const std::size_t per_tile = (per_pass + 65535) / 65536;
   for (std::size_t i = 0; i < n; ++i) {
     WorldPoint a;
-    if (coherent) {
+    if (order != Order::random) {
       // 256 x 256 tiles taken row by row, items random inside a tile.
-      const std::uint32_t tile = static_cast<std::uint32_t>(i / per_tile);
+      const std::uint32_t tile = static_cast<std::uint32_t>((i % per_pass) / per_tile);
       const std::uint32_t tx = (tile % 256) << 24, ty = (tile / 256) << 24;
       a = {static_cast<WorldCoord>(tx | (rng() & 0xFFFFFF)),
            static_cast<WorldCoord>(ty | (rng() & 0xFFFFFF))};
@@ -555,7 +577,7 @@ struct Options {
   std::vector<std::size_t> sizes{100000, 1000000, 10000000};
   int reps = 5;
   std::vector<bool> kinds{false, true};   // segments?
-  std::vector<bool> orders{true, false};  // coherent?
+  std::vector<Order> orders{Order::coherent, Order::random, Order::layered};
 };
 
 bool parse_list(const char* text, const std::function<bool(const std::string&)>& take) {
@@ -618,15 +640,21 @@ int main(int argc, char** argv) {
       const char* v = value();
       opt.orders.clear();
       if (!v || !parse_list(v, [&](const std::string& p) {
-            if (p != "coherent" && p != "random") return false;
-            opt.orders.push_back(p == "coherent");
+            if (p == "coherent")
+              opt.orders.push_back(Order::coherent);
+            else if (p == "random")
+              opt.orders.push_back(Order::random);
+            else if (p == "layered")
+              opt.orders.push_back(Order::layered);
+            else
+              return false;
             return true;
           }))
-        return fail("--orders takes coherent, random or both");
+        return fail("--orders takes coherent, random, layered or a list of them");
     } else if (arg == "--help" || arg == "-h") {
       std::printf(
           "usage: compare [--quick] [--sizes 1e5,1e6,1e7] [--reps N] [--kinds points,segments] "
-          "[--orders coherent,random]\n");
+          "[--orders coherent,random,layered]\n");
       return 0;
     } else {
       return fail("unknown argument '" + arg + "' (try --help)");
@@ -638,9 +666,9 @@ int main(int argc, char** argv) {
   bool all_agree = true;
 
   for (bool segments : opt.kinds)
-    for (bool coherent : opt.orders)
+    for (Order order : opt.orders)
       for (std::size_t n : opt.sizes) {
-        Dataset d = make_dataset(segments, coherent, n);
+        Dataset d = make_dataset(segments, order, n);
         std::vector<std::unique_ptr<Peer>> peers;
         peers.push_back(std::make_unique<DisplayListPeer>());
         peers.push_back(std::make_unique<RtreePeer<bgi::rstar<16>>>("R*-tree rstar<16>", false));
