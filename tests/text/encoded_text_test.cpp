@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/test_files.h"
 #include "text/multibyte.h"
 
 namespace DL {
@@ -73,8 +74,9 @@ class GeneratedLocales {
 
  private:
   GeneratedLocales() {
-    char pattern[] = "/tmp/dl_locales_XXXXXX";
-    if (mkdtemp(pattern)) {
+    // Under the build folder, and removed at exit.
+    std::string pattern = DL::test::test_file_path("dl_locales_XXXXXX");
+    if (mkdtemp(pattern.data())) {
       dir_ = pattern;
       setenv("LOCPATH", dir_.c_str(), 1);
     }
