@@ -153,7 +153,7 @@ void Ellipse::do_add_bounds(WorldBounds& total) const {
     const double kk = std::fabs(static_cast<double>(k));
     const double m = std::max(std::fabs(static_cast<double>(radii.x) * kk),
                               std::fabs(static_cast<double>(radii.y)));
-    const double mx = m / kk, cx = center.x, cy = center.y;
+    const double mx = kk > 0.0 ? m / kk : m, cx = center.x, cy = center.y;
     total.merge(
         WorldBounds{{to_world(cx - mx), to_world(cy - m)}, {to_world(cx + mx), to_world(cy + m)}});
     return;
