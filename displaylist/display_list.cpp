@@ -10,7 +10,7 @@ namespace DL {
 
 DisplayList::DisplayList(ZephalHeap* heap_, int capacity, int limit)
     : rendition(ZR_Rendition::create()), heap(heap_), group_capacity(capacity), level_limit(limit) {
-  DL_ASSERT(capacity >= 1 && limit >= 1 && limit <= 31);
+  DL_ASSERT(capacity >= 1 && limit <= 31);
   root = Group::make_root(heap);
   root->create_open_bottom_group(this);
 }

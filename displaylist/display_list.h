@@ -31,7 +31,8 @@ inline constexpr int kDefaultLevelLimit = 24;
 class DisplayList {
  public:
   // A ready list; see the file comment. `heap` is where groups come from (null:
-  // the default heap); `group_capacity` is at least 1, `level_limit` at most 31.
+  // the default heap); `group_capacity` is at least 1, `level_limit` at most 31
+  // (see the fields).
   explicit DisplayList(ZephalHeap* heap = nullptr, int group_capacity = kDefaultGroupCapacity,
                        int level_limit = kDefaultLevelLimit);
   // Destroys the tree with every drawable in it and drops the references held.
@@ -172,9 +173,13 @@ class DisplayList {
   Group* root = nullptr;                        // host: root of the tree, never null while used
   Group* first_open_group = nullptr;            // follows open_group until insertion leaves upward
   Group* open_group = nullptr;                  // the one group that takes drawables, or null
-  int group_capacity;                           // host: drawables an open group takes
-  int level_limit;                              // host: open groups at this level close, not split
-  ZR_Point clip_center{0.0f, 0.0f, 0.0f};       // circle fitted to the complex clip
+  // host: drawables an open group takes; at least 1 (asserted by `add`; a
+  // release build takes one drawable a group below that).
+  int group_capacity;
+  // host: open groups at this level or deeper close, not split; at most 31
+  // (asserted by `add`). 0 or less never splits: every group hangs from the root.
+  int level_limit;
+  ZR_Point clip_center{0.0f, 0.0f, 0.0f};  // circle fitted to the complex clip
   float clip_radius_squared = 0.0f;
   bool complex_clip_supported = false;             // the device clips to complex clips itself
   int open_level = 0;                              // level of open_group

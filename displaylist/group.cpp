@@ -131,7 +131,10 @@ static Group* open_add(Group* g, Drawable* d, const WorldBounds& b, DisplayList*
 Group* DisplayList::add(Drawable* d, const WorldBounds& b) {
   DL_ASSERT(open_group && "add needs an open group: see create_open_bottom_group");
   DL_ASSERT(d->sibling == nullptr);
-  if (open_count < group_capacity) return open_group->add(d, b, this);
+  DL_ASSERT(group_capacity >= 1 && level_limit <= 31 && "see DisplayList::group_capacity");
+  // An empty open group always takes the drawable: a capacity below 1, refused
+  // above, would otherwise send an empty group to the split.
+  if (open_count < group_capacity || open_count == 0) return open_group->add(d, b, this);
 
   Group* og = open_group;
   if (open_level >= level_limit) {

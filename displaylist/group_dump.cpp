@@ -43,7 +43,7 @@ void write_group_line(const Group* g, std::ostream& out, int indent, const char*
 // The drawables of a bottom group, one indent deeper, each counted.
 void dump_drawables(const Group* g, std::ostream& out, int indent, DisplayListDebug& debug) {
   for (const Drawable* d = g->first_drawable(); d; d = d->sibling) {
-    debug.drawable_count += 1;
+    add_to_dump_count(debug.drawable_count, 1);
     d->dump(out, indent + 1, debug);
   }
 }
@@ -53,8 +53,8 @@ void dump_drawables(const Group* g, std::ostream& out, int indent, DisplayListDe
 void interior_dump_subtree(const Group* g, std::ostream& out, int indent, DisplayListDebug& debug) {
   write_group_line(g, out, indent, "Group: level  ", false);
   for (const Group* c = g->first_group(); c; c = c->sibling) {
-    debug.group_count += 1;
-    debug.group_bytes += static_cast<int>(sizeof(Group));
+    add_to_dump_count(debug.group_count, 1);
+    add_to_dump_count(debug.group_bytes, static_cast<int>(sizeof(Group)));
     c->dump_subtree(out, indent + 1, debug);
   }
 }

@@ -49,11 +49,12 @@ class DevicePointBuffer {
 // The common shape of the draws that send every point: converts the `count`
 // points into a device buffer, takes the drawable's rendition once, and hands
 // both to `send`, which calls the action entry. Nothing is drawn when the heap
-// cannot deliver the buffer.
+// cannot deliver the buffer, nor for a list without points (what a failed
+// point array leaves: `points` null, `count` 0).
 template <class Send>
 void draw_converted(Drawable& d, DisplayList& list, int count, const WorldPoint* points,
                     Send send) {
-  DL_ASSERT(count >= 1);
+  if (count < 1) return;
   DevicePointBuffer<0> buffer(count);
   ZR_DCI_Point* device = buffer.data();
   if (!device) return;
@@ -63,13 +64,19 @@ void draw_converted(Drawable& d, DisplayList& list, int count, const WorldPoint*
 }
 
 // An owned array of `count` items from the default heap, the heap of the
-// classes' plain operator new, filled from `source` when that is not null.
-// Null when the heap cannot deliver (the copy is then skipped).
+// classes' plain operator new, filled from `source`, or with zero bytes when
+// that is null (a broken precondition then hands the renderer zeros, not
+// uninitialised memory). Null when the heap cannot deliver.
 template <class T>
 T* copy_array(int count, const T* source) {
   const std::size_t n = count > 0 ? static_cast<std::size_t>(count) : 0;
   T* array = static_cast<T*>(ZP_AllocateMemory(n * sizeof(T), nullptr));
-  if (array && source && n) std::memcpy(array, source, n * sizeof(T));
+  if (array && n) {
+    if (source)
+      std::memcpy(array, source, n * sizeof(T));
+    else
+      std::memset(static_cast<void*>(array), 0, n * sizeof(T));
+  }
   return array;
 }
 

@@ -50,8 +50,8 @@ void Drawable::dump_line(std::ostream& out, int indent, const char* label) const
 }
 
 void Drawable::count_dump(DisplayListDebug& debug, int bytes) {
-  debug.drawable_bytes += bytes;
-  debug.drawable_common_bytes += static_cast<int>(sizeof(Drawable));
+  add_to_dump_count(debug.drawable_bytes, bytes);
+  add_to_dump_count(debug.drawable_common_bytes, static_cast<int>(sizeof(Drawable)));
 }
 
 void Drawable::do_dump(std::ostream& out, int indent, DisplayListDebug&) const {

@@ -41,7 +41,11 @@ struct Extra_Layer_Info {
   unsigned char shown;
 };
 
-// Counts and sizes gathered by the dumps; the host zeroes it.
+// Counts and sizes gathered by the dumps; the host zeroes it, and may sum
+// several dumps in one record. The fields are ints, and a total past INT_MAX
+// (some 33.5 million groups' bytes, or several large dumps summed) wraps modulo
+// 2^32 as unsigned arithmetic does: the dumps add through `add_to_dump_count`,
+// never with a signed `+=`, whose overflow would be undefined.
 struct DisplayListDebug {
   int group_count;
   int drawable_count;
@@ -49,6 +53,11 @@ struct DisplayListDebug {
   int drawable_bytes;
   int drawable_common_bytes;
 };
+
+// `field += amount`, wrapping modulo 2^32 (see `DisplayListDebug`).
+inline void add_to_dump_count(int& field, int amount) {
+  field = static_cast<int>(static_cast<unsigned>(field) + static_cast<unsigned>(amount));
+}
 
 // The table of operations of a drawable class. Every entry is set in every
 // table; the order is fixed. `Drawable*` is the object the operation runs on.

@@ -22,8 +22,8 @@ DL_DRAWABLE_DEFINE(Polysegment);
 // ---------------------------------------------------------------------------
 
 Polything::Polything(const ColorData& c, int n, const WorldPoint* source, ZephalHeap* heap)
-    : Drawable(nullptr, c), count(n), points(nullptr) {
-  DL_ASSERT(n >= 0);
+    : Drawable(nullptr, c), count(n > 0 ? n : 0), points(nullptr) {
+  DL_ASSERT(n >= 0 && "a negative count is taken as 0");
   const std::size_t size = n > 0 ? static_cast<std::size_t>(n) : 0;
   points = static_cast<WorldPoint*>(ZP_AllocateMemory(size * sizeof(WorldPoint), heap));
   if (!points) {
@@ -37,12 +37,18 @@ Polything::~Polything() {
   ZP_ReleaseMemory(points);
 }
 
+void Polything::drop_points() {
+  ZP_ReleaseMemory(points);
+  points = nullptr;
+  count = 0;
+}
+
 void Polything::do_add_bounds(WorldBounds& b) const {
   for (int i = 0; i < count; ++i) b.merge(points[i]);
 }
 
 bool Polything::do_get_vector(int index, WorldVector& v) const {
-  DL_ASSERT(index >= 0 && index + 1 < count);
+  DL_ASSERT(index >= 0 && index < count - 1);
   v.start = points[index];
   v.end = points[index + 1];
   return true;
@@ -95,7 +101,7 @@ Drawable* Polydot::do_clone() const {
 }
 
 Drawable* Polydot::do_partial_clone(int first, int n) const {
-  DL_ASSERT(first >= 0 && n >= 0 && first + n <= count);
+  DL_ASSERT(first >= 0 && n >= 0 && n <= count - first);
   return new Polydot(color, n, points + first);
 }
 
@@ -156,7 +162,7 @@ Drawable* Polyline::do_clone() const {
 }
 
 Drawable* Polyline::do_partial_clone(int first, int n) const {
-  DL_ASSERT(first >= 0 && n >= 0 && first + n + 1 <= count);
+  DL_ASSERT(first >= 0 && n >= 0 && n < count - first);
   return new Polyline(color, n + 1, points + first);
 }
 
@@ -179,6 +185,7 @@ GouraudPolyline::GouraudPolyline(const ColorData& c, int n, const WorldPoint* so
   DL_ASSERT(source_colors || n < 1);
   table = &visible_table_;
   vertex_colors = detail::copy_array(count, source_colors);
+  if (!vertex_colors) drop_points();
 }
 
 GouraudPolyline::~GouraudPolyline() {
@@ -237,7 +244,7 @@ Drawable* Polysegment::do_clone() const {
 }
 
 Drawable* Polysegment::do_partial_clone(int first, int n) const {
-  DL_ASSERT(first >= 0 && n >= 0 && 2 * (first + n) <= count);
+  DL_ASSERT(first >= 0 && n >= 0 && n <= count / 2 - first);
   return new Polysegment(color, 2 * n, points + 2 * first);
 }
 

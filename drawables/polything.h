@@ -43,11 +43,17 @@
 //   colour, rather than see it vanish; wholly inside it is shaded again.
 // - A heap device buffer that cannot be had makes the draw do nothing at all
 //   (not even the rendition call); the allocator is otherwise relied on.
-// - A point array that cannot be had leaves `points` null and `count` 0.
-// - Preconditions, asserted in debug builds: a draw needs at least one point,
-//   two for Polyline and Polysegment; a vector index and a partial_clone range
-//   lie inside the list; a vector iterator needs at least two points (with
-//   fewer, it stands at its end from the start and reads nothing).
+// - A point array that cannot be had leaves `points` null and `count` 0, and
+//   so does any other owned array of the list (a GouraudPolyline's colours):
+//   the list is then empty, never a count with a null array behind it.
+// - A list without points draws nothing, in every class and build (a host's
+//   count of 0, or a failed allocation): no rendition call, no action call.
+// - Preconditions, asserted in debug builds: a Polyline or Polysegment has
+//   not exactly one point (a release build draws a one-point Polyline as its
+//   dot and a one-point Polysegment not at all); a vector index and a
+//   partial_clone range lie inside the list; a vector iterator needs at least
+//   two points (with fewer, it stands at its end from the start and reads
+//   nothing). Counts up to INT_MAX are handled without overflow.
 #pragma once
 
 #include "drawables/drawable.h"
@@ -67,6 +73,10 @@ class Polything : public Drawable {
   // copies `source` into them when it is not null. The subclass sets the table.
   Polything(const ColorData& color, int count, const WorldPoint* source, ZephalHeap* heap);
   ~Polything();
+
+  // Leaves the list empty: the point array released, `points` null, `count` 0.
+  // What a subclass does when one of its own arrays cannot be had.
+  void drop_points();
 
   // Widens `bounds` by every point; nothing for an empty list.
   void do_add_bounds(WorldBounds& bounds) const;
@@ -159,8 +169,9 @@ class GouraudPolyline : public Polyline {
  public:
   ZR_RGB32* vertex_colors;  // `count` colours, owned, from the default heap
 
-  // `source_colors` must not be null when `count` is at least 1. The points
-  // come from the default heap.
+  // `source_colors` must not be null when `count` is at least 1 (asserted; a
+  // release build takes black for every point). The points come from the
+  // default heap. If either array cannot be had the line is left empty.
   GouraudPolyline(const ColorData& color, int count, const WorldPoint* source,
                   const ZR_RGB32* source_colors);
   ~GouraudPolyline();

@@ -23,7 +23,7 @@ constexpr double kFullTurn = 6.2831854820251465;
 // Kept device points, each sent as a dot, from the last to the first.
 template <DotEntry Dot>
 void draw_polydot(Polything& d, DisplayList& list) {
-  DL_ASSERT(d.count >= 1);
+  if (d.count < 1) return;
   detail::DevicePointBuffer<0> buffer(d.count);
   ZR_DCI_Point* device = buffer.data();
   if (!device) return;
@@ -56,7 +56,9 @@ void draw_polygon(Polything& d, DisplayList& list) {
 // The kept points as a line, or the one dot they collapsed to.
 template <PointsEntry Line, DotEntry Dot>
 void draw_polyline(Polything& d, DisplayList& list) {
-  DL_ASSERT(d.count >= 2);
+  DL_ASSERT(d.count != 1 && "a line needs two points");
+  // One point (release builds) converts to one kept point and is drawn as a dot.
+  if (d.count < 1) return;
   detail::DevicePointBuffer<1> buffer(d.count);
   ZR_DCI_Point* device = buffer.data();
   if (!device) return;
@@ -72,7 +74,8 @@ void draw_polyline(Polything& d, DisplayList& list) {
 // disc of the line's half width once that is at least one unit.
 template <PointsEntry Line, DotEntry Dot, EllipseEntry Pie>
 void draw_polysegment(Polything& d, DisplayList& list) {
-  DL_ASSERT(d.count >= 2);
+  DL_ASSERT(d.count != 1 && "a segment needs two points");
+  if (d.count < 2) return;
   ZR_Rendition* r = d.rendition(list);
   // Truncated toward zero; widened so that no weight overflows the subtraction.
   const int half_width = static_cast<int>((static_cast<std::int64_t>(r->line_weight()) - 1) / 2);
@@ -113,7 +116,7 @@ void Polyline::do_draw_clipped(DisplayList& list) {
 }
 
 void GouraudPolyline::do_draw_unclipped(DisplayList& list) {
-  DL_ASSERT(count >= 1);
+  if (count < 1) return;
   detail::DevicePointBuffer<0> buffer(count);
   ZR_DCI_Point* device = buffer.data();
   if (!device) return;

@@ -2,6 +2,8 @@
 // the draws with the border.
 #include "drawables/polytriangle.h"
 
+#include <climits>
+
 #include "displaylist/display_list.h"
 #include "drawables/device_points_p.h"
 #include "foundation/assert.h"
@@ -31,7 +33,7 @@ void draw_strip(Polything& d, DisplayList& list) {
                          [&](ZR_Rendition* r, const ZR_DCI_Point* device) {
                            (list.renderer->*Triangles)(r, d.count, device);
                            if constexpr (Border) {
-                             if (r->face_mode() != 64) return;
+                             if (r->face_mode() != 64 || d.count == INT_MAX) return;
                              detail::DevicePointBuffer<1> outline_buffer(d.count);
                              ZR_DCI_Point* outline = outline_buffer.data();
                              if (!outline) return;
@@ -155,6 +157,7 @@ GouraudPolytriangle::GouraudPolytriangle(const ColorData& c, int n, const WorldP
   DL_ASSERT(source_colors || n < 1);
   table = &visible_table_;
   vertex_colors = detail::copy_array(count, source_colors);
+  if (!vertex_colors) drop_points();
 }
 
 GouraudPolytriangle::~GouraudPolytriangle() {
@@ -201,6 +204,18 @@ TexturedPolytriangle::TexturedPolytriangle(const ColorData& c, int n, const Worl
   vertex_parameters = detail::copy_array(count, source_parameters);
   if (source_scalars) vertex_scalars = detail::copy_array(count, source_scalars);
   if (source_vectors) vertex_vectors = detail::copy_array(count, source_vectors);
+  if (!vertex_colors || !vertex_parameters || (source_scalars && !vertex_scalars) ||
+      (source_vectors && !vertex_vectors)) {
+    ZP_ReleaseMemory(vertex_vectors);
+    ZP_ReleaseMemory(vertex_scalars);
+    ZP_ReleaseMemory(vertex_parameters);
+    ZP_ReleaseMemory(vertex_colors);
+    vertex_colors = nullptr;
+    vertex_parameters = nullptr;
+    vertex_scalars = nullptr;
+    vertex_vectors = nullptr;
+    drop_points();
+  }
 }
 
 TexturedPolytriangle::~TexturedPolytriangle() {

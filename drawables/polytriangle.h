@@ -23,8 +23,14 @@
 //   no second point that is not there.
 // - A heap buffer that cannot be had: no strip buffer, the draw does nothing;
 //   no border buffer, the triangles are drawn without the border.
-// - A draw needs at least one point; what a device makes of a strip below
-//   three points is its own affair.
+// - A strip without points draws nothing (a failed allocation leaves one so);
+//   what a device makes of a strip below three points is its own affair.
+// - A strip of INT_MAX points has an outline of INT_MAX + 1 points, which no
+//   int counts: it is drawn without its border.
+// - A per-vertex array that cannot be had leaves the strip empty (`points`
+//   null, `count` 0, no per-vertex array), so a renderer is never handed a
+//   null array with a count above 0. A null source the constructor asks for
+//   (asserted) gives an array of zeros in release builds.
 #pragma once
 
 #include "drawables/polything.h"
@@ -42,8 +48,10 @@ class PolytriangleWithNoBorder : public Polything {
 
   // The position in the strip of the `position`-th outline point, 0 to
   // count - 1: the even points going up, then the odd points coming down.
+  // Exact up to count = INT_MAX: the half is taken as count - count / 2,
+  // never as (count + 1) / 2.
   static int outline_index(int position, int count) {
-    return position < (count + 1) / 2 ? 2 * position : 2 * (count - position) - 1;
+    return position < count - count / 2 ? 2 * position : 2 * (count - position) - 1;
   }
 
  protected:

@@ -43,7 +43,10 @@
 //   negative radius is inverted and does not cover the ellipse.
 // - Every conversion of a computed double to a coordinate is checked: device
 //   radii and the extent saturate at the 32-bit limits, NaN gives 0, so a NaN
-//   angle or a huge radius gives a defined (if meaningless) answer.
+//   angle or a huge radius gives a defined (if meaningless) answer. A rotation
+//   that is NaN or infinite is bounded as every rotation at once: centre plus
+//   and minus the larger radius on both axes (x scaled by the pixel shape).
+//   The unrotated whole ellipse's integer path is taken for rotation 0 only.
 // - Searches compare angles as values, except that two NaN angles match: an
 //   ellipse with a NaN angle is then still found by a copy of itself.
 // - The number of vectors is capped at `kMaxEllipseVectors`; only an ellipse
@@ -119,7 +122,9 @@ class Ellipse : public Drawable {
   bool isWithinBounds(const ZR_Vector& v) const;
 
   // `x` brought into [0, TWO_PI) the way the sweep tests need it: an infinity,
-  // a NaN or a value too large to change when 1 is subtracted counts as 0. The
+  // a NaN or a value too large to change when 1 is subtracted counts as 0. Any
+  // other float gives a result in the range, also beyond 1e9 where the float of
+  // x / TWO_PI is several turns off (the angle is then reduced directly). The
   // result is a double; callers round it to float, which may give TWO_PI itself.
   static double normalize_angle(float x);
 

@@ -29,7 +29,14 @@ double Ellipse::normalize_angle(float x) {
   double r = (static_cast<double>(static_cast<float>(t)) - k) * static_cast<double>(TWO_PI);
   if (r < 0.0) r += TWO_PI;
   if (r >= TWO_PI) r -= TWO_PI;
-  return r;
+  if (r >= 0.0 && r < TWO_PI) return r;
+  // From |t| of about 2^24 up the float of t is whole and may lie several turns
+  // from k, which one correction cannot take back (1e10 gave -333): reduce the
+  // angle itself instead. Angles there are meaningless (a float step is tens of
+  // radians), but the range is kept.
+  r = std::fmod(wide, static_cast<double>(TWO_PI));
+  if (r < 0.0) r += TWO_PI;
+  return r < TWO_PI ? r : 0.0;
 }
 
 namespace {
@@ -136,6 +143,20 @@ void Ellipse::do_add_bounds(WorldBounds& total) const {
     DL_ASSERT(display_list && display_list->scale.y != 0.0 && "ellipse needs its list's scale");
     k = static_cast<float>(display_list->scale.x / display_list->scale.y);
     cache.store(k, std::memory_order_relaxed);
+  }
+
+  // A rotation without a value (NaN, an infinity) could be any rotation: the
+  // ellipse is bounded for all of them, by the circle of its larger radius in
+  // the square-pixel frame. Its trigonometry would otherwise be NaN, which the
+  // conversions turn into 0, filing the ellipse at the origin.
+  if (!std::isfinite(rho)) {
+    const double kk = std::fabs(static_cast<double>(k));
+    const double m = std::max(std::fabs(static_cast<double>(radii.x) * kk),
+                              std::fabs(static_cast<double>(radii.y)));
+    const double mx = kk > 0.0 ? m / kk : m, cx = center.x, cy = center.y;
+    total.merge(
+        WorldBounds{{to_world(cx - mx), to_world(cy - m)}, {to_world(cx + mx), to_world(cy + m)}});
+    return;
   }
 
   const double rho_wide = rho;

@@ -276,6 +276,9 @@ void* ZP_AllocateMemory(std::size_t size, ZephalHeap* heap) {
     if (void* p = allocate_small(h, size)) return p;
     // The reserved range is exhausted: fall through to the large path.
   }
+  // A size within a header of SIZE_MAX would wrap to a tiny block: refuse it as
+  // the C library refuses any size it cannot give.
+  if (size > SIZE_MAX - sizeof(LargeHeader)) return nullptr;
   auto* header = static_cast<LargeHeader*>(std::malloc(sizeof(LargeHeader) + size));
   if (!header) return nullptr;
   header->heap = &h;

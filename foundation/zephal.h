@@ -51,7 +51,8 @@ ZephalHeap* ZP_CreateHeap(unsigned flags = 0);
 // Passing the default heap is refused silently.
 void ZP_DestroyHeap(ZephalHeap* heap);
 // Allocates `size` bytes from `heap`; null means the default heap. A size of 0
-// gives a valid, distinct block. Gives null only when the system is out of memory.
+// gives a valid, distinct block. Gives null when the system is out of memory or
+// the size cannot be given at all (a size near SIZE_MAX, whose header would wrap).
 void* ZP_AllocateMemory(std::size_t size, ZephalHeap* heap = nullptr);
 // Returns a block to the heap it came from; null is harmless.
 void ZP_ReleaseMemory(void* block);
@@ -116,7 +117,10 @@ class ZR_Counted {
   // References held; changed only under the global lock.
   std::int32_t reference_count() const { return count_.load(std::memory_order_relaxed); }
 
-  static void* operator new(std::size_t size) { return ZP_AllocateMemory(size, nullptr); }
+  // `noexcept`: out of memory gives null (the library throws nothing), and only a
+  // non-throwing allocation function makes a `new` expression test for null
+  // instead of running the constructor on it; the expression then gives null.
+  static void* operator new(std::size_t size) noexcept { return ZP_AllocateMemory(size, nullptr); }
   static void operator delete(void* block) { ZP_ReleaseMemory(block); }
 
  protected:

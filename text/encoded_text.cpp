@@ -18,11 +18,32 @@ unsigned char* allocate_bytes(std::size_t bytes) {
   return static_cast<unsigned char*>(ZP_AllocateMemory(bytes + 1));
 }
 
+// The length a constructor keeps: `length` less one when a zero stands among
+// the first `length` characters of the source (the one terminator `length` may
+// count). The source is read up to that zero and no further, so one shorter
+// than `length` is never read past its end.
+int kept_length(const unsigned short* s, int length) {
+  if (length <= 0) return 0;
+  for (int i = 0; i < length; ++i)
+    if (s[i] == 0) return length - 1;
+  return length;
+}
+
+// The same over characters of the locale, not bytes.
+int kept_length(const unsigned char* s, int length) {
+  if (length <= 0) return 0;
+  for (int i = 0; i < length; ++i) {
+    const int bytes = mb::char_length(s);
+    if (bytes == 0) return length - 1;
+    s += bytes;
+  }
+  return length;
+}
+
 }  // namespace
 
 EncodedText::EncodedText(const unsigned short* text, int length, bool unicode)
-    : unicode_(unicode), length_(length), data_(nullptr) {
-  if (length_ > 0 && text[length_ - 1] == 0) --length_;
+    : unicode_(unicode), length_(text ? kept_length(text, length) : 0), data_(nullptr) {
   if (length_ <= 0) {
     length_ = 0;
     return;
@@ -55,9 +76,9 @@ EncodedText::EncodedText(const unsigned short* text, int length, bool unicode)
 }
 
 EncodedText::EncodedText(const char* text, int length, bool unicode)
-    : unicode_(unicode), length_(length), data_(nullptr) {
+    : unicode_(unicode), length_(0), data_(nullptr) {
   const auto* source = reinterpret_cast<const unsigned char*>(text);
-  if (length_ > 0 && source[length_ - 1] == 0) --length_;
+  length_ = source ? kept_length(source, length) : 0;
   if (length_ <= 0) {
     length_ = 0;
     return;

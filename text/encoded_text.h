@@ -10,8 +10,11 @@
 // Lengths
 // -------
 // `length` counts characters in both forms, not bytes, without the terminator.
-// A constructor's `length` may include one terminator: when the source
-// character at `length - 1` is zero it is dropped, and only that one.
+// A constructor's `length` may include one terminator: when a zero stands
+// among the first `length` source characters, `length - 1` is kept (only one
+// is dropped). The source is read up to its first zero and never further,
+// whatever `length` says, so a short source with a longer length is safe; a
+// null source is an empty text.
 //
 // Choices where the caller's input leaves the result open
 // -------------------------------------------------------
@@ -19,7 +22,7 @@
 //   at position 0 with a longer length, or whose conversion yields nothing, is
 //   an empty text, and no reader can index a null buffer.
 // - A source that stops early at a zero character inside `length` keeps
-//   `length` (one trailing terminator apart), as the caller counted it. The
+//   `length - 1` (the one terminator taken off), as the caller counted it. The
 //   buffer behind it is then padded (16-bit form: `length + 1` characters, zero
 //   behind the last one converted) or ends at its terminator (multibyte form,
 //   whose readers stop there), so no index below `length` reads outside it.

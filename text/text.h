@@ -23,11 +23,24 @@
 //   as a user who builds a pattern from the same string expects; a pattern that
 //   shares the stored string record matches too, of course. A null string and
 //   an empty one are alike.
-// - A Text made by the empty constructors (no font, no string) draws and
-//   measures as an empty string: the draw entry of the engine is not called,
-//   and the measures see a string of length 0.
+// - An empty string (no record, or length 0) never reaches the engine's draw
+//   entries (`draw_multibyte_text`, `draw_unicode_text`): there is nothing to
+//   show. The calls before them still run (`prepare_font`, the attribute
+//   step, the rendition's font), so an engine sees an empty string prepared
+//   like any other. `accumulated_normalized_widths` has no element to fill
+//   and calls no measure entry; `get_text_bbox` measures a string of length
+//   0 through the engine, which places the empty box; the vector walk ends at
+//   once.
+// - A Text made by the empty constructors (no list, font or string) draws as
+//   an empty string through the list it is drawn in. It has no list of its own
+//   and so no engine to measure with; its measures touch none:
+//   `get_text_bbox` gives four corners at `position`, `get_character_contour`
+//   a null handle with `next_origin` = `origin`, and the vector walk ends at
+//   once. A Text with characters needs a list with a text engine for its
+//   measures, outlines and vector walk (asserted); a release build without one
+//   measures it as that empty Text does, its widths all 0.
 // - If the holder of the font or the string cannot be allocated, the field
-//   stays null and the Text behaves as above.
+//   stays null and the Text behaves as an empty string.
 // - The field the text height is kept in is `text_height`: `height` is the
 //   operation that gives it in drawing units.
 #pragma once
@@ -170,6 +183,11 @@ class Text : public Drawable {
     return text_table()->get_character_contour(this, index, widths, origin, box, next_origin,
                                                matrix);
   }
+
+  // The engine of the list the text was made with, or null (the empty
+  // constructors, or a list without one; see the file comment). Asserts that a
+  // text with characters has one.
+  ZR_Text_Engine* measuring_engine() const;
 
   template <class U>
   static constexpr void fill_extra_entries(Table& t, bool hidden);

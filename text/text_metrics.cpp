@@ -25,9 +25,19 @@ void measure(ZR_Text_Engine* engine, ZR_Rendition* r, const ZR_Point& start,
 
 }  // namespace
 
+ZR_Text_Engine* Text::measuring_engine() const {
+  ZR_Text_Engine* engine = display_list ? display_list->text_engine : nullptr;
+  DL_ASSERT((engine || string_length() == 0) && "a text with characters measures through its list");
+  return engine;
+}
+
 void Text::do_accumulated_normalized_widths(float* widths) {
-  DL_ASSERT(display_list && display_list->text_engine);
-  ZR_Handle<ZR_Text_Engine> engine(display_list->text_engine);
+  ZR_Text_Engine* e = measuring_engine();
+  if (!e) {
+    for (int i = 0, n = string_length(); i < n; ++i) widths[i] = 0.0f;
+    return;
+  }
+  ZR_Handle<ZR_Text_Engine> engine(e);
   ZR_Rendition* r = rendition(*display_list);
   const float noted_size = r->text_attributes().size;
   r->set_text_font(font_handle(), true);
@@ -49,8 +59,12 @@ void Text::do_accumulated_normalized_widths(float* widths) {
 }
 
 void Text::do_get_text_bbox(DoublePoint* box) {
-  DL_ASSERT(display_list && display_list->text_engine);
-  ZR_Handle<ZR_Text_Engine> engine(display_list->text_engine);
+  ZR_Text_Engine* e = measuring_engine();
+  if (!e) {
+    for (int i = 0; i < 4; ++i) box[i] = position;
+    return;
+  }
+  ZR_Handle<ZR_Text_Engine> engine(e);
   ZR_Rendition* r = rendition(*display_list);
   ZR_Point start;
   display_list->world_to_text_point(position, start);

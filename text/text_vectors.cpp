@@ -11,8 +11,13 @@ namespace DL {
 ZR_Contour_Set Text::do_get_character_contour(int index, const float*, const DoublePoint& origin,
                                               const DoublePoint* box, DoublePoint& next_origin,
                                               ZR_Matrix& matrix) {
-  DL_ASSERT(display_list && display_list->text_engine);
-  ZR_Handle<ZR_Text_Engine> engine(display_list->text_engine);
+  ZR_Text_Engine* measurer = measuring_engine();
+  if (!measurer) {
+    matrix.set_identity();
+    next_origin = origin;
+    return ZR_Contour_Set();
+  }
+  ZR_Handle<ZR_Text_Engine> engine(measurer);
   ZR_Rendition* r = rendition(*display_list);
   // The outline comes unrotated: the matrix turns it.
   const float noted_rotation = r->text_attributes().rotation;
@@ -73,6 +78,11 @@ DrawableVectorIteratorText::DrawableVectorIteratorText(Text* t, bool figure)
   at_end = false;
   if (bounds_figure) {
     load_figure();
+    return;
+  }
+  // No list to measure with: the walk of an empty string (see Text).
+  if (!text->measuring_engine()) {
+    at_end = true;
     return;
   }
   DisplayList& list = *text->display_list;

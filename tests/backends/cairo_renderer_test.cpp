@@ -15,6 +15,7 @@
 
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
+#include "tests/support/test_files.h"
 
 namespace DL {
 namespace {
@@ -356,11 +357,11 @@ TEST(CairoRenderer, FarDevicePointsAreCutNotWrapped) {
 }
 
 TEST(CairoRenderer, DrawsADisplayListAndWritesEveryFormat) {
-  std::string dir = ::testing::TempDir();
   for (auto format :
        {CairoCanvas::Format::png, CairoCanvas::Format::pdf, CairoCanvas::Format::svg}) {
     const char* ext[] = {".png", ".pdf", ".svg"};
-    std::string path = dir + "/cairo_canvas" + ext[static_cast<int>(format)];
+    std::string path =
+        DL::test::test_file(std::string("cairo_canvas") + ext[static_cast<int>(format)]);
     CairoCanvas::Format named;
     ASSERT_TRUE(CairoCanvas::format_for_path(path, named));
     EXPECT_EQ(named, format);
@@ -517,7 +518,7 @@ TEST(CairoRenderer, DirectDotsOnlyWhereTheyAreExact) {
   EXPECT_EQ(row[2], 0xffff0000u);
   cairo_surface_destroy(s);
 
-  const std::string path = testing::TempDir() + "direct_dots.pdf";
+  const std::string path = DL::test::test_file("direct_dots.pdf");
   std::string error;
   auto pdf = CairoCanvas::create(CairoCanvas::Format::pdf, path, 16, 16, &error);
   ASSERT_TRUE(pdf) << error;

@@ -17,6 +17,7 @@
 #include "displaylist/display_list.h"
 #include "drawables/polything.h"
 #include "tests/support/fontconfig_leaks.h"
+#include "tests/support/test_files.h"
 #include "tests/support/tree_check.h"
 #include "tools/demo_drawing.h"
 #include "tools/dxf_mapping.h"
@@ -33,7 +34,7 @@ std::string dxf(std::initializer_list<Pair> pairs) {
 }
 
 std::string write(const std::string& name, const std::string& text) {
-  std::string path = ::testing::TempDir() + "/" + name;
+  std::string path = DL::test::test_file(name);
   std::ofstream(path, std::ios::binary) << text;
   return path;
 }
@@ -259,7 +260,7 @@ TEST(DxfLoader, SolidHatchesBecomeContours) {
 TEST(DxfLoader, BadFilesAreRefusedWithAReason) {
   DxfDrawing d;
   std::string error;
-  EXPECT_FALSE(load_dxf(::testing::TempDir() + "/missing.dxf", d, error));
+  EXPECT_FALSE(load_dxf(DL::test::test_file("missing.dxf"), d, error));
   EXPECT_NE(error.find("cannot open"), std::string::npos) << error;
   EXPECT_FALSE(load_dxf(write("prose.dxf", "Dear reader,\nthis is a letter.\n"), d, error));
   EXPECT_NE(error.find("not a DXF"), std::string::npos) << error;

@@ -101,6 +101,54 @@ TEST(ClassifyAgainstClip, WalksTheContoursOfTheHardComplexClip) {
   EXPECT_EQ(classify({box(0, 0, 30, 30)}, r, {0, 5, 0, 100}), CLIP_OUTSIDE);
 }
 
+// The clip is in screen coordinates and a group's rectangle is carried there
+// by the view: zoomed ten times, the world rectangle 10..20 is the screen
+// rectangle 100..200; mirrored in y as well, its y runs 900 down to 800. Each
+// clip below is placed where the group is under one view and not under the
+// others, so a classification that skipped the view, or kept the corners'
+// order of a mirrored one, would answer wrongly. The circle test never says
+// outside.
+TEST(ClassifyAgainstClip, UnderAZoomedAndAMirroredView) {
+  struct View {
+    const char* name;
+    ScreenBounds screen;
+  };
+  const View zoomed{"zoomed", {{0, 0}, {1000, 1000}}};
+  const View mirrored{"mirrored", {{0, 1000}, {1000, 0}}};
+  struct Case {
+    const View* view;
+    std::vector<ZR_Point> clip;
+    ClipClass exact;
+    ClipClass circle;  // against the circle fitted inside the clip
+  };
+  const Case cases[] = {
+      // Round clips (64-gons), so that a circle is fitted to every one.
+      {&zoomed, polygon(150, 150, 100, 64), CLIP_INSIDE, CLIP_INSIDE},
+      {&zoomed, polygon(200, 200, 50, 64), CLIP_CROSSING, CLIP_CROSSING},
+      {&zoomed, polygon(15, 15, 20, 64), CLIP_OUTSIDE, CLIP_CROSSING},  // the identity place
+      {&zoomed, polygon(150, 850, 100, 64), CLIP_OUTSIDE, CLIP_CROSSING},
+      {&mirrored, polygon(150, 850, 100, 64), CLIP_INSIDE, CLIP_INSIDE},
+      {&mirrored, polygon(200, 800, 50, 64), CLIP_CROSSING, CLIP_CROSSING},
+      {&mirrored, polygon(150, 150, 100, 64), CLIP_OUTSIDE, CLIP_CROSSING},  // unmirrored
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.view->name) + " clip through " + std::to_string(c.clip[0].x) + "," +
+                 std::to_string(c.clip[0].y));
+    DisplayList list;
+    HandTree tree(list);
+    Group* g = tree.bottom(list.root, {tree.dot(10, 10), tree.dot(20, 20)});
+    tree.finish();
+    list.set_world_bounds({{0, 0}, {100, 100}});
+    list.set_screen_bounds(c.view->screen);
+    ASSERT_TRUE(tree_is_valid(list, &tree.order()));
+    ZR_Contour_Set clip = ZR_Contour_Set::make({c.clip});
+    list.rendition.set_complex_clip(&clip, true);
+    EXPECT_EQ(g->classify_against_clip(list), c.exact);
+    ASSERT_TRUE(list.circular_complex_clip());
+    EXPECT_EQ(g->classify_against_circle(list), c.circle);
+  }
+}
+
 // The oracle: in double, a contour touches a closed rectangle when a vertex lies
 // in it or an edge meets it; otherwise the even-odd rule at one corner decides.
 ClipClass oracle(const Contours& contours, const WorldBounds& b) {

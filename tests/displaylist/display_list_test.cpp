@@ -73,6 +73,51 @@ TEST(View, VisibleBoundsDoNotWrapAtTheEnds) {
   EXPECT_LE(list.visible_bounds.min.x, list.visible_bounds.max.x);
 }
 
+// The device transform beside the screen one, with a device factor and an
+// aspect ratio other than 1: both transforms stretch y by the aspect ratio,
+// the device one maps onto the device bounds, and the visible rectangle comes
+// from the screen transform.
+TEST(View, DeviceTransformAndAspectRatioOtherThanOne) {
+  DisplayList list;
+  list.device_factor = {2.0, 3.0};
+  list.aspect_ratio = 1.5;
+  list.set_world_bounds({{-500, 1000}, {500, 3000}});
+  list.set_screen_bounds({{10, 20}, {110, 120}});
+  EXPECT_EQ(list.device_bounds, (ScreenBounds{{20, 60}, {220, 360}}));
+  EXPECT_DOUBLE_EQ(list.scale.x, 0.1);             // 100 / 1000
+  EXPECT_DOUBLE_EQ(list.scale.y, 0.075);           // 100 * 1.5 / 2000
+  EXPECT_DOUBLE_EQ(list.offset.x, 60.0);           // 10 + 0.1 * 500
+  EXPECT_DOUBLE_EQ(list.offset.y, -55.0);          // 20 - 0.075 * 1000
+  EXPECT_DOUBLE_EQ(list.device_scale.x, 0.2);      // 200 / 1000
+  EXPECT_DOUBLE_EQ(list.device_scale.y, 0.225);    // 300 * 1.5 / 2000
+  EXPECT_DOUBLE_EQ(list.device_offset.x, 120.0);   // 20 + 0.2 * 500
+  EXPECT_DOUBLE_EQ(list.device_offset.y, -165.0);  // 60 - 0.225 * 1000
+  // The min corners meet on both; y runs 1.5 times as far.
+  ZR_DCI_Point p;
+  list.world_to_screen({-500, 1000}, p);
+  EXPECT_EQ(p, (ZR_DCI_Point{10, 20, 0}));
+  list.world_to_screen({500, 3000}, p);
+  EXPECT_EQ(p, (ZR_DCI_Point{110, 170, 0}));
+  // One screen unit grown on every side, back through the screen transform.
+  EXPECT_EQ(list.visible_bounds, (WorldBounds{{-510, 987}, {510, 2347}}));
+  // Text points follow the transform the host chose; back again exactly.
+  ZR_Point t;
+  list.world_to_text_point({0.0, 2000.0}, t);
+  EXPECT_EQ(t, (ZR_Point{60.0f, 95.0f, 0.0f}));
+  list.use_device_transform = true;
+  list.world_to_text_point({0.0, 2000.0}, t);
+  EXPECT_EQ(t, (ZR_Point{120.0f, 285.0f, 0.0f}));
+  DoublePoint back;
+  list.text_point_to_world(t, back);
+  EXPECT_NEAR(back.x, 0.0, 1e-9);
+  EXPECT_NEAR(back.y, 2000.0, 1e-9);
+  // A new aspect ratio takes effect with the next view change.
+  list.aspect_ratio = 0.5;
+  list.set_world_bounds({{-500, 1000}, {500, 3001}});
+  EXPECT_NEAR(list.scale.y, 100 * 0.5 / 2001.0, 1e-15);
+  EXPECT_NEAR(list.device_scale.y, 300 * 0.5 / 2001.0, 1e-15);
+}
+
 TEST(Conversions, PlainAndSaturatingForms) {
   DisplayList list;
   list.set_world_bounds({{0, 0}, {1, 1}});

@@ -268,5 +268,36 @@ TEST(TreeDump, EveryDrawableClassWritesItsLabelAndCountsItsRecord) {
   list.root->assert_valid();
 }
 
+// Regression: the counts were added with a signed `+=`, which overflowed
+// (undefined; UBSan reported it) once a host summed several dumps into one
+// record or a tree passed some 33.5 million groups. They wrap modulo 2^32 now.
+TEST(TreeDump, CountsNearTheIntLimitWrapInsteadOfOverflowing) {
+  DisplayList list(nullptr, 1, 31);
+  for (int i = 0; i < 3; ++i) {
+    auto* d = new Dot(ZR_RGB32{1}, {i * 1000, 0});
+    list.add(d, d->bounds_of());
+  }
+  ASSERT_TRUE(tree_is_valid(list, nullptr));
+  DisplayListDebug once{};
+  std::ostringstream first;
+  list.root->dump_subtree(first, 0, once);
+  ASSERT_GT(once.group_count, 0);
+
+  constexpr int kTop = 2147483647;
+  DisplayListDebug debug{kTop, kTop, kTop, kTop, kTop};
+  std::ostringstream second;
+  list.root->dump_subtree(second, 0, debug);
+  EXPECT_EQ(second.str(), first.str());  // the text does not change
+  auto wrapped = [](int total, int added) {
+    return static_cast<int>(static_cast<unsigned>(total) + static_cast<unsigned>(added));
+  };
+  EXPECT_EQ(debug.group_count, wrapped(kTop, once.group_count));
+  EXPECT_EQ(debug.drawable_count, wrapped(kTop, once.drawable_count));
+  EXPECT_EQ(debug.group_bytes, wrapped(kTop, once.group_bytes));
+  EXPECT_EQ(debug.drawable_bytes, wrapped(kTop, once.drawable_bytes));
+  EXPECT_EQ(debug.drawable_common_bytes, wrapped(kTop, once.drawable_common_bytes));
+  EXPECT_LT(debug.group_count, 0);
+}
+
 }  // namespace
 }  // namespace DL::test

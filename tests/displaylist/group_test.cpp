@@ -294,5 +294,36 @@ TEST(Walk, LayersAreTestedAnewInEveryDraw) {
   EXPECT_EQ(all, (WorldBounds{{0, 0}, {11, 0}}));
 }
 
+// Regression: a group_capacity of 0 set through the public field sent the
+// empty open group to the split, which dereferenced its null first drawable;
+// and level_limit 0 ("never split"), which is legal, was refused by an assert.
+TEST(Insertion, LevelLimitZeroNeverSplitsAndCapacityZeroIsRefused) {
+  {
+    Fixture f(2, 0);
+    for (int i = 0; i < 9; ++i) f.dot(i * 1000, (i % 3) * 70000);
+    f.box({{kMin, kMin}, {kMax, kMax}});
+    EXPECT_TRUE(tree_is_valid(*f.list, &f.order));
+    const test::GroupCounts counts = test::count_groups(f.list->root);
+    EXPECT_EQ(counts.max_level, 1);  // every group hangs from the root
+    EXPECT_EQ(counts.interior, 1);   // the root alone
+  }
+  // Capacity 0 breaks the precondition: asserted in debug builds; a release
+  // build takes one drawable a group and keeps a valid tree.
+  auto fill = [] {
+    Fixture f(1, 31);
+    f.list->group_capacity = 0;
+    for (int i = 0; i < 6; ++i) f.dot(i * 1000, 0);
+    // The checker refuses the broken field itself; the tree is what capacity 1
+    // accepts.
+    f.list->group_capacity = 1;
+    EXPECT_TRUE(tree_is_valid(*f.list, &f.order));
+  };
+#ifdef NDEBUG
+  fill();
+#else
+  EXPECT_DEATH(fill(), "group_capacity");
+#endif
+}
+
 }  // namespace
 }  // namespace DL

@@ -153,6 +153,41 @@ TEST(EllipseAngles, NormalizeAngle) {
   }
 }
 
+// Regression: beyond |x| of about 1e9 the float of x / TWO_PI lies whole
+// turns from its truncation, and the result left [0, TWO_PI) (1e10 gave
+// -333.0) although the header promises the range.
+TEST(EllipseAngles, NormalizeAngleKeepsItsRangeForEveryMagnitude) {
+  for (float x : {1e8f, 1e9f, 4e9f, 1e10f, 3.3e11f, 7e13f, 1e15f, 4.5e15f}) {
+    for (float v : {x, -x}) {
+      const double r = Ellipse::normalize_angle(v);
+      EXPECT_GE(r, 0.0) << v;
+      EXPECT_LT(r, kTwoPi) << v;
+    }
+  }
+  // Below the magnitudes where the float of t goes wrong nothing changed.
+  EXPECT_NEAR(Ellipse::normalize_angle(100.0f), 100.0 - 30 * M_PI, 1e-4);
+}
+
+// Regression: a NaN (or infinite) rotation made every point of the extent NaN,
+// which the checked conversions turned into 0: the ellipse was filed at the
+// origin, far from where it is. It is bounded for every rotation now.
+TEST(EllipseExtent, RotationWithoutAValueCoversEveryRotation) {
+  ScaledList square;
+  ScaledList wide(2.0, 1.0);
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const float inf = std::numeric_limits<float>::infinity();
+  for (float rotation : {nan, inf, -inf}) {
+    Ellipse e(0, {5000, -7000}, {100, 50}, rotation, &square.list);
+    EXPECT_EQ(extent(e), (WorldBounds{{4900, -7100}, {5100, -6900}})) << rotation;
+    EllipticalArc a(0, {5000, -7000}, {100, 50}, rotation, 0.0f, kHalfPi, &square.list);
+    EXPECT_EQ(extent(a), (WorldBounds{{4900, -7100}, {5100, -6900}})) << rotation;
+    // Pixels twice as tall: the larger radius is 200 in the square-pixel frame,
+    // 100 world units across in x.
+    Ellipse w(0, {5000, -7000}, {100, 50}, rotation, &wide.list);
+    EXPECT_EQ(extent(w), (WorldBounds{{4900, -7200}, {5100, -6800}})) << rotation;
+  }
+}
+
 TEST(EllipseAngles, IsWithinBounds) {
   auto dir = [](float x, float y) { return ZR_Vector{x, y, 0.0f}; };
   EllipticalArc quarter(0, {0, 0}, {100, 50}, 0.0f, 0.0f, kHalfPi, nullptr);

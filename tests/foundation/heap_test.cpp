@@ -119,4 +119,23 @@ TEST(Heap, ThreadsShareOneHeap) {
   ZP_DestroyHeap(h);
 }
 
+// Regression: a size within a large-block header of SIZE_MAX wrapped, malloc
+// gave a tiny block and the header was written past it (glibc aborted).
+TEST(Heap, SizesWhoseHeaderWouldWrapGiveNull) {
+  ZephalHeap* h = ZP_CreateHeap();
+  // (Larger sizes that do not wrap go to malloc, which refuses them; the
+  // address sanitizer aborts on such a request instead, so they are not here.)
+  for (std::size_t size : {SIZE_MAX, SIZE_MAX - 8, SIZE_MAX - 31}) {
+    EXPECT_EQ(ZP_AllocateMemory(size, h), nullptr) << size;
+    EXPECT_EQ(ZP_AllocateMemory(size), nullptr) << size;
+  }
+  EXPECT_EQ(ZP_HeapStatistics(h).live_blocks, 0u);
+  EXPECT_EQ(ZP_HeapStatistics(h).live_bytes, 0u);
+  ZP_DestroyHeap(h);
+  // Out of memory gives null, so a `new` of a counted object must test for it
+  // rather than construct in it: its allocation function cannot throw.
+  static_assert(noexcept(ZR_Counted::operator new(sizeof(ZR_Counted))),
+                "ZR_Counted::operator new may return null and must be noexcept");
+}
+
 }  // namespace

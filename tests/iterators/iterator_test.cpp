@@ -9,6 +9,7 @@
 #include "drawables/dot.h"
 #include "iterators/filtered_iterators.h"
 #include "iterators/reverse_iterator.h"
+#include "tests/displaylist/hand_tree.h"
 #include "tests/support/tree_check.h"
 
 namespace {
@@ -222,6 +223,51 @@ TEST(ReverseWalk, EmptyLeavesAndSelection) {
   DisplayListReverseIterator elsewhere(&list, {{-9, -9}, {-8, -8}});
   EXPECT_EQ(elsewhere.group(), nullptr);
   EXPECT_EQ(elsewhere.drawable(), nullptr);
+}
+
+// Exactly the leaves of the rule in reverse_iterator.h: those the bounded walk
+// visits, and the last child of every group entered when that child is a leaf
+// (taken untested); nothing else. The tree, in drawing order:
+//   root: A [L1 (p, q), L2 (r), L3 (s)], B [L5 (t)], L4 (u)
+TEST(ReverseWalk, VisitsExactlyTheLeavesOfItsRule) {
+  DisplayList list;
+  DL::test::HandTree tree(list);
+  Group* a = tree.interior(list.root);
+  Drawable* p = tree.dot(0, 0);
+  Drawable* q = tree.dot(10, 10);
+  tree.bottom(a, {static_cast<DL::Dot*>(p), static_cast<DL::Dot*>(q)});
+  DL::Dot* r = tree.dot(500, 500);
+  tree.bottom(a, {r});
+  DL::Dot* s = tree.dot(900, 900);
+  tree.bottom(a, {s});
+  Group* b = tree.interior(list.root);
+  DL::Dot* t = tree.dot(700, 0);
+  tree.bottom(b, {t});
+  DL::Dot* u = tree.dot(990, 10);
+  tree.bottom(list.root, {u});
+  tree.finish();
+  ASSERT_TRUE(DL::test::tree_is_valid(list, &tree.order()));
+
+  struct Case {
+    WorldBounds window;
+    std::vector<Drawable*> expected;
+    const char* why;
+  };
+  const Case cases[] = {
+      {{{0, 0}, {20, 20}}, {u, s, q, p}, "L1 meets; L3 ends entered A; L4 ends the root"},
+      {{{500, 500}, {510, 510}}, {u, s, r}, "L2 meets; L3 and L4 as last leaves"},
+      {{{900, 900}, {900, 900}}, {u, s}, "L3 meets and is A's last leaf anyway"},
+      {{{700, 0}, {700, 0}},
+       {u, t, s},
+       "L5 meets; A's rectangle (0,0)-(900,900) holds the point, so A is entered "
+       "and its last leaf L3 comes too, though L3 misses the window"},
+      {{{5000, 5000}, {6000, 6000}}, {u}, "only the root is entered; B's last leaf is not taken"},
+      {WorldBounds::everything(), {u, t, s, r, q, p}, "everything"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(walk(DisplayListReverseIterator(&list, c.window)), c.expected);
+  }
 }
 
 TEST(ReverseWalk, StacksGrowWhenAndOnlyWhenFull) {

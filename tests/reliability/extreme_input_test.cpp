@@ -6,6 +6,7 @@
 // must be defined, and every list ends with an empty heap.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -15,6 +16,8 @@
 #include "backends/recording/recording_text.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
+#include "drawables/polything.h"
+#include "drawables/polytriangle.h"
 #include "ellipse/ellipse.h"
 #include "iterators/display_list_iterator.h"
 #include "iterators/filtered_iterators.h"
@@ -284,6 +287,92 @@ TEST(ExtremeInput, CountsOfDrawablesInOneCellAndOneGroup) {
       EXPECT_TRUE(test::tree_is_valid(*s.list, &s.order));
     }
   }
+}
+
+// Regressions: a point list left without points (count 0, or a point array the
+// heap could not give: `points` null and `count` 0) read points[0] in every
+// draw but Polysegment's; and a strip of INT_MAX points overflowed
+// `(count + 1) / 2` in its outline and read points[-3].
+TEST(ExtremeInput, PointListsAndStripsAtZeroPointsAndThe32BitLimits) {
+  const WorldPoint three[3] = {{kMin, kMin}, {kMax, kMax}, {kMin, kMax}};
+  static const ZR_RGB32 colors[3] = {1, 2, 3};
+  static const ZR_Vertex_Parameters parameters[3] = {};
+  using Make = Polything* (*)(int n, const WorldPoint* p, ZephalHeap* h);
+  const Make classes[] = {
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) Polydot(1, n, p, h);
+      },
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) Polygon(1, n, p, h);
+      },
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) Polyline(1, n, p, h);
+      },
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) GouraudPolyline(1, n, p, colors);
+      },
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) Polymarker(1, n, p, h);
+      },
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) Polysegment(1, n, p, h);
+      },
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) PolytriangleWithNoBorder(1, n, p, h);
+      },
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) Polytriangle(1, n, p, h);
+      },
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) GouraudPolytriangle(1, n, p, colors);
+      },
+      [](int n, const WorldPoint* p, ZephalHeap* h) -> Polything* {
+        return new (h) TexturedPolytriangle(1, n, p, colors, parameters, nullptr, nullptr);
+      },
+  };
+  {
+    Scene s;
+    s.list->rendition.set_face_mode(64, true);  // strips draw their border too
+    for (Make make : classes) {
+      s.add(make(0, nullptr, s.heap));  // no points at all
+      // What a failed point array leaves behind.
+      Polything* failed = make(3, three, s.heap);
+      ZP_ReleaseMemory(failed->points);
+      failed->points = nullptr;
+      failed->count = 0;
+      s.add(failed);
+    }
+    s.renderer->clear();
+    s.draw_everything();
+    // An empty list draws nothing in any family (its bounds are empty too, so
+    // not even a selection draw of them).
+    for (const auto& call : s.renderer->calls) ADD_FAILURE() << call.entry << " " << call.count;
+  }
+
+  // The outline of a strip of INT_MAX points: the even points up to
+  // 2^31 - 2, then the odd points down to 1.
+  using Strip = PolytriangleWithNoBorder;
+  EXPECT_EQ(Strip::outline_index(0, INT_MAX), 0);
+  EXPECT_EQ(Strip::outline_index(1073741823, INT_MAX), 2147483646);
+  EXPECT_EQ(Strip::outline_index(1073741824, INT_MAX), 2147483645);
+  EXPECT_EQ(Strip::outline_index(INT_MAX - 1, INT_MAX), 1);
+  EXPECT_EQ(Strip::outline_index(1073741822, INT_MAX - 1), 2147483644);
+  EXPECT_EQ(Strip::outline_index(1073741823, INT_MAX - 1), 2147483645);
+  EXPECT_EQ(Strip::outline_index(INT_MAX - 2, INT_MAX - 1), 1);
+  for (int n = 1; n <= 6; ++n) {  // small strips: every point once
+    std::vector<int> seen(static_cast<std::size_t>(n), 0);
+    for (int i = 0; i < n; ++i) ++seen[static_cast<std::size_t>(Strip::outline_index(i, n))];
+    EXPECT_EQ(seen, std::vector<int>(static_cast<std::size_t>(n), 1)) << n;
+  }
+  // The last outline vector of such a strip closes from point 1 to point 0;
+  // only those two points are read.
+  Strip strip(1, 3, three);
+  strip.count = INT_MAX;
+  WorldVector v{};
+  EXPECT_TRUE(strip.get_vector(INT_MAX - 1, v));
+  EXPECT_EQ(v.start, three[1]);
+  EXPECT_EQ(v.end, three[0]);
+  strip.count = 3;
 }
 
 }  // namespace

@@ -9,9 +9,11 @@
 #include <clocale>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/support/test_files.h"
 #include "text/multibyte.h"
 
 namespace DL {
@@ -73,8 +75,9 @@ class GeneratedLocales {
 
  private:
   GeneratedLocales() {
-    char pattern[] = "/tmp/dl_locales_XXXXXX";
-    if (mkdtemp(pattern)) {
+    // Under the build folder, and removed at exit.
+    std::string pattern = DL::test::test_file_path("dl_locales_XXXXXX");
+    if (mkdtemp(pattern.data())) {
       dir_ = pattern;
       setenv("LOCPATH", dir_.c_str(), 1);
     }
@@ -188,6 +191,34 @@ TEST(EncodedText, UnterminatedSixteenBitSourceIsReadForLengthOnly) {
   EncodedText uc(src.data(), 2, true);
   EXPECT_EQ(uc.unicodeCharacter(1), 'y');
   EXPECT_EQ(uc.unicodeCharacter(2), 0);
+}
+
+// Regression: the constructors read source[length - 1], past the end of a
+// short source given with a longer length, which the header says is allowed.
+// The sources here are exactly as long as their characters and terminator, so
+// the address sanitizer sees any read beyond them.
+TEST(EncodedText, ShortSourceWithALongerLengthIsReadUpToItsZeroOnly) {
+  LocaleScope c("C");
+  for (bool to_unicode : {false, true}) {
+    SCOPED_TRACE(to_unicode);
+    std::unique_ptr<unsigned short[]> u16(new unsigned short[3]{'a', 'b', 0});
+    EncodedText from_u16(u16.get(), 1000, to_unicode);
+    std::unique_ptr<char[]> mb(new char[3]{'a', 'b', 0});
+    EncodedText from_mb(mb.get(), 1000, to_unicode);
+    for (const EncodedText* t : {&from_u16, &from_mb}) {
+      EXPECT_EQ(t->length(), 999);  // the caller's count, less the terminator
+      if (to_unicode) {
+        EXPECT_EQ(t->unicodeCharacter(1), 'b');
+        EXPECT_EQ(t->unicodeCharacter(2), 0);
+        EXPECT_EQ(t->unicodeCharacter(998), 0);
+      } else {
+        EXPECT_EQ(bytes_of(*t), "ab");
+      }
+    }
+  }
+  // A null source is an empty text.
+  EXPECT_EQ(EncodedText(static_cast<const char*>(nullptr), 5, true).length(), 0);
+  EXPECT_EQ(EncodedText(static_cast<const unsigned short*>(nullptr), 5, false).length(), 0);
 }
 
 TEST(EncodedText, CopiesAndEquality) {

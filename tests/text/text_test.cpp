@@ -130,6 +130,60 @@ TEST(Text, EmptyTextTouchesNoFontAndLeaksNothing) {
   EXPECT_EQ(ZP_HeapStatistics().live_blocks, before.live_blocks);
 }
 
+// Regression: a Text made by the empty constructors has no list; its vector
+// walk dereferenced the null list, and in release builds so did its measures,
+// though the header says it "draws and measures as an empty string".
+TEST(Text, EmptyConstructedTextMeasuresAndWalksAsAnEmptyString) {
+  Fixture f;
+  ZR_Rendition own = ZR_Rendition::create();
+  for (Text* t : {new Text(ZR_RGB32{7}), new Text(&own)}) {
+    t->position = {12.0, 34.0};
+    DrawableVectorIterator* it = t->create_vector_iterator(false);
+    ASSERT_TRUE(it);
+    EXPECT_TRUE(it->at_end);
+    EXPECT_EQ(it->next(), nullptr);
+    delete it;
+    DoublePoint box[4];
+    t->get_text_bbox(box);
+    for (const DoublePoint& p : box) EXPECT_EQ(p, t->position);
+    t->accumulated_normalized_widths(nullptr);  // no element to fill
+    ZR_Matrix m;
+    DoublePoint next;
+    EXPECT_FALSE(t->get_character_contour(0, nullptr, t->position, box, next, m));
+    EXPECT_EQ(next, t->position);
+    // Drawn through a list, it prepares like any text and draws nothing.
+    f.engine->clear();
+    t->draw_unclipped(f.list);
+    for (const std::string& e : f.engine->entries()) EXPECT_EQ(e.find("draw_"), std::string::npos);
+    EXPECT_TRUE(f.renderer->calls.empty());
+    t->destroy();
+  }
+}
+
+// What an engine sees of an empty string (the choice the header states): the
+// draw prepares the font but never calls a draw entry; the widths call no
+// measure; the box is measured with length 0; the vector walk ends at once.
+TEST(Text, EmptyStringReachesTheEngineOnlyWhereTheHeaderSays) {
+  Fixture f;
+  Text* t = f.make("");
+  f.engine->clear();
+  t->draw_unclipped(f.list);
+  EXPECT_EQ(f.engine->entries(), std::vector<std::string>{"prepare_font"});
+  f.engine->clear();
+  t->accumulated_normalized_widths(nullptr);
+  EXPECT_EQ(f.engine->entries(), std::vector<std::string>{"font_metrics"});
+  f.engine->clear();
+  DoublePoint box[4];
+  t->get_text_bbox(box);
+  ASSERT_EQ(f.engine->calls.size(), 1u);
+  EXPECT_EQ(f.engine->calls[0].entry, "measure_unicode_text");
+  EXPECT_EQ(f.engine->calls[0].length, 0);
+  DrawableVectorIterator* it = t->create_vector_iterator(false);
+  EXPECT_TRUE(it->at_end);
+  delete it;
+  t->destroy();
+}
+
 TEST(Text, AttributeStepLimitsAndCopyOnWrite) {
   Fixture f;
   Text* t = f.make("abc", 32767.0);
@@ -241,6 +295,45 @@ TEST(Text, TextPointsClampAndComeBack) {
   }
   f.list.world_to_text_point({1.0, 1.0}, p);
   EXPECT_EQ(p, (ZR_Point{-5.0f, 5.0f, 0.0f}));  // device transform in force
+}
+
+// Text on the device transform: the engine gets the point and the size from
+// device_scale and device_offset when the host sets use_device_transform, from
+// scale and offset otherwise, under an aspect ratio other than 1.
+TEST(Text, DrawsAndHeightsFollowTheDeviceTransform) {
+  Fixture f;
+  f.list.device_factor = {2.0, 3.0};
+  f.list.aspect_ratio = 1.5;
+  f.list.set_world_bounds({{-500, 1000}, {500, 3000}});
+  f.list.set_screen_bounds({{10, 20}, {110, 120}});
+  Text* t = f.make("ab", 100.0, 0.0, {0.0, 2000.0}, {{-10, 1990}, {50, 2110}});
+  struct Case {
+    bool device;
+    ZR_Point point;
+    float size;
+    WorldCoord height;
+  };
+  // scale.y 0.075 and device_scale.y 0.225: sizes 7.5 and 22.5.
+  for (const Case& c : {Case{false, {60.0f, 95.0f, 0.0f}, 7.5f, 7},
+                        Case{true, {120.0f, 285.0f, 0.0f}, 22.5f, 22}}) {
+    SCOPED_TRACE(c.device);
+    f.list.use_device_transform = c.device;
+    EXPECT_EQ(t->height(f.list), c.height);
+    f.engine->clear();
+    t->draw_unclipped(f.list);
+    ASSERT_EQ(f.engine->entries().back(), "draw_unicode_text");
+    EXPECT_EQ(f.engine->calls.back().point, c.point);
+    EXPECT_FLOAT_EQ(f.engine->calls.back().size, c.size);
+    // The box comes back to the world through the same transform: its lower
+    // left corner lies 0.2 em (of 100 world units) below the anchor.
+    DoublePoint box[4];
+    ASSERT_TRUE(t->set_text_attributes(f.list));
+    t->get_text_bbox(box);
+    EXPECT_NEAR(box[0].x, 0.0, 1e-3);
+    EXPECT_NEAR(box[0].y, 2000.0 - 20.0, 1e-3);
+    EXPECT_NEAR(box[1].x - box[0].x, 120.0 * (c.device ? 0.225 / 0.2 : 0.075 / 0.1), 1e-3);
+  }
+  t->destroy();
 }
 
 TEST(Text, MetricsWidthsBoxesAndCharacterBoxes) {
@@ -393,6 +486,83 @@ TEST(Text, VectorWalksOutlinesGreekingAndTheBoundsFigure) {
   EXPECT_EQ(it->vector.start, (WorldPoint{106, 200}));
   delete it;
   for (Text* x : {t, neg, empty, lead}) x->destroy();
+}
+
+// An engine whose every character (a space aside) is a square with a square
+// hole, two contours, whatever font is asked for: the walk's handling of
+// several contours per character does not depend on a font being found.
+class HoledSquareEngine : public RecordingTextEngine {
+ public:
+  ZR_Contour_Set character_contour(ZR_Rendition* r, unsigned short character,
+                                   ZR_Character_Metrics* metrics) override {
+    ZR_Contour_Set plain = RecordingTextEngine::character_contour(r, character, metrics);
+    if (!plain) return plain;
+    return ZR_Contour_Set::make({{{0, 0, 0}, {6, 0, 0}, {6, 8, 0}, {0, 8, 0}},
+                                 {{2, 2, 0}, {4, 2, 0}, {4, 6, 0}, {2, 6, 0}}});
+  }
+};
+
+std::vector<WorldVector> all_vectors(Text* t) {
+  std::vector<WorldVector> v;
+  DrawableVectorIterator* it = t->create_vector_iterator(false);
+  if (!it->at_end) v.push_back(it->vector);
+  while (WorldVector* n = it->next()) v.push_back(*n);
+  delete it;
+  return v;
+}
+
+TEST(Text, RotatedTextWalksEveryContourOfEveryCharacterInPlace) {
+  Fixture f;
+  auto* engine = new HoledSquareEngine;
+  add_ref(engine);
+  release(f.list.text_engine);
+  f.list.text_engine = engine;
+
+  // Turned a quarter: text x runs along world +y, text y along world -x. The
+  // advance (0.6 em of 10) moves each character 6 up; .5 keeps truncation off
+  // the float rounding of the turn.
+  Text* t = f.make("a b", 10.0, M_PI / 2, {100.5, 200.5});
+  ASSERT_TRUE(t->set_text_attributes(f.list));
+  DoublePoint box[4];
+  t->get_text_bbox(box);
+  // The character contour: in text units, unrotated; the matrix turns and moves.
+  ZR_Matrix m;
+  DoublePoint next;
+  ZR_Contour_Set c = t->get_character_contour(0, nullptr, t->position, box, next, m);
+  ASSERT_TRUE(c);
+  EXPECT_EQ(c->contour_count, 2);
+  EXPECT_EQ(engine->calls.back().rotation, 0.0f);
+  EXPECT_NEAR(next.x, 100.5, 1e-4);
+  EXPECT_NEAR(next.y, 206.5, 1e-4);
+  const ZR_Point corner{6.0f, 0.0f, 0.0f};
+  ZR_Point turned;
+  m.transform(1, &corner, &turned);
+  EXPECT_NEAR(turned.x, 100.5f, 1e-4f);
+  EXPECT_NEAR(turned.y, 206.5f, 1e-4f);
+
+  // The walk: four edges of each contour, outer then inner, for "a" and for
+  // "b"; the space yields nothing but moves the origin by its advance.
+  auto square = [](int x0, int y0, int x1, int y1) {
+    return std::vector<WorldVector>{
+        {{x0, y0}, {x0, y1}}, {{x0, y1}, {x1, y1}}, {{x1, y1}, {x1, y0}}, {{x1, y0}, {x0, y0}}};
+  };
+  std::vector<WorldVector> expected;
+  for (int dy : {0, 12}) {
+    for (const auto& part :
+         {square(100, 200 + dy, 92, 206 + dy), square(98, 202 + dy, 94, 204 + dy)})
+      expected.insert(expected.end(), part.begin(), part.end());
+  }
+  EXPECT_EQ(all_vectors(t), expected);
+
+  // Unturned, the same text walks the same squares lying along +x.
+  Text* flat = f.make("a b", 10.0, 0.0, {100.5, 200.5});
+  const std::vector<WorldVector> v = all_vectors(flat);
+  ASSERT_EQ(v.size(), 16u);
+  EXPECT_EQ(v[0], (WorldVector{{100, 200}, {106, 200}}));
+  EXPECT_EQ(v[4], (WorldVector{{102, 202}, {104, 202}}));
+  EXPECT_EQ(v[8], (WorldVector{{112, 200}, {118, 200}}));
+  t->destroy();
+  flat->destroy();
 }
 
 TEST(Text, LivesInTheTree) {

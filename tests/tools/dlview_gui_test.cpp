@@ -17,12 +17,14 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/test_files.h"
+
 namespace {
 
-// A file of the running test: ctest runs the tests side by side.
+// A file of the running test, under the build folder: ctest runs the tests
+// side by side, so the name carries the test's.
 std::string temp(const std::string& name) {
-  return ::testing::TempDir() + "/dlview_gui_" +
-         ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
+  return DL::test::test_file("dlview_gui_" + name);
 }
 
 bool have_xvfb() {
