@@ -251,6 +251,13 @@ bool GroupIndex::visit(const Group* g, const WorldBounds& q, F f, S skip) {
   std::uint32_t from = 0;
   bool go_on = true;
   for (std::uint32_t i = 0; i < n && go_on; ++i) {
+    // The children lie anywhere in memory: ask for a child's record some
+    // candidates ahead, and for its first child once that record is near.
+    if (i + 16 < n) __builtin_prefetch(reinterpret_cast<const void*>(kids_[ords[i + 16]]));
+    if (i + 8 < n) {
+      const std::uintptr_t k = kids_[ords[i + 8]];
+      if (!(k & 1u)) __builtin_prefetch(reinterpret_cast<const Group*>(k)->first_child);
+    }
     const std::uint32_t o = ords[i];
     if constexpr (kCountSkips) {
       if (interior_live_) {
