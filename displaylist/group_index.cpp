@@ -247,8 +247,10 @@ void GroupIndex::child_linked(Group* g, ZephalHeap* heap) {
         if (index->add_kid(c)) index->place(index->count_ - 1, c->bounds);
       index->rest_ = last;
       index->seen_last_ = last;
-      if (index->count_ >= 2 * index->built_ || index->outside_count_ > 32 + index->count_ / 8 ||
-          index->dead_ > index->count_ / 2)
+      // Rebuilt when half as many again have come: the recent part's chains cost
+      // a query more than the packed part, and this keeps it to a third.
+      if (index->count_ >= index->built_ + index->built_ / 2 ||
+          index->outside_count_ > 32 + index->count_ / 8 || index->dead_ > index->count_ / 2)
         index->rebuild();
     }
     if (index->failed_) drop(g);
@@ -337,7 +339,9 @@ void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
 }
 
 // Packs every live ordinal into the grid anew, over the extent of the live
-// children, with the finest level sized for about two children a bucket.
+// children, with the finest level sized for some four to eight children a
+// bucket (finer grids cost more in cache misses while indexing than they save
+// in queries).
 // Ordinals are renumbered when children were removed. Reads each child's
 // rectangle twice, in ordinal order, which is mostly allocation order.
 void GroupIndex::rebuild() {
@@ -387,7 +391,7 @@ void GroupIndex::rebuild() {
   const std::uint64_t span =
       std::max(offset(extent.max.x, extent.min.x), offset(extent.max.y, extent.min.y)) + 1;
   const int grid_shift = width(span - 1);  // 2^grid_shift >= span, at most 32
-  const int levels = std::min({width(boxes) / 2, grid_shift, 12});
+  const int levels = std::min({std::max(0, width(boxes) / 2 - 1), grid_shift, 12});
   origin_x_ = extent.min.x;
   origin_y_ = extent.min.y;
   top_ = levels;

@@ -14,7 +14,7 @@
 //                            \________ indexed, ordinals 0.. _______/   `rest`
 //   kids:        [c0][c1][ x ][c3] ...        a removed child leaves a tombstone
 //   grid:        level 0 buckets (finest)  ... level top (one bucket)
-//                packed part: ordinals by level and bucket, rebuilt as it doubles
+//                packed part: ordinals by level and bucket, rebuilt as it grows
 //                recent part: per-bucket lists of ordinals added since
 //   outside:     ordinals whose rectangle is not a proper box, or lies beyond
 //                the grid, or grew after it was placed: always candidates
@@ -29,12 +29,15 @@
 // large as the child). A query returns a superset of the children that can
 // pass the walk's own tests; the walk then tests each one as it always did.
 //
-// Cost, per indexed child: 8 bytes in `kids`, 4 in the packed part, about 2
-// for the buckets' offsets, and while the child is recent 4 for its list link;
-// one bit for the interrupt walks. Indexing a child is amortised constant time:
+// Cost, per indexed child: 8 bytes in `kids`, 12 in the packed part (ordinal
+// and a 16-bit-per-side copy of its rectangle, so a query filters without
+// touching the children), under 1 for the buckets' offsets, and while the
+// child is recent 16 for its entry and chain link; two bits for the interrupt
+// walks and the ordering bitmap. Indexing a child is amortised constant time:
 // the packed part is rebuilt (a counting sort, reading each child's rectangle
-// once, in allocation order) when the number of children doubles. A query costs
-// the buckets it covers plus a sort of the candidates.
+// twice, in allocation order) when half as many children again have come. A
+// query costs the buckets it covers and the entries in them, plus a sort of
+// the candidates (a bitmap over the ordinals when they are many).
 //
 // A group gets an index when it reaches `GroupIndexSettings::threshold`
 // children; the slot of its index is kept in the second half of the word that
