@@ -676,8 +676,7 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
       for (std::uint32_t i = 0; i < n; ++i) bits_[out[i] / 64] |= std::uint64_t{1} << (out[i] % 64);
       for (std::uint32_t w = 0; w < words; ++w)
         for (std::uint64_t b = bits_[w]; b; b &= b - 1) {
-          const std::uint32_t o = w * 64 + static_cast<std::uint32_t>(std::countr_zero(b));
-          if (!(kids_[o] & 1u)) out[kept++] = o;
+          out[kept++] = w * 64 + static_cast<std::uint32_t>(std::countr_zero(b));
         }
       found = kept;
       return true;
@@ -687,7 +686,7 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
   std::uint32_t last = kNone;
   for (std::uint32_t i = 0; i < n; ++i) {
     const std::uint32_t o = out[i];
-    if (o == last || (kids_[o] & 1u)) continue;
+    if (o == last) continue;
     out[kept++] = last = o;
   }
   found = kept;

@@ -102,10 +102,12 @@ class GroupIndex {
   // `inner` or overlaps `outer` is a candidate; false when no such rectangle
   // helps (an `outer` that is not a proper box): then walk every child.
   static bool window(const WorldBounds& inner, const WorldBounds& outer, WorldBounds& q);
-  // The ordinals of the live indexed children whose rectangle may overlap the
+  // The ordinals of the indexed children whose rectangle may overlap the
   // proper box `q`, in increasing (list) order, each once, into `out` (which
   // grows as needed, from the index's heap; `out_capacity` is its size), and
-  // their number into `found`. False when memory ran out: then walk them all.
+  // their number into `found`. Removed children may be among them (`kid` is
+  // null): telling them apart here would cost a cache miss each that the
+  // caller pays anyway. False when memory ran out: then walk them all.
   bool query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t& out_capacity,
              std::uint32_t& found);
   // `query` into the index's own array, valid until the next query: for a
@@ -254,14 +256,17 @@ bool GroupIndex::visit(const Group* g, const WorldBounds& q, F f, S skip) {
   std::uint32_t from = 0;
   bool go_on = true;
   for (std::uint32_t i = 0; i < n && go_on; ++i) {
-    // The children lie anywhere in memory: ask for a child's record some
-    // candidates ahead, and for its first child once that record is near.
+    // The children lie anywhere in memory: ask for the slot of a child some
+    // candidates ahead, then for its record, then for its first child.
+    if (i + 24 < n) __builtin_prefetch(&kids_[ords[i + 24]]);
     if (i + 16 < n) __builtin_prefetch(reinterpret_cast<const void*>(kids_[ords[i + 16]]));
     if (i + 8 < n) {
       const std::uintptr_t k = kids_[ords[i + 8]];
       if (!(k & 1u)) __builtin_prefetch(reinterpret_cast<const Group*>(k)->first_child);
     }
     const std::uint32_t o = ords[i];
+    const Group* c = kid(o);
+    if (!c) continue;  // removed
     if constexpr (kCountSkips) {
       if (interior_live_) {
         const std::uint32_t polls = interior_between(from, o);
@@ -269,7 +274,7 @@ bool GroupIndex::visit(const Group* g, const WorldBounds& q, F f, S skip) {
       }
       from = o + 1;
     }
-    if (go_on && !f(kid(o))) go_on = false;
+    if (go_on && !f(c)) go_on = false;
   }
   busy_ = false;
   if (!go_on) return false;

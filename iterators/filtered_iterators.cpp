@@ -80,7 +80,7 @@ DisplayListBoundedIterator::Cursor* DisplayListBoundedIterator::open_cursor(Grou
   c.count = 0;
   for (std::uint32_t i = 0; i < n; ++i) {
     Group* k = index->kid(ords[i]);
-    if (k->bounds.overlaps(bounds)) c.kids[c.count++] = k;
+    if (k && k->bounds.overlaps(bounds)) c.kids[c.count++] = k;
   }
   c.group = g;
   c.position = 0;

@@ -101,7 +101,7 @@ bool DisplayListReverseIterator::push_indexed(Group* p, Group* visited) {
   if (!ords) return false;
   for (std::uint32_t i = 0; i < n; ++i) {
     Group* c = index->kid(ords[i]);
-    if (c != visited && c->bounds.overlaps(bounds))
+    if (c && c != visited && c->bounds.overlaps(bounds))
       group_stack.push({c, false, c->bounds.is_inside(bounds)});
   }
   for (Group* c = index->rest(); c && c != visited; c = c->sibling)
