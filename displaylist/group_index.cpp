@@ -195,6 +195,7 @@ void GroupIndex::destroy() {
   release(outside_);
   release(scratch_);
   release(bits_);
+  for (Spare& spare : spares_) release(spare.block);
   give_back_slot(slot_);
   this->~GroupIndex();
   ZP_ReleaseMemory(this);
@@ -215,8 +216,8 @@ void GroupIndex::resync(const Group* g) {
   top_ = -1;
   outside_count_ = 0;
   for (int l = 0; l < kMaxLevels; ++l) {
-    if (offsets_[l]) ZP_ReleaseMemory(offsets_[l]);
-    if (heads_[l]) ZP_ReleaseMemory(heads_[l]);
+    keep(offsets_[l], offsets_bytes_[l]);
+    keep(heads_[l], heads_bytes_[l]);
     offsets_[l] = heads_[l] = nullptr;
     recent_count_[l] = 0;
     reach_[l] = 0;
@@ -296,6 +297,52 @@ std::uint64_t GroupIndex::box_of(std::uint64_t x0, std::uint64_t y0, std::uint64
   return (x0 >> s) | ((y0 >> s) << 16) | ((x1 >> s) << 32) | ((y1 >> s) << 48);
 }
 
+// A block of at least `bytes` for a level's arrays or a rebuild: a kept one
+// when one is large enough (the smallest such), else a new one. Rebuilds come
+// often while a group grows, and fresh large blocks cost their page faults
+// again each time.
+void* GroupIndex::take(std::size_t bytes) {
+  Spare* best = nullptr;
+  for (Spare& spare : spares_)
+    if (spare.block && spare.bytes >= bytes && (!best || spare.bytes < best->bytes)) best = &spare;
+  if (best) {
+    void* block = best->block;
+    best->block = nullptr;
+    return block;
+  }
+  return allocate(bytes);
+}
+
+// Keeps `block` of `bytes` (may be null) for a `take` of the same rebuild;
+// when every place is full, the smallest block goes.
+void GroupIndex::keep(void* block, std::size_t bytes) {
+  if (!block) return;
+  Spare* slot = nullptr;
+  for (Spare& spare : spares_) {
+    if (!spare.block) {
+      slot = &spare;
+      break;
+    }
+    if (!slot || spare.bytes < slot->bytes) slot = &spare;  // the smallest kept
+  }
+  if (slot->block) {
+    if (slot->bytes >= bytes) {
+      ZP_ReleaseMemory(block);  // the smallest of all
+      return;
+    }
+    ZP_ReleaseMemory(slot->block);
+  }
+  *slot = {block, bytes};
+}
+
+// Gives back the blocks no rebuild took.
+void GroupIndex::release_spares() {
+  for (Spare& spare : spares_) {
+    if (spare.block) ZP_ReleaseMemory(spare.block);
+    spare = {nullptr, 0};
+  }
+}
+
 // The finest level whose buckets are at least `extent` wide.
 int GroupIndex::level_for(std::uint64_t extent) const {
   if (extent <= (std::uint64_t{1} << shift0_)) return 0;
@@ -323,7 +370,8 @@ void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
   const std::uint32_t dims = 1u << (top_ - level);
   std::uint32_t* heads = heads_[level];
   if (!heads) {
-    heads = static_cast<std::uint32_t*>(allocate(sizeof(std::uint32_t) * dims * dims));
+    heads_bytes_[level] = sizeof(std::uint32_t) * dims * dims;
+    heads = static_cast<std::uint32_t*>(take(heads_bytes_[level]));
     if (!heads) return to_outside();
     std::fill(heads, heads + std::size_t{dims} * dims, kNone);
     heads_[level] = heads;
@@ -345,6 +393,11 @@ void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
 // Ordinals are renumbered when children were removed. Reads each child's
 // rectangle twice, in ordinal order, which is mostly allocation order.
 void GroupIndex::rebuild() {
+  pack();
+  release_spares();
+}
+
+void GroupIndex::pack() {
   if (dead_) {
     std::uint32_t n = 0;
     for (std::uint32_t o = 0; o < count_; ++o)
@@ -360,14 +413,14 @@ void GroupIndex::rebuild() {
       }
   }
   for (int l = 0; l < kMaxLevels; ++l) {
-    if (offsets_[l]) ZP_ReleaseMemory(offsets_[l]);
-    if (heads_[l]) ZP_ReleaseMemory(heads_[l]);
+    keep(offsets_[l], offsets_bytes_[l]);
+    keep(heads_[l], heads_bytes_[l]);
     offsets_[l] = heads_[l] = nullptr;
     recent_count_[l] = 0;
     reach_[l] = 0;
   }
-  if (packed_) ZP_ReleaseMemory(packed_);
-  if (packed_boxes_) ZP_ReleaseMemory(packed_boxes_);
+  keep(packed_, packed_bytes_);
+  keep(packed_boxes_, packed_bytes_ * 2);
   packed_ = nullptr;
   packed_boxes_ = nullptr;
   outside_count_ = 0;
@@ -400,7 +453,8 @@ void GroupIndex::rebuild() {
 
   // First pass: each ordinal's level and bucket (level << 24 | bucket; a level
   // has at most 2^24 buckets), counted per bucket.
-  std::uint32_t* keys = static_cast<std::uint32_t*>(allocate(sizeof(std::uint32_t) * count_));
+  const std::size_t keys_bytes = sizeof(std::uint32_t) * std::max(count_, 1u);
+  std::uint32_t* keys = static_cast<std::uint32_t*>(take(keys_bytes));
   if (!keys) return all_outside();
   std::uint32_t placed = 0;
   for (std::uint32_t o = 0; o < count_; ++o) {
@@ -414,7 +468,8 @@ void GroupIndex::rebuild() {
     const std::uint32_t dims = 1u << (top_ - level);
     if (!offsets_[level]) {
       const std::size_t n = std::size_t{dims} * dims + 1;
-      offsets_[level] = static_cast<std::uint32_t*>(allocate(sizeof(std::uint32_t) * n));
+      offsets_bytes_[level] = sizeof(std::uint32_t) * n;
+      offsets_[level] = static_cast<std::uint32_t*>(take(offsets_bytes_[level]));
       if (!offsets_[level]) continue;  // stays outside
       std::fill(offsets_[level], offsets_[level] + n, 0u);
     }
@@ -424,17 +479,17 @@ void GroupIndex::rebuild() {
     reach_[level] = std::max(reach_[level], e);
     ++placed;
   }
-  packed_ = static_cast<std::uint32_t*>(allocate(sizeof(std::uint32_t) * std::max(placed, 1u)));
-  packed_boxes_ =
-      static_cast<std::uint64_t*>(allocate(sizeof(std::uint64_t) * std::max(placed, 1u)));
+  packed_bytes_ = sizeof(std::uint32_t) * std::max(placed, 1u);
+  packed_ = static_cast<std::uint32_t*>(take(packed_bytes_));
+  packed_boxes_ = static_cast<std::uint64_t*>(take(packed_bytes_ * 2));
   if (!packed_ || !packed_boxes_) {
-    if (packed_) ZP_ReleaseMemory(packed_);
-    if (packed_boxes_) ZP_ReleaseMemory(packed_boxes_);
+    keep(packed_, packed_bytes_);
+    keep(packed_boxes_, packed_bytes_ * 2);
     packed_ = nullptr;
     packed_boxes_ = nullptr;
-    ZP_ReleaseMemory(keys);
+    keep(keys, keys_bytes);
     for (int l = 0; l < kMaxLevels; ++l) {
-      if (offsets_[l]) ZP_ReleaseMemory(offsets_[l]);
+      keep(offsets_[l], offsets_bytes_[l]);
       offsets_[l] = nullptr;
       reach_[l] = 0;
     }
@@ -466,7 +521,7 @@ void GroupIndex::rebuild() {
     packed_boxes_[at] = box_of(offset(b.min.x, origin_x_), offset(b.min.y, origin_y_),
                                offset(b.max.x, origin_x_), offset(b.max.y, origin_y_));
   }
-  ZP_ReleaseMemory(keys);
+  keep(keys, keys_bytes);
   base = 0;
   for (int l = 0; l <= top_; ++l) {
     std::uint32_t* off = offsets_[l];
