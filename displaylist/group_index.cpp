@@ -195,7 +195,6 @@ void GroupIndex::destroy() {
   release(outside_);
   release(scratch_);
   release(bits_);
-  for (Spare& spare : spares_) release(spare.block);
   give_back_slot(slot_);
   this->~GroupIndex();
   ZP_ReleaseMemory(this);
@@ -216,9 +215,7 @@ void GroupIndex::resync(const Group* g) {
   top_ = -1;
   outside_count_ = 0;
   for (int l = 0; l < kMaxLevels; ++l) {
-    keep(offsets_[l], offsets_bytes_[l]);
-    keep(heads_[l], heads_bytes_[l]);
-    offsets_[l] = heads_[l] = nullptr;
+    offsets_used_[l] = heads_used_[l] = false;
     recent_count_[l] = 0;
     reach_[l] = 0;
   }
@@ -297,50 +294,44 @@ std::uint64_t GroupIndex::box_of(std::uint64_t x0, std::uint64_t y0, std::uint64
   return (x0 >> s) | ((y0 >> s) << 16) | ((x1 >> s) << 32) | ((y1 >> s) << 48);
 }
 
-// A block of at least `bytes` for a level's arrays or a rebuild: a kept one
-// when one is large enough (the smallest such), else a new one. Rebuilds come
-// often while a group grows, and fresh large blocks cost their page faults
-// again each time.
-void* GroupIndex::take(std::size_t bytes) {
-  Spare* best = nullptr;
-  for (Spare& spare : spares_)
-    if (spare.block && spare.bytes >= bytes && (!best || spare.bytes < best->bytes)) best = &spare;
-  if (best) {
-    void* block = best->block;
-    best->block = nullptr;
-    return block;
-  }
-  return allocate(bytes);
+// Makes `array` hold at least `n` elements, keeping nothing of what it held;
+// the block stays from one rebuild to the next (fresh large blocks cost their
+// page faults again each time), with room to spare when it must grow. False,
+// and the array left as it was, when memory ran out.
+template <class T>
+bool GroupIndex::ensure(T*& array, std::size_t& capacity, std::size_t n) {
+  if (n <= capacity) return true;
+  const std::size_t wanted = n + n / 2;
+  T* fresh = static_cast<T*>(allocate(sizeof(T) * wanted));
+  if (!fresh) return false;
+  if (array) ZP_ReleaseMemory(array);
+  array = fresh;
+  capacity = wanted;
+  return true;
 }
 
-// Keeps `block` of `bytes` (may be null) for a `take` of the same rebuild;
-// when every place is full, the smallest block goes.
-void GroupIndex::keep(void* block, std::size_t bytes) {
-  if (!block) return;
-  Spare* slot = nullptr;
-  for (Spare& spare : spares_) {
-    if (!spare.block) {
-      slot = &spare;
-      break;
-    }
-    if (!slot || spare.bytes < slot->bytes) slot = &spare;  // the smallest kept
+// The level and bucket of a rectangle being packed, with its level's offsets
+// made ready when `prepare` (and its reach grown); false for a rectangle that
+// stays outside.
+bool GroupIndex::bucket_of(const WorldBounds& b, std::uint32_t& level, std::uint32_t& bucket,
+                           bool prepare) {
+  if (!proper(b)) return false;
+  const std::uint64_t x0 = offset(b.min.x, origin_x_), y0 = offset(b.min.y, origin_y_);
+  const std::uint64_t e = std::max(offset(b.max.x, b.min.x), offset(b.max.y, b.min.y));
+  const int l = level_for(e);
+  const int shift = shift0_ + l;
+  const std::uint32_t dims = 1u << (top_ - l);
+  if (!offsets_used_[l]) {
+    if (!prepare) return false;
+    const std::size_t n = std::size_t{dims} * dims + 1;
+    if (!ensure(offsets_[l], offsets_capacity_[l], n)) return false;
+    std::fill(offsets_[l], offsets_[l] + n, 0u);
+    offsets_used_[l] = true;
   }
-  if (slot->block) {
-    if (slot->bytes >= bytes) {
-      ZP_ReleaseMemory(block);  // the smallest of all
-      return;
-    }
-    ZP_ReleaseMemory(slot->block);
-  }
-  *slot = {block, bytes};
-}
-
-// Gives back the blocks no rebuild took.
-void GroupIndex::release_spares() {
-  for (Spare& spare : spares_) {
-    if (spare.block) ZP_ReleaseMemory(spare.block);
-    spare = {nullptr, 0};
-  }
+  reach_[l] = std::max(reach_[l], e);
+  level = static_cast<std::uint32_t>(l);
+  bucket = static_cast<std::uint32_t>((y0 >> shift) * dims + (x0 >> shift));
+  return true;
 }
 
 // The finest level whose buckets are at least `extent` wide.
@@ -368,14 +359,13 @@ void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
   const int level = level_for(extent);
   const int shift = shift0_ + level;
   const std::uint32_t dims = 1u << (top_ - level);
-  std::uint32_t* heads = heads_[level];
-  if (!heads) {
-    heads_bytes_[level] = sizeof(std::uint32_t) * dims * dims;
-    heads = static_cast<std::uint32_t*>(take(heads_bytes_[level]));
-    if (!heads) return to_outside();
-    std::fill(heads, heads + std::size_t{dims} * dims, kNone);
-    heads_[level] = heads;
+  if (!heads_used_[level]) {
+    if (!ensure(heads_[level], heads_capacity_[level], std::size_t{dims} * dims))
+      return to_outside();
+    heads_used_[level] = true;
+    std::fill(heads_[level], heads_[level] + std::size_t{dims} * dims, kNone);
   }
+  std::uint32_t* heads = heads_[level];
   std::uint32_t& n = recent_count_[level];
   grow(recent_[level], n, recent_capacity_[level], n + 1);
   if (n >= recent_capacity_[level]) return to_outside();
@@ -393,11 +383,6 @@ void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
 // Ordinals are renumbered when children were removed. Reads each child's
 // rectangle twice, in ordinal order, which is mostly allocation order.
 void GroupIndex::rebuild() {
-  pack();
-  release_spares();
-}
-
-void GroupIndex::pack() {
   if (dead_) {
     std::uint32_t n = 0;
     for (std::uint32_t o = 0; o < count_; ++o)
@@ -413,16 +398,10 @@ void GroupIndex::pack() {
       }
   }
   for (int l = 0; l < kMaxLevels; ++l) {
-    keep(offsets_[l], offsets_bytes_[l]);
-    keep(heads_[l], heads_bytes_[l]);
-    offsets_[l] = heads_[l] = nullptr;
+    offsets_used_[l] = heads_used_[l] = false;
     recent_count_[l] = 0;
     reach_[l] = 0;
   }
-  keep(packed_, packed_bytes_);
-  keep(packed_boxes_, packed_bytes_ * 2);
-  packed_ = nullptr;
-  packed_boxes_ = nullptr;
   outside_count_ = 0;
   built_ = count_;
   top_ = -1;
@@ -451,46 +430,18 @@ void GroupIndex::pack() {
   shift0_ = grid_shift - levels;
   box_shift_ = std::max(0, grid_shift - 16);
 
-  // First pass: each ordinal's level and bucket (level << 24 | bucket; a level
-  // has at most 2^24 buckets), counted per bucket.
-  const std::size_t keys_bytes = sizeof(std::uint32_t) * std::max(count_, 1u);
-  std::uint32_t* keys = static_cast<std::uint32_t*>(take(keys_bytes));
-  if (!keys) return all_outside();
+  // First pass: the entries of each level and bucket are counted.
   std::uint32_t placed = 0;
   for (std::uint32_t o = 0; o < count_; ++o) {
-    const WorldBounds& b = kid(o)->bounds;
-    keys[o] = kNone;
-    if (!proper(b)) continue;
-    const std::uint64_t x0 = offset(b.min.x, origin_x_), y0 = offset(b.min.y, origin_y_);
-    const std::uint64_t e = std::max(offset(b.max.x, b.min.x), offset(b.max.y, b.min.y));
-    const int level = level_for(e);
-    const int shift = shift0_ + level;
-    const std::uint32_t dims = 1u << (top_ - level);
-    if (!offsets_[level]) {
-      const std::size_t n = std::size_t{dims} * dims + 1;
-      offsets_bytes_[level] = sizeof(std::uint32_t) * n;
-      offsets_[level] = static_cast<std::uint32_t*>(take(offsets_bytes_[level]));
-      if (!offsets_[level]) continue;  // stays outside
-      std::fill(offsets_[level], offsets_[level] + n, 0u);
-    }
-    const std::uint32_t bucket = static_cast<std::uint32_t>((y0 >> shift) * dims + (x0 >> shift));
-    keys[o] = (static_cast<std::uint32_t>(level) << 24) | bucket;
+    std::uint32_t level, bucket;
+    if (!bucket_of(kid(o)->bounds, level, bucket, true)) continue;
     offsets_[level][bucket + 1] += 1;
-    reach_[level] = std::max(reach_[level], e);
     ++placed;
   }
-  packed_bytes_ = sizeof(std::uint32_t) * std::max(placed, 1u);
-  packed_ = static_cast<std::uint32_t*>(take(packed_bytes_));
-  packed_boxes_ = static_cast<std::uint64_t*>(take(packed_bytes_ * 2));
-  if (!packed_ || !packed_boxes_) {
-    keep(packed_, packed_bytes_);
-    keep(packed_boxes_, packed_bytes_ * 2);
-    packed_ = nullptr;
-    packed_boxes_ = nullptr;
-    keep(keys, keys_bytes);
+  if (!ensure(packed_, packed_capacity_, placed) ||
+      !ensure(packed_boxes_, packed_boxes_capacity_, placed)) {
     for (int l = 0; l < kMaxLevels; ++l) {
-      keep(offsets_[l], offsets_bytes_[l]);
-      offsets_[l] = nullptr;
+      offsets_used_[l] = false;
       reach_[l] = 0;
     }
     return all_outside();
@@ -498,8 +449,8 @@ void GroupIndex::pack() {
   // Levels one after another in `packed_`: offsets become each bucket's start.
   std::uint32_t base = 0;
   for (int l = 0; l <= top_; ++l) {
+    if (!offsets_used_[l]) continue;
     std::uint32_t* off = offsets_[l];
-    if (!off) continue;
     const std::size_t buckets = std::size_t{1} << (2 * (top_ - l));
     off[0] = base;
     for (std::size_t i = 1; i <= buckets; ++i) off[i] += off[i - 1];
@@ -509,23 +460,21 @@ void GroupIndex::pack() {
   // bucket's start serves as its write position, which ends at the next
   // bucket's start; the offsets then move back by one bucket.
   for (std::uint32_t o = 0; o < count_; ++o) {
-    const std::uint32_t key = keys[o];
-    if (key == kNone) {
+    const WorldBounds& b = kid(o)->bounds;
+    std::uint32_t level, bucket;
+    if (!bucket_of(b, level, bucket, false)) {
       place(o, WorldBounds::empty());  // outside
       continue;
     }
-    std::uint32_t* off = offsets_[key >> 24];
-    const std::uint32_t at = off[key & 0xFFFFFFu]++;
+    const std::uint32_t at = offsets_[level][bucket]++;
     packed_[at] = o;
-    const WorldBounds& b = kid(o)->bounds;
     packed_boxes_[at] = box_of(offset(b.min.x, origin_x_), offset(b.min.y, origin_y_),
                                offset(b.max.x, origin_x_), offset(b.max.y, origin_y_));
   }
-  keep(keys, keys_bytes);
   base = 0;
   for (int l = 0; l <= top_; ++l) {
+    if (!offsets_used_[l]) continue;
     std::uint32_t* off = offsets_[l];
-    if (!off) continue;
     const std::size_t buckets = std::size_t{1} << (2 * (top_ - l));
     for (std::size_t i = buckets; i > 0; --i) off[i] = off[i - 1];
     off[0] = base;
@@ -549,7 +498,7 @@ bool GroupIndex::find(const Group* c, const WorldBounds& b, std::uint32_t& ordin
     const std::uint64_t x0 = b.min.x >= origin_x_ ? offset(b.min.x, origin_x_) : 0;
     const std::uint64_t y0 = b.min.y >= origin_y_ ? offset(b.min.y, origin_y_) : 0;
     for (int l = 0; l <= top_; ++l) {
-      if (!offsets_[l] && !heads_[l]) continue;
+      if (!offsets_used_[l] && !heads_used_[l]) continue;
       const int shift = shift0_ + l;
       const std::uint64_t dims = std::uint64_t{1} << (top_ - l);
       const std::uint64_t reach = reach_[l];
@@ -560,12 +509,13 @@ bool GroupIndex::find(const Group* c, const WorldBounds& b, std::uint32_t& ordin
       for (std::uint64_t by = by0; by <= by1; ++by)
         for (std::uint64_t bx = bx0; bx <= bx1; ++bx) {
           const std::size_t bucket = by * dims + bx;
-          if (const std::uint32_t* off = offsets_[l])
-            for (std::uint32_t i = off[bucket]; i < off[bucket + 1]; ++i)
+          if (offsets_used_[l])
+            for (std::uint32_t i = offsets_[l][bucket]; i < offsets_[l][bucket + 1]; ++i)
               if (hit(packed_[i])) return true;
-          if (const std::uint32_t* heads = heads_[l])
-            for (std::uint32_t e = heads[bucket]; e != kNone; e = recent_[l][e].next)
-              if (hit(recent_[l][e].ordinal)) return true;
+          if (heads_used_[l])
+            if (const std::uint32_t* heads = heads_[l])
+              for (std::uint32_t e = heads[bucket]; e != kNone; e = recent_[l][e].next)
+                if (hit(recent_[l][e].ordinal)) return true;
         }
     }
   }
@@ -687,7 +637,7 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
              ((box >> 16) & 0xFFFFu) <= qy1 && (box >> 48) >= qy0;
     };
     for (int l = 0; l <= top_; ++l) {
-      if (!offsets_[l] && !heads_[l]) continue;
+      if (!offsets_used_[l] && !heads_used_[l]) continue;
       const int shift = shift0_ + l;
       const std::uint64_t dims = std::uint64_t{1} << (top_ - l);
       // A rectangle sits in the bucket of its lower corner and reaches at most
@@ -698,13 +648,13 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
       if (bx0 >= dims || by0 >= dims) continue;
       const std::uint64_t bx1 = std::min(x1 >> shift, dims - 1);
       const std::uint64_t by1 = std::min(y1 >> shift, dims - 1);
-      if (const std::uint32_t* off = offsets_[l])
+      if (const std::uint32_t* off = offsets_used_[l] ? offsets_[l] : nullptr)
         for (std::uint64_t by = by0; by <= by1; ++by) {
           const std::size_t row = by * dims;
           for (std::uint32_t i = off[row + bx0]; i < off[row + bx1 + 1]; ++i)
             if (passes(packed_boxes_[i])) take(packed_[i]);
         }
-      if (const std::uint32_t* heads = heads_[l]) {
+      if (const std::uint32_t* heads = heads_used_[l] ? heads_[l] : nullptr) {
         const Recent* recent = recent_[l];
         if ((by1 - by0 + 1) * (bx1 - bx0 + 1) * 8 > dims * dims) {
           // Much of the level: one pass over its entries beats the chains.

@@ -173,15 +173,14 @@ class GroupIndex {
   std::uint64_t box_of(std::uint64_t x0, std::uint64_t y0, std::uint64_t x1,
                        std::uint64_t y1) const;
   void rebuild();
-  void pack();
-  void release_spares();
   void resync(const Group* g);
   bool find(const Group* c, const WorldBounds& b, std::uint32_t& ordinal) const;
   Group* live_before(std::uint32_t ordinal);
   void unlink_after(Group* g, Group* c, Group* previous);
   void* allocate(std::size_t bytes) const;
-  void* take(std::size_t bytes);
-  void keep(void* block, std::size_t bytes);
+  template <class T>
+  bool ensure(T*& array, std::size_t& capacity, std::size_t n);
+  bool bucket_of(const WorldBounds& b, std::uint32_t& level, std::uint32_t& bucket, bool prepare);
   // Grows `array` (from the index's heap) to hold `wanted` elements, at least
   // doubling, keeping the first `used`; on a failed allocation it stays.
   template <class T>
@@ -236,16 +235,13 @@ class GroupIndex {
   std::uint32_t scratch_capacity_ = 0;
   std::uint64_t* bits_ = nullptr;  // a bit per ordinal, to put many candidates in order
   std::uint32_t bits_capacity_ = 0;
-  // Sizes of the level arrays and of the packed part, for `keep`.
-  std::size_t offsets_bytes_[kMaxLevels] = {};
-  std::size_t heads_bytes_[kMaxLevels] = {};
-  std::size_t packed_bytes_ = 0;
-  // Blocks of earlier rebuilds, kept for the next (see `take`).
-  struct Spare {
-    void* block;
-    std::size_t bytes;
-  };
-  Spare spares_[8] = {};
+  // The arrays above stay allocated from one rebuild to the next (see
+  // `ensure`): their capacities, and whether a level's are in use now.
+  std::size_t packed_capacity_ = 0, packed_boxes_capacity_ = 0;
+  std::size_t offsets_capacity_[kMaxLevels] = {};
+  std::size_t heads_capacity_[kMaxLevels] = {};
+  bool offsets_used_[kMaxLevels] = {};
+  bool heads_used_[kMaxLevels] = {};
 
   friend struct GroupIndexTest;
 };
