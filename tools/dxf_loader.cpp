@@ -20,6 +20,9 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kDegree = kPi / 180.0;
 constexpr double kChordAngle = 5.0 * kDegree;  // flattening: at most 5 degrees a chord
+// Cells of one INSERT array at most: a few bytes of a file must not ask for
+// billions of copies (real arrays hold hundreds).
+constexpr long long kMaxArrayCells = 65536;
 
 std::string upper(std::string s) {
   std::transform(s.begin(), s.end(), s.begin(),
@@ -156,6 +159,10 @@ class Reader : public DL_CreationAdapter {
     e.line_spacing = t.lineSpacingFactor > 0 ? t.lineSpacingFactor : 1.0;
   }
   void addInsert(const DL_InsertData& i) override {
+    if (static_cast<long long>(std::max(1, i.cols)) * std::max(1, i.rows) > kMaxArrayCells) {
+      ++d_.skipped["INSERT (array over 65536 cells)"];
+      return;
+    }
     DxfEntity& e = add(DxfKind::insert);
     e.block = i.name;
     e.points = {{i.ipx, i.ipy}};

@@ -28,9 +28,11 @@ DL::WorldPoint to_world(DxfPoint p) {
 // `end` (parametric, counter-clockwise), chords of at most 5 degrees.
 std::vector<DxfPoint> flatten(DxfPoint c, double rx, double ry, double rotation, double start,
                               double end) {
+  // Into (0, 2 pi] without a loop: a file may give angles so large that adding
+  // 2 pi changes nothing, or a difference that overflows.
   double sweep = end - start;
-  while (sweep <= 0) sweep += 2 * kPi;
-  if (sweep > 2 * kPi) sweep = 2 * kPi;
+  if (!(sweep > 0)) sweep = std::isfinite(sweep) ? std::fmod(sweep, 2 * kPi) + 2 * kPi : 2 * kPi;
+  if (!(sweep <= 2 * kPi)) sweep = 2 * kPi;
   const int n = std::max(2, static_cast<int>(std::ceil(sweep / (5.0 * kPi / 180.0))));
   const double cs = std::cos(rotation), sn = std::sin(rotation);
   std::vector<DxfPoint> out;
@@ -51,6 +53,7 @@ class Mapper {
   // the layer to give the drawables, `by_block` the colour BYBLOCK takes.
   bool map(const DxfEntity& e, const Affine& m, DL::DisplayList& list, DL::Extra_Layer_Info* layer,
            ZR_RGB32 by_block, int depth) {
+    if (report_.drawables >= cx_.max_drawables) return false;
     const ZR_RGB32 color = e.by_block ? by_block : e.color;
     list_ = &list;
     layer_ = layer;
@@ -221,6 +224,10 @@ class Mapper {
   bool insert(const DxfEntity& e, const Affine& m, ZR_RGB32 color, int depth) {
     auto block = d_.blocks.find(e.block);
     if (block == d_.blocks.end() || depth >= kMaxBlockDepth) return false;
+    // A block expanded inside itself: cyclic, not shown (the shared lists
+    // catch their cycles while they are built).
+    if (std::find(expanding_.begin(), expanding_.end(), &block->second) != expanding_.end())
+      return false;
     const double turn = std::remainder(e.rotation, 2 * kPi);
     const bool nest = m.axis_aligned() && std::fabs(turn) < 1e-12 && e.scale.x > 0 && e.scale.y > 0;
     DL::DisplayList& list = *list_;
@@ -229,6 +236,7 @@ class Mapper {
     const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
     for (int col = 0; col < e.columns; ++col) {
       for (int row = 0; row < e.rows; ++row) {
+        if (report_.drawables >= cx_.max_drawables) return any;
         // Block point p lands at ip + R (S (p - base) + cell).
         const double cell_x = col * e.spacing.x, cell_y = row * e.spacing.y;
         const DxfPoint base = block->second.base;
@@ -259,12 +267,14 @@ class Mapper {
           any = true;
         } else {
           const Affine composed = m.after(local);
+          expanding_.push_back(&block->second);
           for (const DxfEntity& inner : block->second.entities) {
             if (!map(inner, composed, list, nullptr, color, depth + 1))
               ++report_.not_shown_in_blocks[static_cast<int>(inner.kind)];
             else
               any = true;
           }
+          expanding_.pop_back();
           list_ = &list;
           layer_ = layer;
         }
@@ -322,6 +332,8 @@ class Mapper {
   MappingReport& report_;
   DL::DisplayList* list_ = nullptr;
   DL::Extra_Layer_Info* layer_ = nullptr;
+  // The blocks being expanded by turned or mirrored INSERTs, outermost first.
+  std::vector<const DxfBlock*> expanding_;
 };
 
 }  // namespace

@@ -34,7 +34,8 @@
 //   (`Ownership::borrowed`); the `SheetContext` owns them. A turned or
 //   mirrored INSERT is expanded: its block's entities are mapped one by one
 //   through the composed map. Blocks nest to a depth of 16; a deeper or
-//   cyclic INSERT, or one naming no block, is not shown.
+//   cyclic INSERT, or one naming no block, is not shown, and so is every
+//   entity past the sheet's `max_drawables`.
 //
 // Layers: each drawable gets the `Extra_Layer_Info` of its entity's layer from
 // the `LayerTable`, so `--layer-off` clears one byte. Inside a block list the
@@ -95,6 +96,10 @@ class SheetContext {
   SheetContext& operator=(const SheetContext&) = delete;
 
   LayerTable layers;
+  // Drawables one call of add_to_display_list adds at most, block lists
+  // included; entities past it are counted as not shown. Nested blocks and
+  // arrays can ask for billions from a small file.
+  long max_drawables = 20'000'000;
   ZR_Text_Engine* engine() const { return engine_; }
   const ZR_Font& font() const { return font_; }
 
