@@ -53,7 +53,7 @@ class Mapper {
   // the layer to give the drawables, `by_block` the colour BYBLOCK takes.
   bool map(const DxfEntity& e, const Affine& m, DL::DisplayList& list, DL::Extra_Layer_Info* layer,
            ZR_RGB32 by_block, int depth) {
-    if (report_.drawables >= cx_.max_drawables) return false;
+    if (primitives_ >= cx_.max_primitives) return false;
     const ZR_RGB32 color = e.by_block ? by_block : e.color;
     list_ = &list;
     layer_ = layer;
@@ -96,10 +96,12 @@ class Mapper {
   }
 
  private:
-  void add(DL::Drawable* drawable, const DL::WorldBounds& b) {
+  // `primitives`: what a draw of the drawable draws, 1 but for a block list.
+  void add(DL::Drawable* drawable, const DL::WorldBounds& b, long primitives = 1) {
     drawable->set_layer(layer_);
     list_->add(drawable, b);
     ++report_.drawables;
+    primitives_ += primitives;
   }
 
   static DL::WorldBounds bounds_of(const std::vector<DL::WorldPoint>& pts) {
@@ -236,7 +238,7 @@ class Mapper {
     const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
     for (int col = 0; col < e.columns; ++col) {
       for (int row = 0; row < e.rows; ++row) {
-        if (report_.drawables >= cx_.max_drawables) return any;
+        if (primitives_ >= cx_.max_primitives) return any;
         // Block point p lands at ip + R (S (p - base) + cell).
         const double cell_x = col * e.spacing.x, cell_y = row * e.spacing.y;
         const DxfPoint base = block->second.base;
@@ -250,6 +252,8 @@ class Mapper {
         if (nest) {
           SheetContext::BlockList* bl = block_list(e.block, color, depth);
           if (!bl || !bl->list) continue;
+          // Each cell draws the whole block list: within the budget or not at all.
+          if (bl->primitives > cx_.max_primitives - primitives_) return any;
           // Outer = m(local(block)), block world = (p - base) * scale.
           const Affine to_outer = m.after(local);
           const DxfPoint o = to_outer.apply(bl->base);
@@ -263,7 +267,7 @@ class Mapper {
             drawable->destroy();
             continue;
           }
-          add(drawable, drawable->mapped_bounds());
+          add(drawable, drawable->mapped_bounds(), bl->primitives);
           any = true;
         } else {
           const Affine composed = m.after(local);
@@ -304,6 +308,7 @@ class Mapper {
     list->saturate_device_points = true;
     const Affine to_block{bl.scale, 0, 0, bl.scale, -bl.base.x * bl.scale, -bl.base.y * bl.scale};
     const long drawables_before = report_.drawables;
+    const long primitives_before = primitives_;
     DL::DisplayList* outer_list = list_;
     DL::Extra_Layer_Info* outer_layer = layer_;
     for (const DxfEntity& e : block.entities) {
@@ -317,6 +322,7 @@ class Mapper {
     bl.building = false;  // map nodes stay put: `bl` is still the entry
     ++report_.block_lists;
     if (report_.drawables > drawables_before) bl.list = std::move(list);
+    bl.primitives = primitives_ - primitives_before;
     return &bl;
   }
 
@@ -332,6 +338,8 @@ class Mapper {
   MappingReport& report_;
   DL::DisplayList* list_ = nullptr;
   DL::Extra_Layer_Info* layer_ = nullptr;
+  // Primitives a draw of everything added so far draws (see max_primitives).
+  long primitives_ = 0;
   // The blocks being expanded by turned or mirrored INSERTs, outermost first.
   std::vector<const DxfBlock*> expanding_;
 };

@@ -280,7 +280,8 @@ TEST(DxfLoader, BadFilesAreRefusedWithAReason) {
 // Faults the DXF fuzzer found: a few bytes that asked for billions of array
 // cells hung the loader; an arc whose angles were too large for adding 2 pi to
 // change them looped for ever in the flattening; a turned INSERT of its own
-// block expanded 2^16 times before the depth limit stopped it. Each now ends at
+// block expanded 2^16 times before the depth limit stopped it; arrays of blocks
+// holding arrays asked one draw for billions of primitives. Each now ends at
 // once, and what is not shown is counted.
 TEST(DxfLoader, HostileFilesEndQuickly) {
   auto block = [](const char* name, std::initializer_list<Pair> body) {
@@ -395,7 +396,7 @@ TEST(DxfLoader, HostileFilesEndQuickly) {
                        many, error))
       << error;
   SheetContext limited(nullptr);
-  limited.max_drawables = 250;
+  limited.max_primitives = 250;
   std::vector<DxfDrawing> one{many};
   placements = lay_out(one, sheet);
   DL::DisplayList bounded;
@@ -403,6 +404,42 @@ TEST(DxfLoader, HostileFilesEndQuickly) {
   EXPECT_EQ(r.drawables, 250);
   EXPECT_EQ(DL::test::drawables_in_order(bounded.root).size(), 250u);
   EXPECT_TRUE(DL::test::tree_is_valid(bounded, nullptr));
+
+  // Arrays of a block list that shows arrays: each cell draws the whole list
+  // it shows, 101 primitives here (P's point once as P's list is built, and
+  // B's 100 cells of P), so 1000 take B's list and 8 of the 100 cells.
+  std::vector<Pair> blocks = point;
+  const std::vector<Pair> b = block("B", {{0, "INSERT"},
+                                          {8, "0"},
+                                          {2, "P"},
+                                          {10, "0"},
+                                          {20, "0"},
+                                          {70, "10"},
+                                          {71, "10"},
+                                          {44, "1"},
+                                          {45, "1"}});
+  blocks.insert(blocks.end(), b.begin(), b.end());
+  DxfDrawing arrays;
+  ASSERT_TRUE(load_dxf(write("arrays.dxf", file(blocks, {{0, "INSERT"},
+                                                         {8, "0"},
+                                                         {2, "B"},
+                                                         {10, "0"},
+                                                         {20, "0"},
+                                                         {70, "10"},
+                                                         {71, "10"},
+                                                         {44, "50"},
+                                                         {45, "50"}})),
+                       arrays, error))
+      << error;
+  SheetContext nested(nullptr);
+  nested.max_primitives = 1000;
+  std::vector<DxfDrawing> two{arrays};
+  placements = lay_out(two, sheet);
+  DL::DisplayList cells;
+  r = add_to_display_list(two[0], placements[0], nested, cells);
+  EXPECT_EQ(DL::test::drawables_in_order(cells.root).size(), 8u);
+  EXPECT_EQ(r.drawables, 1 + 100 + 8);
+  EXPECT_TRUE(DL::test::tree_is_valid(cells, nullptr));
 }
 
 TEST(DxfLoader, SheetAndMappingPlaceDrawingsSideBySide) {
