@@ -24,8 +24,8 @@
 //
 // What is checked
 // ---------------
-// Every eighth operation and after the last one (checking the whole model
-// after each operation cost five times the run):
+// Every eighth operation and after the last one (checked after each
+// operation, the whole model took about half of the run):
 // - every invariant of the tree (tests/support/tree_check.h), with the model
 //   as the expected drawing order, and of every nested list, the shared ones
 //   against their own model;
