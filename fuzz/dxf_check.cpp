@@ -46,7 +46,7 @@ std::string check_dxf_file(const std::string& path) {
     dlview::SheetContext context(engine);
     // Small enough that the slowest input stays well under a second under
     // the sanitizers; the limit's own path is then fuzzed too.
-    context.max_primitives = 2000;
+    context.max_points = 4000;
     DisplayList list(heap);
     dlview::add_to_display_list(drawings[0], placements[0], context, list);
     problem = tree_problem("the sheet's list", list);

@@ -53,7 +53,7 @@ class Mapper {
   // the layer to give the drawables, `by_block` the colour BYBLOCK takes.
   bool map(const DxfEntity& e, const Affine& m, DL::DisplayList& list, DL::Extra_Layer_Info* layer,
            ZR_RGB32 by_block, int depth) {
-    if (primitives_ >= cx_.max_primitives) return false;
+    if (points_ >= cx_.max_points) return false;
     const ZR_RGB32 color = e.by_block ? by_block : e.color;
     list_ = &list;
     layer_ = layer;
@@ -96,12 +96,12 @@ class Mapper {
   }
 
  private:
-  // `primitives`: what a draw of the drawable draws, 1 but for a block list.
-  void add(DL::Drawable* drawable, const DL::WorldBounds& b, long primitives = 1) {
+  // `points`: what a draw of the drawable hands on (see max_points).
+  void add(DL::Drawable* drawable, const DL::WorldBounds& b, long points = 1) {
     drawable->set_layer(layer_);
     list_->add(drawable, b);
     ++report_.drawables;
-    primitives_ += primitives;
+    points_ += points;
   }
 
   static DL::WorldBounds bounds_of(const std::vector<DL::WorldPoint>& pts) {
@@ -117,10 +117,12 @@ class Mapper {
     for (const DxfPoint& p : pts) world.push_back(to_world(m.apply(p)));
     const DL::WorldBounds b = bounds_of(world);
     if (b.min == b.max) {
-      add(new DL::Dot(color, b.min), b);
+      // Counted by the points mapped: a curve that shrinks to a dot still cost them.
+      add(new DL::Dot(color, b.min), b, static_cast<long>(world.size()));
       return true;
     }
-    add(new DL::Polyline(color, static_cast<int>(world.size()), world.data()), b);
+    add(new DL::Polyline(color, static_cast<int>(world.size()), world.data()), b,
+        static_cast<long>(world.size()));
     return true;
   }
 
@@ -219,7 +221,8 @@ class Mapper {
       }
     }
     if (pts.size() < 3) return false;
-    add(new DL::Polygon(color, static_cast<int>(pts.size()), pts.data()), bounds_of(pts));
+    add(new DL::Polygon(color, static_cast<int>(pts.size()), pts.data()), bounds_of(pts),
+        static_cast<long>(pts.size()));
     return true;
   }
 
@@ -238,7 +241,7 @@ class Mapper {
     const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
     for (int col = 0; col < e.columns; ++col) {
       for (int row = 0; row < e.rows; ++row) {
-        if (primitives_ >= cx_.max_primitives) return any;
+        if (points_ >= cx_.max_points) return any;
         // Block point p lands at ip + R (S (p - base) + cell).
         const double cell_x = col * e.spacing.x, cell_y = row * e.spacing.y;
         const DxfPoint base = block->second.base;
@@ -253,7 +256,7 @@ class Mapper {
           SheetContext::BlockList* bl = block_list(e.block, color, depth);
           if (!bl || !bl->list) continue;
           // Each cell draws the whole block list: within the budget or not at all.
-          if (bl->primitives > cx_.max_primitives - primitives_) return any;
+          if (bl->points + 1 > cx_.max_points - points_) return any;
           // Outer = m(local(block)), block world = (p - base) * scale.
           const Affine to_outer = m.after(local);
           const DxfPoint o = to_outer.apply(bl->base);
@@ -267,7 +270,7 @@ class Mapper {
             drawable->destroy();
             continue;
           }
-          add(drawable, drawable->mapped_bounds(), bl->primitives);
+          add(drawable, drawable->mapped_bounds(), bl->points + 1);
           any = true;
         } else {
           const Affine composed = m.after(local);
@@ -308,7 +311,7 @@ class Mapper {
     list->saturate_device_points = true;
     const Affine to_block{bl.scale, 0, 0, bl.scale, -bl.base.x * bl.scale, -bl.base.y * bl.scale};
     const long drawables_before = report_.drawables;
-    const long primitives_before = primitives_;
+    const long points_before = points_;
     DL::DisplayList* outer_list = list_;
     DL::Extra_Layer_Info* outer_layer = layer_;
     for (const DxfEntity& e : block.entities) {
@@ -322,7 +325,7 @@ class Mapper {
     bl.building = false;  // map nodes stay put: `bl` is still the entry
     ++report_.block_lists;
     if (report_.drawables > drawables_before) bl.list = std::move(list);
-    bl.primitives = primitives_ - primitives_before;
+    bl.points = points_ - points_before;
     return &bl;
   }
 
@@ -338,8 +341,8 @@ class Mapper {
   MappingReport& report_;
   DL::DisplayList* list_ = nullptr;
   DL::Extra_Layer_Info* layer_ = nullptr;
-  // Primitives a draw of everything added so far draws (see max_primitives).
-  long primitives_ = 0;
+  // Points a draw of everything added so far hands on (see max_points).
+  long points_ = 0;
   // The blocks being expanded by turned or mirrored INSERTs, outermost first.
   std::vector<const DxfBlock*> expanding_;
 };

@@ -281,7 +281,7 @@ TEST(DxfLoader, BadFilesAreRefusedWithAReason) {
 // cells hung the loader; an arc whose angles were too large for adding 2 pi to
 // change them looped for ever in the flattening; a turned INSERT of its own
 // block expanded 2^16 times before the depth limit stopped it; arrays of blocks
-// holding arrays asked one draw for billions of primitives. Each now ends at
+// holding arrays asked one draw for billions of points. Each now ends at
 // once, and what is not shown is counted.
 TEST(DxfLoader, HostileFilesEndQuickly) {
   auto block = [](const char* name, std::initializer_list<Pair> body) {
@@ -396,7 +396,7 @@ TEST(DxfLoader, HostileFilesEndQuickly) {
                        many, error))
       << error;
   SheetContext limited(nullptr);
-  limited.max_primitives = 250;
+  limited.max_points = 250;
   std::vector<DxfDrawing> one{many};
   placements = lay_out(one, sheet);
   DL::DisplayList bounded;
@@ -406,8 +406,9 @@ TEST(DxfLoader, HostileFilesEndQuickly) {
   EXPECT_TRUE(DL::test::tree_is_valid(bounded, nullptr));
 
   // Arrays of a block list that shows arrays: each cell draws the whole list
-  // it shows, 101 primitives here (P's point once as P's list is built, and
-  // B's 100 cells of P), so 1000 take B's list and 8 of the 100 cells.
+  // it shows and one for its view: B's list is 201 points (P's point once as
+  // P's list is built, and B's 100 cells of P at 2 each), a cell of B 202, so
+  // 1000 take B's list and 3 of the 100 cells.
   std::vector<Pair> blocks = point;
   const std::vector<Pair> b = block("B", {{0, "INSERT"},
                                           {8, "0"},
@@ -432,13 +433,13 @@ TEST(DxfLoader, HostileFilesEndQuickly) {
                        arrays, error))
       << error;
   SheetContext nested(nullptr);
-  nested.max_primitives = 1000;
+  nested.max_points = 1000;
   std::vector<DxfDrawing> two{arrays};
   placements = lay_out(two, sheet);
   DL::DisplayList cells;
   r = add_to_display_list(two[0], placements[0], nested, cells);
-  EXPECT_EQ(DL::test::drawables_in_order(cells.root).size(), 8u);
-  EXPECT_EQ(r.drawables, 1 + 100 + 8);
+  EXPECT_EQ(DL::test::drawables_in_order(cells.root).size(), 3u);
+  EXPECT_EQ(r.drawables, 1 + 100 + 3);
   EXPECT_TRUE(DL::test::tree_is_valid(cells, nullptr));
 }
 
