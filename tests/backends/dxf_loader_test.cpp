@@ -254,6 +254,17 @@ TEST(DxfLoader, SolidHatchesBecomeContours) {
   EXPECT_NEAR(d.extent.max_y, 10, 0.01);
   EXPECT_NEAR(d.extent.max_x, 20, 1e-9);
   EXPECT_GT(h.loops[0].size(), 10u);
+
+  // Fault the DXF fuzzer found: an edge's angles far apart asked for some
+  // 1e300 chords (a float-to-int conversion out of range, then a hang). An
+  // arc sweeps one turn at most.
+  std::string wide = text;
+  wide.replace(wide.find("51\n180\n"), 8, "51\n1e300\n");
+  DxfDrawing w;
+  ASSERT_TRUE(load_dxf(write("wide-hatch.dxf", wide), w, error)) << error;
+  ASSERT_EQ(w.entities.size(), 1u);
+  ASSERT_EQ(w.entities[0].loops.size(), 1u);
+  EXPECT_LE(w.entities[0].loops[0].size(), 80u);
 }
 
 TEST(DxfLoader, BadFilesAreRefusedWithAReason) {
