@@ -78,8 +78,7 @@ Group* DisplayList::add_before(Group* g, Drawable* existing, Drawable* first_new
     if (Group* open = open_group_below(highest_grown)) {
       DL_ASSERT(highest_grown->parent && "the root must cover every rectangle added");
       DisplayList* list = open->display_list;
-      // An empty open group would become an empty closed leaf: it goes instead.
-      if (!open->first_child) open->parent->empty_child_notify(open);
+      // An empty open group goes rather than closing (see Group::close).
       highest_grown->close();
       highest_grown->parent->create_open_bottom_group(list);
     }

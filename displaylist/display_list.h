@@ -53,7 +53,8 @@ class DisplayList {
   // In the open group, `open_count` is counted anew and `open_bounds` grows by
   // `b` too, so the group still covers what it holds once it is closed. If the
   // growth reaches a group that still holds a cell of the open path, that path
-  // is closed and a new open group starts beside it; see add_before.cpp.
+  // is closed and a new, empty open group starts beside it (a host that closes
+  // it destroys it: see Group::close); see add_before.cpp.
   // Uses nothing of this list but through the groups.
   Group* add_before(Group* g, Drawable* existing, Drawable* first_new, const WorldBounds& b);
 

@@ -182,9 +182,27 @@ static void open_close(Group* g) {
 static void bottom_close(Group*) {}
 
 static void interior_close(Group* g) {
-  if (g->last_child) g->last_group()->close();
+  // `Group::close` has already taken away an empty open group below.
+  if (Group* last = g->last_group()) last->table->close(last);
   g->bounds.make_empty();
   for (Group* c = g->first_group(); c; c = c->sibling) g->bounds.merge(c->bounds);
+}
+
+void Group::close() {
+  // Find the end of the chain of last children, and whether this group holds
+  // nothing else: then it goes with an empty open group at that end.
+  Group* end = this;
+  bool only_chain = parent != nullptr;
+  while (end && !end->contains_drawables()) {
+    if (end->first_child != end->last_child) only_chain = false;
+    end = end->last_group();
+  }
+  if (end && end->is_open() && !end->first_child) {
+    if (!end->parent) return;  // the root itself: stays open
+    end->parent->empty_child_notify(end);
+    if (only_chain) return;
+  }
+  table->close(this);
 }
 
 static void interior_create_open_bottom_group(Group* g, DisplayList* list) {

@@ -14,6 +14,13 @@
 // the open group if it fits its cell; otherwise a new open group starts at the
 // tail of the nearest ancestor that holds it, and the groups left behind are
 // closed, which replaces their cells by the tight union of what they hold.
+//
+// No closed leaf is ever empty. An open group may be (the host opens one with
+// `create_open_bottom_group`, and insertion before a drawable may start one),
+// and closing it would leave an empty BottomGroup, at which the forward walks
+// end, hiding every later drawable from them. So closing an open group that
+// holds nothing destroys it instead, as removing its last drawable would; a
+// host that goes on adding opens a new one, as after a removal.
 #pragma once
 
 #include <cstdint>
@@ -97,7 +104,9 @@ struct GroupTable {
   // Deletes every child; the group stays, empty, and does not tell its parent.
   void (*remove_all)(Group*);
   // Replaces cells by tight rectangles along the chain of last children, and
-  // turns an open group into a BottomGroup. Closing the root tightens its
+  // turns an open group into a BottomGroup. Called through `Group::close`,
+  // which first takes away an open group without drawables (see there), so an
+  // open group that reaches this entry holds at least one. Closing the root tightens its
   // rectangle too: a host that goes on adding gives it the whole plane again
   // before the next insertion, since every climb must end at the root.
   void (*close)(Group*);
@@ -197,7 +206,16 @@ class Group : public HeapObject {
   void remove_bounded(const WorldBounds& r) { table->remove_bounded(this, r); }
   void remove_bounded_worker(const WorldBounds& r) { table->remove_bounded_worker(this, r); }
   void remove_all() { table->remove_all(this); }
-  void close() { table->close(this); }
+  // Closes this group (the table's `close`), after one exception: an open group
+  // without drawables at the end of the chain of last children is destroyed
+  // instead, with every ancestor this empties except the root, as a removal
+  // would (`empty_child_notify`). So no closed leaf is ever empty, and the
+  // forward walks, which end at an empty leaf, reach every drawable. If that
+  // takes this group itself (it is that open group, or holds nothing else),
+  // nothing is left to close and the caller's pointer is stale. An empty open
+  // root stays open. Costs a walk down the chain of last children, which the
+  // close walks anyway.
+  void close();
   void draw_unclipped(DisplayList& list) const { table->draw_unclipped(this, list); }
   // -- Redraw under pan, zoom and clip (see the table entries) -------------------
   void draw_circled(DisplayList& list) const { table->draw_circled(this, list); }

@@ -20,6 +20,9 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kDegree = kPi / 180.0;
 constexpr double kChordAngle = 5.0 * kDegree;  // flattening: at most 5 degrees a chord
+// Cells of one INSERT array at most: a few bytes of a file must not ask for
+// billions of copies (real arrays hold hundreds).
+constexpr long long kMaxArrayCells = 65536;
 
 std::string upper(std::string s) {
   std::transform(s.begin(), s.end(), s.begin(),
@@ -38,6 +41,10 @@ std::string trim(const std::string& s) {
 // `c` from angle `a0`, the first point excluded.
 void append_arc(std::vector<DxfPoint>& out, DxfPoint c, double rx, double ry, double rotation,
                 double a0, double sweep) {
+  // One turn at most, whatever angles the file gave (NaN sweeps nothing): the
+  // count of chords then fits an int and stays small.
+  if (!(std::fabs(sweep) <= 2 * kPi))
+    sweep = std::isnan(sweep) ? 0.0 : std::copysign(2 * kPi, sweep);
   int n = std::max(1, static_cast<int>(std::ceil(std::fabs(sweep) / kChordAngle)));
   const double cs = std::cos(rotation), sn = std::sin(rotation);
   for (int i = 1; i <= n; ++i) {
@@ -156,6 +163,10 @@ class Reader : public DL_CreationAdapter {
     e.line_spacing = t.lineSpacingFactor > 0 ? t.lineSpacingFactor : 1.0;
   }
   void addInsert(const DL_InsertData& i) override {
+    if (static_cast<long long>(std::max(1, i.cols)) * std::max(1, i.rows) > kMaxArrayCells) {
+      ++d_.skipped["INSERT (array over 65536 cells)"];
+      return;
+    }
     DxfEntity& e = add(DxfKind::insert);
     e.block = i.name;
     e.points = {{i.ipx, i.ipy}};
@@ -205,18 +216,23 @@ class Reader : public DL_CreationAdapter {
         // Arc or elliptic arc (dxflib gives radians), counter-clockwise unless
         // `ccw` is false, in which case the angles are mirrored.
         const bool arc = edge.type == 2;
+        // dxflib leaves `ccw` unset when the file has no flag: read its byte,
+        // not a bool that may hold any value.
+        unsigned char ccw_byte;
+        std::memcpy(&ccw_byte, &edge.ccw, 1);
+        const bool ccw = ccw_byte != 0;
         double a1 = edge.angle1;
         double a2 = edge.angle2;
         double rx = arc ? edge.radius : std::hypot(edge.mx, edge.my);
         double ry = arc ? edge.radius : rx * edge.ratio;
         double rot = arc ? 0.0 : std::atan2(edge.my, edge.mx);
-        if (!edge.ccw) {
+        if (!ccw) {
           a1 = -a1;
           a2 = -a2;
         }
         double sweep = a2 - a1;
-        if (edge.ccw && sweep < 0) sweep += 2 * kPi;
-        if (!edge.ccw && sweep > 0) sweep -= 2 * kPi;
+        if (ccw && sweep < 0) sweep += 2 * kPi;
+        if (!ccw && sweep > 0) sweep -= 2 * kPi;
         const double cs = std::cos(rot), sn = std::sin(rot);
         DxfPoint first{edge.cx + cs * rx * std::cos(a1) - sn * ry * std::sin(a1),
                        edge.cy + sn * rx * std::cos(a1) + cs * ry * std::sin(a1)};

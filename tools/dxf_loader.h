@@ -19,7 +19,7 @@
 // - HATCH: solid fills only, each boundary loop flattened into a closed
 //   contour; patterned hatches are skipped.
 // - INSERT: block name, insertion point, scales, rotation and the rows and
-//   columns of an array.
+//   columns of an array. An array of more than 65536 cells is skipped.
 //
 // Anything else the file holds (SPLINE, DIMENSION, LEADER, 3DFACE, IMAGE, ...)
 // is counted by name in `skipped`, never silently lost: before dxflib reads the

@@ -28,9 +28,11 @@ DL::WorldPoint to_world(DxfPoint p) {
 // `end` (parametric, counter-clockwise), chords of at most 5 degrees.
 std::vector<DxfPoint> flatten(DxfPoint c, double rx, double ry, double rotation, double start,
                               double end) {
+  // Into (0, 2 pi] without a loop: a file may give angles so large that adding
+  // 2 pi changes nothing, or a difference that overflows.
   double sweep = end - start;
-  while (sweep <= 0) sweep += 2 * kPi;
-  if (sweep > 2 * kPi) sweep = 2 * kPi;
+  if (!(sweep > 0)) sweep = std::isfinite(sweep) ? std::fmod(sweep, 2 * kPi) + 2 * kPi : 2 * kPi;
+  if (!(sweep <= 2 * kPi)) sweep = 2 * kPi;
   const int n = std::max(2, static_cast<int>(std::ceil(sweep / (5.0 * kPi / 180.0))));
   const double cs = std::cos(rotation), sn = std::sin(rotation);
   std::vector<DxfPoint> out;
@@ -51,6 +53,7 @@ class Mapper {
   // the layer to give the drawables, `by_block` the colour BYBLOCK takes.
   bool map(const DxfEntity& e, const Affine& m, DL::DisplayList& list, DL::Extra_Layer_Info* layer,
            ZR_RGB32 by_block, int depth) {
+    if (points_ >= cx_.max_points) return false;
     const ZR_RGB32 color = e.by_block ? by_block : e.color;
     list_ = &list;
     layer_ = layer;
@@ -93,10 +96,12 @@ class Mapper {
   }
 
  private:
-  void add(DL::Drawable* drawable, const DL::WorldBounds& b) {
+  // `points`: what a draw of the drawable hands on (see max_points).
+  void add(DL::Drawable* drawable, const DL::WorldBounds& b, long points = 1) {
     drawable->set_layer(layer_);
     list_->add(drawable, b);
     ++report_.drawables;
+    points_ += points;
   }
 
   static DL::WorldBounds bounds_of(const std::vector<DL::WorldPoint>& pts) {
@@ -112,10 +117,12 @@ class Mapper {
     for (const DxfPoint& p : pts) world.push_back(to_world(m.apply(p)));
     const DL::WorldBounds b = bounds_of(world);
     if (b.min == b.max) {
-      add(new DL::Dot(color, b.min), b);
+      // Counted by the points mapped: a curve that shrinks to a dot still cost them.
+      add(new DL::Dot(color, b.min), b, static_cast<long>(world.size()));
       return true;
     }
-    add(new DL::Polyline(color, static_cast<int>(world.size()), world.data()), b);
+    add(new DL::Polyline(color, static_cast<int>(world.size()), world.data()), b,
+        static_cast<long>(world.size()));
     return true;
   }
 
@@ -214,13 +221,18 @@ class Mapper {
       }
     }
     if (pts.size() < 3) return false;
-    add(new DL::Polygon(color, static_cast<int>(pts.size()), pts.data()), bounds_of(pts));
+    add(new DL::Polygon(color, static_cast<int>(pts.size()), pts.data()), bounds_of(pts),
+        static_cast<long>(pts.size()));
     return true;
   }
 
   bool insert(const DxfEntity& e, const Affine& m, ZR_RGB32 color, int depth) {
     auto block = d_.blocks.find(e.block);
     if (block == d_.blocks.end() || depth >= kMaxBlockDepth) return false;
+    // A block expanded inside itself: cyclic, not shown (the shared lists
+    // catch their cycles while they are built).
+    if (std::find(expanding_.begin(), expanding_.end(), &block->second) != expanding_.end())
+      return false;
     const double turn = std::remainder(e.rotation, 2 * kPi);
     const bool nest = m.axis_aligned() && std::fabs(turn) < 1e-12 && e.scale.x > 0 && e.scale.y > 0;
     DL::DisplayList& list = *list_;
@@ -229,6 +241,7 @@ class Mapper {
     const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
     for (int col = 0; col < e.columns; ++col) {
       for (int row = 0; row < e.rows; ++row) {
+        if (points_ >= cx_.max_points) return any;
         // Block point p lands at ip + R (S (p - base) + cell).
         const double cell_x = col * e.spacing.x, cell_y = row * e.spacing.y;
         const DxfPoint base = block->second.base;
@@ -242,6 +255,8 @@ class Mapper {
         if (nest) {
           SheetContext::BlockList* bl = block_list(e.block, color, depth);
           if (!bl || !bl->list) continue;
+          // Each cell draws the whole block list: within the budget or not at all.
+          if (bl->points + 1 > cx_.max_points - points_) return any;
           // Outer = m(local(block)), block world = (p - base) * scale.
           const Affine to_outer = m.after(local);
           const DxfPoint o = to_outer.apply(bl->base);
@@ -255,16 +270,18 @@ class Mapper {
             drawable->destroy();
             continue;
           }
-          add(drawable, drawable->mapped_bounds());
+          add(drawable, drawable->mapped_bounds(), bl->points + 1);
           any = true;
         } else {
           const Affine composed = m.after(local);
+          expanding_.push_back(&block->second);
           for (const DxfEntity& inner : block->second.entities) {
             if (!map(inner, composed, list, nullptr, color, depth + 1))
               ++report_.not_shown_in_blocks[static_cast<int>(inner.kind)];
             else
               any = true;
           }
+          expanding_.pop_back();
           list_ = &list;
           layer_ = layer;
         }
@@ -294,6 +311,7 @@ class Mapper {
     list->saturate_device_points = true;
     const Affine to_block{bl.scale, 0, 0, bl.scale, -bl.base.x * bl.scale, -bl.base.y * bl.scale};
     const long drawables_before = report_.drawables;
+    const long points_before = points_;
     DL::DisplayList* outer_list = list_;
     DL::Extra_Layer_Info* outer_layer = layer_;
     for (const DxfEntity& e : block.entities) {
@@ -307,6 +325,7 @@ class Mapper {
     bl.building = false;  // map nodes stay put: `bl` is still the entry
     ++report_.block_lists;
     if (report_.drawables > drawables_before) bl.list = std::move(list);
+    bl.points = points_ - points_before;
     return &bl;
   }
 
@@ -322,6 +341,10 @@ class Mapper {
   MappingReport& report_;
   DL::DisplayList* list_ = nullptr;
   DL::Extra_Layer_Info* layer_ = nullptr;
+  // Points a draw of everything added so far hands on (see max_points).
+  long points_ = 0;
+  // The blocks being expanded by turned or mirrored INSERTs, outermost first.
+  std::vector<const DxfBlock*> expanding_;
 };
 
 }  // namespace

@@ -34,7 +34,8 @@
 //   (`Ownership::borrowed`); the `SheetContext` owns them. A turned or
 //   mirrored INSERT is expanded: its block's entities are mapped one by one
 //   through the composed map. Blocks nest to a depth of 16; a deeper or
-//   cyclic INSERT, or one naming no block, is not shown.
+//   cyclic INSERT, or one naming no block, is not shown, and so is every
+//   entity past the sheet's `max_points`.
 //
 // Layers: each drawable gets the `Extra_Layer_Info` of its entity's layer from
 // the `LayerTable`, so `--layer-off` clears one byte. Inside a block list the
@@ -95,6 +96,13 @@ class SheetContext {
   SheetContext& operator=(const SheetContext&) = delete;
 
   LayerTable layers;
+  // Points that a draw of what one call of add_to_display_list adds may hand
+  // on at most: a point list counts its points, another drawable 1, one that
+  // shows a block list what that list hands on plus one for the list's view
+  // (and the list's own drawables count once as it is built). Entities past it are counted as not
+  // shown. Nested blocks and arrays can ask for billions from a few bytes of a file; real drawings
+  // stay far below.
+  long max_points = 100'000'000;
   ZR_Text_Engine* engine() const { return engine_; }
   const ZR_Font& font() const { return font_; }
 
@@ -106,6 +114,8 @@ class SheetContext {
     double scale = 1;
     DxfPoint base;
     bool building = false;
+    // What a draw of the list hands on, in points (see max_points).
+    long points = 0;
   };
   std::map<std::tuple<const DxfDrawing*, std::string, ZR_RGB32>, BlockList> blocks;
 

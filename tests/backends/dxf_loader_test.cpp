@@ -255,6 +255,17 @@ TEST(DxfLoader, SolidHatchesBecomeContours) {
   EXPECT_NEAR(d.extent.max_y, 10, 0.01);
   EXPECT_NEAR(d.extent.max_x, 20, 1e-9);
   EXPECT_GT(h.loops[0].size(), 10u);
+
+  // Fault the DXF fuzzer found: an edge's angles far apart asked for some
+  // 1e300 chords (a float-to-int conversion out of range, then a hang). An
+  // arc sweeps one turn at most.
+  std::string wide = text;
+  wide.replace(wide.find("51\n180\n"), 8, "51\n1e300\n");
+  DxfDrawing w;
+  ASSERT_TRUE(load_dxf(write("wide-hatch.dxf", wide), w, error)) << error;
+  ASSERT_EQ(w.entities.size(), 1u);
+  ASSERT_EQ(w.entities[0].loops.size(), 1u);
+  EXPECT_LE(w.entities[0].loops[0].size(), 80u);
 }
 
 TEST(DxfLoader, BadFilesAreRefusedWithAReason) {
@@ -276,6 +287,172 @@ TEST(DxfLoader, BadFilesAreRefusedWithAReason) {
   if (load_dxf(write("cut.dxf", cut), d, error)) {
     EXPECT_FALSE(d.entities.empty());
   }
+}
+
+// Faults the DXF fuzzer found: a few bytes that asked for billions of array
+// cells hung the loader; an arc whose angles were too large for adding 2 pi to
+// change them looped for ever in the flattening; a turned INSERT of its own
+// block expanded 2^16 times before the depth limit stopped it; arrays of blocks
+// holding arrays asked one draw for billions of points. Each now ends at
+// once, and what is not shown is counted.
+TEST(DxfLoader, HostileFilesEndQuickly) {
+  auto block = [](const char* name, std::initializer_list<Pair> body) {
+    std::vector<Pair> pairs{{0, "BLOCK"}, {8, "0"}, {2, name}, {70, "0"}, {10, "0"}, {20, "0"}};
+    pairs.insert(pairs.end(), body);
+    pairs.push_back({0, "ENDBLK"});
+    return pairs;
+  };
+  auto file = [](const std::vector<Pair>& blocks, std::initializer_list<Pair> entities) {
+    std::ostringstream s;
+    auto put = [&](const Pair& p) { s << p.first << "\n" << p.second << "\n"; };
+    put({0, "SECTION"});
+    put({2, "BLOCKS"});
+    for (const Pair& p : blocks) put(p);
+    put({0, "ENDSEC"});
+    put({0, "SECTION"});
+    put({2, "ENTITIES"});
+    for (const Pair& p : entities) put(p);
+    put({0, "ENDSEC"});
+    put({0, "EOF"});
+    return s.str();
+  };
+  const std::vector<Pair> point = block("P", {{0, "POINT"}, {8, "0"}, {10, "0"}, {20, "0"}});
+  DxfDrawing d;
+  std::string error;
+  ASSERT_TRUE(load_dxf(write("array.dxf", file(point, {{0, "INSERT"},
+                                                       {8, "0"},
+                                                       {2, "P"},
+                                                       {10, "0"},
+                                                       {20, "0"},
+                                                       {70, "2000000000"},
+                                                       {71, "2000000000"},
+                                                       {0, "POINT"},
+                                                       {8, "0"},
+                                                       {10, "1"},
+                                                       {20, "1"}})),
+                       d, error))
+      << error;
+  EXPECT_EQ(d.skipped["INSERT (array over 65536 cells)"], 1);
+  EXPECT_EQ(d.entities.size(), 1u);
+
+  DxfDrawing arc;
+  ASSERT_TRUE(load_dxf(write("arc.dxf", file({}, {{0, "ARC"},
+                                                  {8, "0"},
+                                                  {10, "0"},
+                                                  {20, "0"},
+                                                  {40, "10"},
+                                                  {50, "1e20"},
+                                                  {51, "-1e20"},
+                                                  // so wide that the sheet's scale squared
+                                                  // underflows: curves are flattened
+                                                  {0, "LINE"},
+                                                  {8, "0"},
+                                                  {10, "-1e300"},
+                                                  {20, "0"},
+                                                  {11, "1e300"},
+                                                  {21, "0"}})),
+                       arc, error))
+      << error;
+  const std::vector<Pair> self = block("SELF", {{0, "INSERT"},
+                                                {8, "0"},
+                                                {2, "SELF"},
+                                                {10, "1"},
+                                                {20, "1"},
+                                                {50, "10"},
+                                                {0, "INSERT"},
+                                                {8, "0"},
+                                                {2, "SELF"},
+                                                {10, "1"},
+                                                {20, "1"},
+                                                {50, "20"},
+                                                {0, "LINE"},
+                                                {8, "0"},
+                                                {10, "0"},
+                                                {20, "0"},
+                                                {11, "1"},
+                                                {21, "0"}});
+  DxfDrawing cyclic;
+  ASSERT_TRUE(load_dxf(
+      write("cyclic.dxf",
+            file(self, {{0, "INSERT"}, {8, "0"}, {2, "SELF"}, {10, "0"}, {20, "0"}, {50, "30"}})),
+      cyclic, error))
+      << error;
+
+  SheetContext context(nullptr);
+  std::vector<DxfDrawing> drawings{arc, cyclic};
+  DL::WorldBounds sheet;
+  std::vector<Placement> placements = lay_out(drawings, sheet);
+  DL::DisplayList list;
+  // The arc is flattened into chords over its sweep folded into one turn.
+  MappingReport r = add_to_display_list(drawings[0], placements[0], context, list);
+  EXPECT_EQ(r.shown[static_cast<int>(DxfKind::arc)], 1);
+  // The turned INSERT shows its block's line once; the INSERTs of the block
+  // inside its own expansion are cyclic and not shown.
+  r = add_to_display_list(drawings[1], placements[1], context, list);
+  EXPECT_EQ(r.shown[static_cast<int>(DxfKind::insert)], 1);
+  EXPECT_EQ(r.drawables, 1);
+  EXPECT_EQ(r.not_shown_in_blocks[static_cast<int>(DxfKind::insert)], 2);
+
+  // Past the sheet's limit, entities are counted as not shown.
+  DxfDrawing many;
+  ASSERT_TRUE(load_dxf(write("many.dxf", file(point, {{0, "INSERT"},
+                                                      {8, "0"},
+                                                      {2, "P"},
+                                                      {10, "0"},
+                                                      {20, "0"},
+                                                      {50, "45"},
+                                                      {70, "100"},
+                                                      {71, "100"},
+                                                      {44, "1"},
+                                                      {45, "1"}})),
+                       many, error))
+      << error;
+  SheetContext limited(nullptr);
+  limited.max_points = 250;
+  std::vector<DxfDrawing> one{many};
+  placements = lay_out(one, sheet);
+  DL::DisplayList bounded;
+  r = add_to_display_list(one[0], placements[0], limited, bounded);
+  EXPECT_EQ(r.drawables, 250);
+  EXPECT_EQ(DL::test::drawables_in_order(bounded.root).size(), 250u);
+  EXPECT_TRUE(DL::test::tree_is_valid(bounded, nullptr));
+
+  // Arrays of a block list that shows arrays: each cell draws the whole list
+  // it shows and one for its view: B's list is 201 points (P's point once as
+  // P's list is built, and B's 100 cells of P at 2 each), a cell of B 202, so
+  // 1000 take B's list and 3 of the 100 cells.
+  std::vector<Pair> blocks = point;
+  const std::vector<Pair> b = block("B", {{0, "INSERT"},
+                                          {8, "0"},
+                                          {2, "P"},
+                                          {10, "0"},
+                                          {20, "0"},
+                                          {70, "10"},
+                                          {71, "10"},
+                                          {44, "1"},
+                                          {45, "1"}});
+  blocks.insert(blocks.end(), b.begin(), b.end());
+  DxfDrawing arrays;
+  ASSERT_TRUE(load_dxf(write("arrays.dxf", file(blocks, {{0, "INSERT"},
+                                                         {8, "0"},
+                                                         {2, "B"},
+                                                         {10, "0"},
+                                                         {20, "0"},
+                                                         {70, "10"},
+                                                         {71, "10"},
+                                                         {44, "50"},
+                                                         {45, "50"}})),
+                       arrays, error))
+      << error;
+  SheetContext nested(nullptr);
+  nested.max_points = 1000;
+  std::vector<DxfDrawing> two{arrays};
+  placements = lay_out(two, sheet);
+  DL::DisplayList cells;
+  r = add_to_display_list(two[0], placements[0], nested, cells);
+  EXPECT_EQ(DL::test::drawables_in_order(cells.root).size(), 3u);
+  EXPECT_EQ(r.drawables, 1 + 100 + 3);
+  EXPECT_TRUE(DL::test::tree_is_valid(cells, nullptr));
 }
 
 TEST(DxfLoader, SheetAndMappingPlaceDrawingsSideBySide) {

@@ -2,7 +2,8 @@
 //
 // Each sequence builds a list on a heap of its own and applies random adds,
 // insertions before a drawable, removals by position, by likeness (with and
-// without keep_drawable) and by rectangle, to the tree and to the model alike.
+// without keep_drawable) and by rectangle, and host closes (also right after an
+// insertion before a drawable), to the tree and to the model alike.
 // After every step: the tree invariants hold; the forward walk is the model;
 // the reverse walk over the whole plane is the model reversed; bounded walks
 // (forward and reverse) give every drawable that overlaps their rectangle, in
@@ -110,6 +111,17 @@ struct Sequence {
     }
     EXPECT_EQ(list.add_before(g, existing, chain[0], b), leaf);
     model.insert(model.begin() + static_cast<std::ptrdiff_t>(i), chain.begin(), chain.end());
+    // The host may close the tree at any time, here while add_before may just
+    // have started an empty open group, and goes on adding later.
+    if (pick(4) == 0) host_close();
+  }
+
+  void host_close() {
+    list.root->close();
+    list.root->bounds = WorldBounds::everything();
+    if (list.open_group && !list.open_group->is_open()) list.open_group = nullptr;
+    list.first_open_group = nullptr;
+    if (pick(2)) ensure_open_group();
   }
 
   void remove_at() {
@@ -184,8 +196,10 @@ struct Sequence {
       remove_at();
     else if (what < 17)
       remove_like();
-    else
+    else if (what < 19)
       remove_in_rectangle();
+    else
+      host_close();
   }
 
   // Every check of the file comment.

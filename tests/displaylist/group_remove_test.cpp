@@ -207,5 +207,50 @@ TEST(AddBefore, ChainsCountsAndRectangles) {
   EXPECT_TRUE(tree_is_valid(deep, &deep_order));
 }
 
+// Fault: the empty open group that add_before starts, closed by the host,
+// became an empty closed leaf; the forward walks end there, so a drawable added
+// after it had no leaf (null from the lookup, a null dereference in add_before
+// of a release build). Closing an empty open group now destroys it.
+TEST(AddBefore, HostCloseAfterTheNewOpenGroupLeavesNoEmptyLeaf) {
+  DisplayList list(nullptr, 1);
+  Drawable* a = dot(list, 0, 0);
+  Drawable* b0 = dot(list, 0, 0);
+  Drawable* b = new Dot(0u, {0, -1});
+  list.add_before(list.root, b0, b, b->bounds_of());
+  ASSERT_NE(list.open_group, nullptr);
+  EXPECT_EQ(list.open_group->first_child, nullptr);
+  list.root->close();
+  EXPECT_EQ(list.open_group, nullptr);  // destroyed, not closed
+  list.root->bounds = WorldBounds::everything();
+  list.root->create_open_bottom_group(&list);
+  Drawable* c = dot(list, 5, 5);
+  Order order{a, b, b0, c};
+  EXPECT_TRUE(valid(list, order));
+  Group* leaf = leaf_of(list, c);
+  ASSERT_NE(leaf, nullptr);
+  EXPECT_EQ(leaf->last_drawable(), c);
+  Drawable* before_c = new Dot(0u, {6, 6});
+  EXPECT_EQ(list.add_before(list.root, c, before_c, before_c->bounds_of()), leaf);
+  order.insert(order.end() - 1, before_c);
+  EXPECT_TRUE(valid(list, order));
+
+  // Closing the empty open group itself, or a root above nothing else: the
+  // group goes, the root stays, and the tree is still sound.
+  DisplayList empty;
+  Group* open = empty.open_group;
+  ASSERT_EQ(open->parent, empty.root);
+  open->close();
+  EXPECT_EQ(empty.open_group, nullptr);
+  EXPECT_EQ(empty.root->first_child, nullptr);
+  empty.root->create_open_bottom_group(&empty);
+  empty.root->close();
+  EXPECT_EQ(empty.root->first_child, nullptr);
+  EXPECT_TRUE(valid(empty, {}));
+  empty.root->bounds = WorldBounds::everything();
+  empty.root->create_open_bottom_group(&empty);
+  Drawable* d = dot(empty, 1, 1);
+  EXPECT_TRUE(valid(empty, {d}));
+}
+
 }  // namespace
 }  // namespace DL::test

@@ -187,7 +187,7 @@ TEST(BoundedTraversal, RandomTreesHandOnEverythingTheOuterRectangleShows) {
       list.root->close();
       list.open_group = nullptr;
     }
-    ASSERT_TRUE(tree_is_valid(list, &order, {.allow_empty_bottom = true}));
+    ASSERT_TRUE(tree_is_valid(list, &order));
 
     for (int view = 0; view < 20; ++view) {
       WorldPoint c = points[rng() % points.size()];

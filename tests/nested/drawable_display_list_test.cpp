@@ -249,7 +249,7 @@ TEST(NestedList, EmptyRegionsAndMissingLists) {
   // Once the nested list has lost its drawables, null bounds empty `bounds`
   // but the last extent stands.
   nested->root->remove_bounded(WorldBounds::everything());
-  ASSERT_TRUE(tree_is_valid(*nested, nullptr, {.allow_empty_bottom = true}));
+  ASSERT_TRUE(tree_is_valid(*nested));
   d.set_bounds(nullptr);
   EXPECT_EQ(d.bounds(), WorldBounds::empty());
   EXPECT_EQ(d.mapped_bounds(), (WorldBounds{{-1, -1}, {5, 10}}));

@@ -13,7 +13,8 @@
 namespace DL::test {
 
 struct TreeCheckOptions {
-  // Closed bottom groups may be empty (the host closed an empty open group).
+  // Closed bottom groups may be empty. Only for trees built by hand: the
+  // library never leaves one (closing an empty open group destroys it).
   bool allow_empty_bottom = false;
   // Drawables must lie inside the bounds of every group above them. Off only
   // where insertion before a drawable may leave an open group's tight bounds
