@@ -720,6 +720,29 @@ std::uint32_t GroupIndex::interior_between(std::uint32_t from, std::uint32_t to)
 // Checks
 // ---------------------------------------------------------------------------
 
+std::size_t GroupIndex::blocks_below(const Group* g) {
+  if (g->contains_drawables()) return 0;
+  std::size_t n = 0;
+  if (const GroupIndex* index = g->index_slot() ? lookup(g) : nullptr) {
+    auto held = [&](const void* p) { n += p != nullptr; };
+    held(index);
+    held(index->kids_);
+    held(index->interior_);
+    held(index->packed_);
+    held(index->packed_boxes_);
+    held(index->outside_);
+    held(index->scratch_);
+    held(index->bits_);
+    for (int l = 0; l < kMaxLevels; ++l) {
+      held(index->offsets_[l]);
+      held(index->heads_[l]);
+      held(index->recent_[l]);
+    }
+  }
+  for (const Group* c = g->first_group(); c; c = c->sibling) n += blocks_below(c);
+  return n;
+}
+
 std::string GroupIndex::problems(const Group* g) {
   const std::uint32_t slot = slot_of(g);
   if (slot == 0 || g->contains_drawables()) return {};

@@ -157,6 +157,10 @@ class GroupIndex {
   // Unlinks the indexed child of ordinal `o` from `g`.
   void unlink_at(Group* g, std::uint32_t o);
 
+  // The heap blocks that the indexes of `g` and of the groups below it hold:
+  // for a check that accounts for every block of a list's heap.
+  static std::size_t blocks_below(const Group* g);
+
   // A line for each way in which the index disagrees with its group; empty
   // when sound. For the tree checker.
   static std::string problems(const Group* g);

@@ -13,6 +13,7 @@
 #include "backends/recording/recording.h"
 #include "backends/recording/recording_text.h"
 #include "displaylist/display_list.h"
+#include "displaylist/group_index.h"
 #include "drawables/dot.h"
 #include "drawables/image.h"
 #include "drawables/polything.h"
@@ -117,6 +118,10 @@ class Run {
     list_.interrupt_callback = [](void* self) { return static_cast<Run*>(self)->go_on(); };
     list_.interrupt_user_data = this;
     center_ = static_cast<WorldCoord>(in_.word());
+    // Wide groups get their index early, so that small trees have indexes to
+    // be checked against the plain walks.
+    GroupIndexSettings::set_threshold(2 + static_cast<int>(in_.pick(8)));
+    GroupIndexSettings::set_enabled(true);
   }
 
   ~Run() {
@@ -1069,7 +1074,8 @@ class Run {
     if (!problems.empty()) return fail("tree: " + problems.front());
     const test::GroupCounts groups = test::count_groups(list_.root);
     const std::size_t blocks =
-        model_.size() + static_cast<std::size_t>(groups.interior + groups.bottom + groups.open);
+        model_.size() + static_cast<std::size_t>(groups.interior + groups.bottom + groups.open) +
+        GroupIndex::blocks_below(list_.root);
     if (ZP_HeapStatistics(heap_).live_blocks != blocks)
       fail("the list's heap holds blocks that are neither drawables nor groups");
   }
@@ -1113,6 +1119,46 @@ class Run {
           !std::binary_search(reverse_bounded.begin(), reverse_bounded.end(), p))
         return fail("a bounded walk missed a drawable that overlaps its rectangle");
     }
+    compare_indexed_walks(r);
+  }
+
+  // The walks by rectangle with the indexes of wide groups used and not: the
+  // same calls, the same interruptions, the same drawables. Each is run after
+  // one plain walk of the same kind, since a nested list keeps the view of the
+  // draw before when its region's view is refused.
+  void compare_indexed_walks(const WorldBounds& r) {
+    WorldBounds inner = r;
+    inner.intersect(list_.world_bounds);
+    const std::uint32_t pattern = interrupt_pattern_;
+    auto walks = [&] {
+      std::vector<std::string> out;
+      renderer_->clear();
+      list_.root->draw_bounded(list_, inner, r);
+      out = renderer_->trace();
+      renderer_->clear();
+      interrupt_pattern_ = pattern;
+      interrupt_bit_ = 0;
+      const int counter = list_.interrupt_counter;
+      out.push_back(list_.root->draw_bounded_interrupt(list_, inner, r) ? "ran" : "stopped");
+      out.push_back(std::to_string(list_.interrupt_counter));
+      list_.interrupt_counter = counter;
+      for (const std::string& line : renderer_->trace()) out.push_back(line);
+      renderer_->clear();
+      std::ostringstream drawables;
+      for (Drawable* d : DisplayListBoundedIterator(&list_, r)) drawables << d << ' ';
+      drawables << "| ";
+      for (Drawable* d : DisplayListReverseIterator(&list_, r)) drawables << d << ' ';
+      out.push_back(drawables.str());
+      return out;
+    };
+    GroupIndexSettings::set_enabled(false);
+    walks();
+    const std::vector<std::string> plain = walks();
+    GroupIndexSettings::set_enabled(true);
+    const std::vector<std::string> indexed = walks();
+    interrupt_pattern_ = pattern;
+    if (plain != indexed)
+      fail("a walk through the indexes of wide groups differs from the plain walk");
   }
 
   // Every nested list is a sound tree, the shared ones in their model's order,
