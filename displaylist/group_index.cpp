@@ -182,6 +182,7 @@ void GroupIndex::destroy() {
     if (p) ZP_ReleaseMemory(p);
   };
   release(kids_);
+  release(rects_);
   release(interior_);
   release(packed_);
   release(packed_boxes_);
@@ -245,10 +246,12 @@ void GroupIndex::child_linked(Group* g, ZephalHeap* heap) {
         if (index->add_kid(c)) index->place(index->count_ - 1, c->bounds);
       index->rest_ = last;
       index->seen_last_ = last;
-      // Rebuilt when half as many again have come: the recent part's chains cost
-      // a query more than the packed part, and this keeps it to a third.
-      if (index->count_ >= index->built_ + index->built_ / 2 ||
-          index->outside_count_ > 32 + index->count_ / 8 || index->dead_ > index->count_ / 2)
+      // Rebuilt when the children have doubled: each child is then packed
+      // about twice in all. (At half as many again, queries gain a little, as
+      // the recent part's chains cost more than the packed part, but indexing
+      // costs twice as much.)
+      if (index->count_ >= 2 * index->built_ || index->outside_count_ > 32 + index->count_ / 8 ||
+          index->dead_ > index->count_ / 2)
         index->rebuild();
     }
     if (index->failed_) drop(g);
@@ -265,11 +268,13 @@ void GroupIndex::child_linked(Group* g, ZephalHeap* heap) {
 // Gives `c` the next ordinal; false (and `failed_`) when memory ran out.
 bool GroupIndex::add_kid(Group* c) {
   if (count_ == capacity_) {
-    std::uint32_t kid_capacity = capacity_;
+    std::uint32_t kid_capacity = capacity_, rect_capacity = capacity_;
     grow(kids_, count_, kid_capacity, count_ + 1);
+    grow(rects_, count_, rect_capacity, count_ + 1);
     std::uint32_t words = (capacity_ + 63) / 64;
     grow(interior_, words, words, (kid_capacity + 63) / 64);
-    if (kid_capacity == capacity_ || words < (kid_capacity + 63) / 64) {
+    if (kid_capacity == capacity_ || rect_capacity < kid_capacity ||
+        words < (kid_capacity + 63) / 64) {
       failed_ = true;
       return false;
     }
@@ -278,6 +283,7 @@ bool GroupIndex::add_kid(Group* c) {
   const std::uint32_t o = count_++;
   if (o % 64 == 0) interior_[o / 64] = 0;
   kids_[o] = reinterpret_cast<std::uintptr_t>(c);
+  rects_[o] = c->bounds;
   if (!c->contains_drawables()) {
     interior_[o / 64] |= std::uint64_t{1} << (o % 64);
     ++interior_live_;
@@ -386,7 +392,10 @@ void GroupIndex::rebuild() {
   if (dead_) {
     std::uint32_t n = 0;
     for (std::uint32_t o = 0; o < count_; ++o)
-      if (!(kids_[o] & 1u)) kids_[n++] = kids_[o];
+      if (!(kids_[o] & 1u)) {
+        rects_[n] = rects_[o];
+        kids_[n++] = kids_[o];
+      }
     count_ = n;
     dead_ = 0;
     interior_live_ = 0;
@@ -407,14 +416,14 @@ void GroupIndex::rebuild() {
   top_ = -1;
   auto all_outside = [&] {
     top_ = -1;
-    for (std::uint32_t o = 0; o < count_; ++o) place(o, kid(o)->bounds);
+    for (std::uint32_t o = 0; o < count_; ++o) place(o, rects_[o]);
   };
 
   // The extent of the proper rectangles.
   WorldBounds extent = WorldBounds::empty();
   std::uint32_t boxes = 0;
   for (std::uint32_t o = 0; o < count_; ++o) {
-    const WorldBounds& b = kid(o)->bounds;
+    const WorldBounds& b = rects_[o];
     if (!proper(b)) continue;
     extent.merge(b);
     ++boxes;
@@ -434,7 +443,7 @@ void GroupIndex::rebuild() {
   std::uint32_t placed = 0;
   for (std::uint32_t o = 0; o < count_; ++o) {
     std::uint32_t level, bucket;
-    if (!bucket_of(kid(o)->bounds, level, bucket, true)) continue;
+    if (!bucket_of(rects_[o], level, bucket, true)) continue;
     offsets_[level][bucket + 1] += 1;
     ++placed;
   }
@@ -460,7 +469,7 @@ void GroupIndex::rebuild() {
   // bucket's start serves as its write position, which ends at the next
   // bucket's start; the offsets then move back by one bucket.
   for (std::uint32_t o = 0; o < count_; ++o) {
-    const WorldBounds& b = kid(o)->bounds;
+    const WorldBounds& b = rects_[o];
     std::uint32_t level, bucket;
     if (!bucket_of(b, level, bucket, false)) {
       place(o, WorldBounds::empty());  // outside
@@ -583,6 +592,7 @@ void GroupIndex::child_grown(Group* g, Group* c, const WorldBounds& old_bounds) 
   if (!index || c == index->rest_) return;  // not indexed
   std::uint32_t o;
   if (!index->find(c, old_bounds, o)) return;
+  index->rects_[o].merge(c->bounds);
   // The old place stays (a query drops the repeat); outside, it is found
   // whatever its rectangle.
   index->grow(index->outside_, index->outside_count_, index->outside_capacity_,
@@ -727,6 +737,7 @@ std::size_t GroupIndex::blocks_below(const Group* g) {
     auto held = [&](const void* p) { n += p != nullptr; };
     held(index);
     held(index->kids_);
+    held(index->rects_);
     held(index->interior_);
     held(index->packed_);
     held(index->packed_boxes_);

@@ -29,13 +29,15 @@
 // large as the child). A query returns a superset of the children that can
 // pass the walk's own tests; the walk then tests each one as it always did.
 //
-// Cost, per indexed child: 8 bytes in `kids`, 12 in the packed part (ordinal
+// Cost, per indexed child: 8 bytes in `kids` and 16 in `rects` (what the
+// index holds for it, which a rebuild streams instead of visiting every
+// child), 12 in the packed part (ordinal
 // and a 16-bit-per-side copy of its rectangle, so a query filters without
 // touching the children), under 1 for the buckets' offsets, and while the
 // child is recent 16 for its entry and chain link; two bits for the interrupt
 // walks and the ordering bitmap. Indexing a child is amortised constant time:
-// the packed part is rebuilt (a counting sort, reading each child's rectangle
-// twice, in allocation order) when half as many children again have come. A
+// the packed part is rebuilt (a counting sort over `rects`) when the number of
+// children has doubled. A
 // query costs the buckets it covers and the entries in them, plus a sort of
 // the candidates (a bitmap over the ordinals when they are many).
 //
@@ -206,6 +208,9 @@ class GroupIndex {
   // By ordinal: the child, or once removed (s << 1) | 1 where s - 1 is an
   // ordinal at or before which the live child before it lies (0: none).
   std::uintptr_t* kids_ = nullptr;
+  // By ordinal: the rectangle the index holds for the child, its bounds when
+  // it was indexed, grown with them; rebuilds read these, not the children.
+  WorldBounds* rects_ = nullptr;
   std::uint64_t* interior_ = nullptr;  // a bit per ordinal: a live interior child
   Group* rest_ = nullptr;              // first child not indexed
   Group* seen_last_ = nullptr;         // the group's last child as the index knows it
