@@ -31,15 +31,15 @@
 //
 // Cost, per indexed child: 8 bytes in `kids` and 16 in `rects` (what the
 // index holds for it, which a rebuild streams instead of visiting every
-// child), 12 in the packed part (ordinal
-// and a 16-bit-per-side copy of its rectangle, so a query filters without
-// touching the children), under 1 for the buckets' offsets, and while the
-// child is recent 16 for its entry and chain link; two bits for the interrupt
-// walks and the ordering bitmap. Indexing a child is amortised constant time:
-// the packed part is rebuilt (a counting sort over `rects`) when the number of
-// children has doubled. A
-// query costs the buckets it covers and the entries in them, plus a sort of
-// the candidates (a bitmap over the ordinals when they are many).
+// child), 12 in the packed part (its ordinal and a 16-bit-per-side copy of its
+// rectangle, so a query filters without touching the children), under 1 for
+// the buckets' offsets, and while the child is recent 16 for its entry and
+// chain link; two bits for the interrupt walks and the ordering bitmap. The
+// arrays keep room to grow by half. Indexing a child is amortised constant
+// time: the packed part is rebuilt (a counting sort over `rects`) when the
+// number of children has doubled. A query costs the buckets it covers and the
+// entries in them, plus a sort of the candidates (a bitmap over the ordinals
+// when they are many).
 //
 // A group gets an index when it reaches `GroupIndexSettings::threshold`
 // children; the slot of its index is kept in the second half of the word that
