@@ -246,12 +246,11 @@ void GroupIndex::child_linked(Group* g, ZephalHeap* heap) {
         if (index->add_kid(c)) index->place(index->count_ - 1, c->bounds);
       index->rest_ = last;
       index->seen_last_ = last;
-      // Rebuilt when the children have doubled: each child is then packed
-      // about twice in all. (At half as many again, queries gain a little, as
-      // the recent part's chains cost more than the packed part, but indexing
-      // costs twice as much.)
-      if (index->count_ >= 2 * index->built_ || index->outside_count_ > 32 + index->count_ / 8 ||
-          index->dead_ > index->count_ / 2)
+      // Rebuilt when half as many children again have come: the recent part's
+      // chains cost a query more than the packed part, and this keeps it to a
+      // third of the entries (at a doubling, a window cost twice as much).
+      if (index->count_ >= index->built_ + index->built_ / 2 ||
+          index->outside_count_ > 32 + index->count_ / 8 || index->dead_ > index->count_ / 2)
         index->rebuild();
     }
     if (index->failed_) drop(g);

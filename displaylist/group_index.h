@@ -36,8 +36,8 @@
 // the buckets' offsets, and while the child is recent 16 for its entry and
 // chain link; two bits for the interrupt walks and the ordering bitmap. The
 // arrays keep room to grow by half. Indexing a child is amortised constant
-// time: the packed part is rebuilt (a counting sort over `rects`) when the
-// number of children has doubled. A query costs the buckets it covers and the
+// time: the packed part is rebuilt (a counting sort over `rects`) when half as
+// many children again have come. A query costs the buckets it covers and the
 // entries in them, plus a sort of the candidates (a bitmap over the ordinals
 // when they are many).
 //
