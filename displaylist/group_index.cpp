@@ -339,6 +339,18 @@ bool GroupIndex::bucket_of(const WorldBounds& b, std::uint32_t& level, std::uint
   return true;
 }
 
+// The buckets of level `l` that may hold a rectangle meeting [x0, x1] x
+// [y0, y1] (grid offsets): a rectangle sits in the bucket of its lower corner
+// and reaches at most `reach_` beyond it. Empty when bx0 > bx1 or by0 > by1.
+GroupIndex::BucketRange GroupIndex::buckets_meeting(int l, std::uint64_t x0, std::uint64_t y0,
+                                                    std::uint64_t x1, std::uint64_t y1) const {
+  const int shift = shift0_ + l;
+  const std::uint64_t dims = std::uint64_t{1} << (top_ - l);
+  const std::uint64_t reach = reach_[l];
+  return {dims, (x0 > reach ? x0 - reach : 0) >> shift, (y0 > reach ? y0 - reach : 0) >> shift,
+          std::min(x1 >> shift, dims - 1), std::min(y1 >> shift, dims - 1)};
+}
+
 // The finest level whose buckets are at least `extent` wide.
 int GroupIndex::level_for(std::uint64_t extent) const {
   if (extent <= (std::uint64_t{1} << shift0_)) return 0;
@@ -507,16 +519,10 @@ bool GroupIndex::find(const Group* c, const WorldBounds& b, std::uint32_t& ordin
     const std::uint64_t y0 = b.min.y >= origin_y_ ? offset(b.min.y, origin_y_) : 0;
     for (int l = 0; l <= top_; ++l) {
       if (!offsets_used_[l] && !heads_used_[l]) continue;
-      const int shift = shift0_ + l;
-      const std::uint64_t dims = std::uint64_t{1} << (top_ - l);
-      const std::uint64_t reach = reach_[l];
-      const std::uint64_t bx0 = (x0 > reach ? x0 - reach : 0) >> shift;
-      const std::uint64_t by0 = (y0 > reach ? y0 - reach : 0) >> shift;
-      const std::uint64_t bx1 = std::min(x1 >> shift, dims - 1);
-      const std::uint64_t by1 = std::min(y1 >> shift, dims - 1);
-      for (std::uint64_t by = by0; by <= by1; ++by)
-        for (std::uint64_t bx = bx0; bx <= bx1; ++bx) {
-          const std::size_t bucket = by * dims + bx;
+      const BucketRange r = buckets_meeting(l, x0, y0, x1, y1);
+      for (std::uint64_t by = r.by0; by <= r.by1; ++by)
+        for (std::uint64_t bx = r.bx0; bx <= r.bx1; ++bx) {
+          const std::size_t bucket = by * r.dims + bx;
           if (offsets_used_[l])
             for (std::uint32_t i = offsets_[l][bucket]; i < offsets_[l][bucket + 1]; ++i)
               if (hit(packed_[i])) return true;
@@ -647,16 +653,9 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
     };
     for (int l = 0; l <= top_; ++l) {
       if (!offsets_used_[l] && !heads_used_[l]) continue;
-      const int shift = shift0_ + l;
-      const std::uint64_t dims = std::uint64_t{1} << (top_ - l);
-      // A rectangle sits in the bucket of its lower corner and reaches at most
-      // `reach_` beyond it.
-      const std::uint64_t reach = reach_[l];
-      const std::uint64_t bx0 = (x0 > reach ? x0 - reach : 0) >> shift;
-      const std::uint64_t by0 = (y0 > reach ? y0 - reach : 0) >> shift;
-      if (bx0 >= dims || by0 >= dims) continue;
-      const std::uint64_t bx1 = std::min(x1 >> shift, dims - 1);
-      const std::uint64_t by1 = std::min(y1 >> shift, dims - 1);
+      const BucketRange r = buckets_meeting(l, x0, y0, x1, y1);
+      if (r.bx0 > r.bx1 || r.by0 > r.by1) continue;
+      const std::uint64_t dims = r.dims, bx0 = r.bx0, by0 = r.by0, bx1 = r.bx1, by1 = r.by1;
       if (const std::uint32_t* off = offsets_used_[l] ? offsets_[l] : nullptr)
         for (std::uint64_t by = by0; by <= by1; ++by) {
           const std::size_t row = by * dims;

@@ -176,6 +176,11 @@ class GroupIndex {
   bool add_kid(Group* c);
   void place(std::uint32_t ordinal, const WorldBounds& b);
   int level_for(std::uint64_t extent) const;
+  struct BucketRange {
+    std::uint64_t dims, bx0, by0, bx1, by1;
+  };
+  BucketRange buckets_meeting(int level, std::uint64_t x0, std::uint64_t y0, std::uint64_t x1,
+                              std::uint64_t y1) const;
   std::uint64_t box_of(std::uint64_t x0, std::uint64_t y0, std::uint64_t x1,
                        std::uint64_t y1) const;
   void rebuild();

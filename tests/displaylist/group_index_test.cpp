@@ -273,6 +273,14 @@ struct Pair {
   }
 };
 
+// Removes `d` by its position: its leaf and the drawable before it.
+void remove_by_position(DL::DisplayList& list, Drawable* d) {
+  Group* leaf = SubEntityIterator(d, d, list.root).group();
+  Drawable* previous = nullptr;
+  for (Drawable* x = leaf->first_drawable(); x != d; x = x->sibling) previous = x;
+  leaf->remove(d, previous);
+}
+
 std::vector<std::uintptr_t> colors(const DL::DisplayList& list) {
   std::vector<std::uintptr_t> out;
   for (const Drawable* d : DL::test::drawables_in_order(list.root)) out.push_back(d->color.word());
@@ -326,12 +334,7 @@ TEST(GroupIndex, EditsLeaveWhatThePlainTreeLeaves) {
             break;
           }
           case 4: {  // removal by position
-            Drawable* d = pick();
-            if (!d) break;
-            Group* leaf = SubEntityIterator(d, d, list.root).group();
-            Drawable* previous = nullptr;
-            for (Drawable* x = leaf->first_drawable(); x != d; x = x->sibling) previous = x;
-            leaf->remove(d, previous);
+            if (Drawable* d = pick()) remove_by_position(list, d);
             break;
           }
           case 5:
@@ -390,24 +393,15 @@ TEST(GroupIndex, AWideGroupEmptiedAndFilledAgainKeepsItsIndexRight) {
   ASSERT_TRUE(DL::test::tree_is_valid(s.list));
   std::vector<const Drawable*> all = DL::test::drawables_in_order(s.list.root);
   // Remove every other drawable by its position, front to back.
-  for (std::size_t i = 0; i < all.size(); i += 2) {
-    Drawable* d = const_cast<Drawable*>(all[i]);
-    Group* leaf = SubEntityIterator(d, d, s.list.root).group();
-    Drawable* previous = nullptr;
-    for (Drawable* x = leaf->first_drawable(); x != d; x = x->sibling) previous = x;
-    leaf->remove(d, previous);
-  }
+  for (std::size_t i = 0; i < all.size(); i += 2)
+    remove_by_position(s.list, const_cast<Drawable*>(all[i]));
   ASSERT_TRUE(DL::test::tree_is_valid(s.list));
   std::vector<const Drawable*> left = DL::test::drawables_in_order(s.list.root);
   ASSERT_EQ(left.size(), all.size() / 2);
   for (std::size_t i = 0; i < left.size(); ++i) EXPECT_EQ(left[i], all[2 * i + 1]);
   // The rest, back to front, then by a rectangle over everything.
   for (std::size_t i = left.size(); i-- > left.size() / 2;) {
-    Drawable* d = const_cast<Drawable*>(left[i]);
-    Group* leaf = SubEntityIterator(d, d, s.list.root).group();
-    Drawable* previous = nullptr;
-    for (Drawable* x = leaf->first_drawable(); x != d; x = x->sibling) previous = x;
-    leaf->remove(d, previous);
+    remove_by_position(s.list, const_cast<Drawable*>(left[i]));
     ASSERT_TRUE(DL::test::tree_is_valid(s.list));
   }
   s.list.root->remove_bounded(WorldBounds::everything());
