@@ -73,6 +73,10 @@ class SpinLock {
 };
 
 // Header of a block larger than kZephalSmallLimit, just before the block.
+// Blocks from 1 MiB up are mapped on their own, in whole huge pages marked for
+// transparent huge pages (a growing index or image would otherwise fault its
+// memory in 4 KiB at a time, a few microseconds each on a virtual machine);
+// smaller ones come from malloc.
 struct LargeHeader {
   ZephalHeap* heap;
   std::size_t size;
@@ -80,6 +84,33 @@ struct LargeHeader {
   LargeHeader* next;
 };
 static_assert(sizeof(LargeHeader) % 16 == 0);
+
+constexpr std::size_t kMappedFrom = std::size_t{1} << 20;
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+
+// The bytes mapped for a block of `size` from kMappedFrom up, header included.
+std::size_t mapped_bytes(std::size_t size) {
+  return (sizeof(LargeHeader) + size + kHugePage - 1) & ~(kHugePage - 1);
+}
+
+LargeHeader* allocate_large(std::size_t size) {
+  if (size < kMappedFrom) return static_cast<LargeHeader*>(std::malloc(sizeof(LargeHeader) + size));
+  if (size > SIZE_MAX - sizeof(LargeHeader) - kHugePage) return nullptr;
+  void* p = mmap(nullptr, mapped_bytes(size), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
+                 -1, 0);
+  if (p == MAP_FAILED) return nullptr;
+#ifdef MADV_HUGEPAGE
+  madvise(p, mapped_bytes(size), MADV_HUGEPAGE);  // a hint: refused or ignored is fine
+#endif
+  return static_cast<LargeHeader*>(p);
+}
+
+void release_large(LargeHeader* header) {
+  if (header->size < kMappedFrom)
+    std::free(header);
+  else
+    munmap(header, mapped_bytes(header->size));
+}
 
 // Header at the start of every chunk.
 struct Chunk {
@@ -257,7 +288,7 @@ void ZP_DestroyHeap(ZephalHeap* heap) {
   if (!heap || heap->is_default) return;
   for (LargeHeader* h = heap->large; h;) {
     LargeHeader* next = h->next;
-    std::free(h);
+    release_large(h);
     h = next;
   }
   for (Chunk* c = heap->chunks; c;) {
@@ -279,7 +310,7 @@ void* ZP_AllocateMemory(std::size_t size, ZephalHeap* heap) {
   // A size within a header of SIZE_MAX would wrap to a tiny block: refuse it as
   // the C library refuses any size it cannot give.
   if (size > SIZE_MAX - sizeof(LargeHeader)) return nullptr;
-  auto* header = static_cast<LargeHeader*>(std::malloc(sizeof(LargeHeader) + size));
+  LargeHeader* header = allocate_large(size);
   if (!header) return nullptr;
   header->heap = &h;
   header->size = size;
@@ -321,7 +352,7 @@ void ZP_ReleaseMemory(void* block) {
     h.live_blocks -= 1;
     h.live_bytes -= header->size;
   }
-  std::free(header);
+  release_large(header);
 }
 
 ZephalHeapStatistics ZP_HeapStatistics(const ZephalHeap* heap) {
