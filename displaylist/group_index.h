@@ -128,7 +128,6 @@ class GroupIndex {
   // Live interior children among ordinals [from, to): the polls an
   // interruptible walk makes on children it skips.
   std::uint32_t interior_between(std::uint32_t from, std::uint32_t to) const;
-  bool has_interior() const { return interior_live_ != 0; }
 
   // Calls `f` on each child of `g` (this index's group) that may pass `q`, in
   // list order: the candidates, then the children not indexed; `skip(n)` is
@@ -257,7 +256,6 @@ class GroupIndex {
   bool offsets_used_[kMaxLevels] = {};
   bool heads_used_[kMaxLevels] = {};
 
-  friend struct GroupIndexTest;
 };
 
 template <bool kCountSkips, class F, class S>
