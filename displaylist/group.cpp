@@ -243,10 +243,7 @@ Group* Group::empty_child_notify(Group* child) {
         c = c->sibling;
       }
       if (!c) return nullptr;
-      if (g->first_child == child) g->first_child = child->sibling;
-      if (g->last_child == child) g->last_child = previous;
-      if (previous) previous->sibling = child->sibling;
-      child->sibling = nullptr;
+      group_detail::unlink_child(g, child, previous);
     }
     child->destroy();
     if (g->first_child || !g->parent) return g;

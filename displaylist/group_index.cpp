@@ -9,6 +9,7 @@
 #include <new>
 #include <string>
 
+#include "displaylist/group_p.h"
 #include "foundation/assert.h"
 #include "foundation/zephal.h"
 
@@ -583,12 +584,7 @@ void GroupIndex::unlink_at(Group* g, std::uint32_t o) {
 // Takes `c`, whose predecessor is `previous` (null: the first), out of the
 // chain of `g`.
 void GroupIndex::unlink_after(Group* g, Group* c, Group* previous) {
-  if (previous)
-    previous->sibling = c->sibling;
-  else
-    g->first_child = c->sibling;
-  if (g->last_child == c) g->last_child = previous;
-  c->sibling = nullptr;
+  group_detail::unlink_child(g, c, previous);
   seen_last_ = g->last_group();
 }
 

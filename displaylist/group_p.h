@@ -200,6 +200,18 @@ inline bool lifted(DisplayList& list, F walk) {
   return done;
 }
 
+// Takes child group `c`, whose predecessor is `previous` (null: the first),
+// out of the chain of `g`, keeping first_child and last_child right. Does not
+// destroy it and does not tell an index: the callers do.
+inline void unlink_child(Group* g, Group* c, Group* previous) {
+  if (previous)
+    previous->sibling = c->sibling;
+  else
+    g->first_child = c->sibling;
+  if (g->last_child == c) g->last_child = previous;
+  c->sibling = nullptr;
+}
+
 // Tells the list's selector which drawable is about to draw. The selector is
 // held by a counted reference for the moment of the write.
 inline void mark_selected(DisplayList& list, Drawable* d) {

@@ -10,6 +10,7 @@
 // group's `bounds` keep covering what remains, only larger than they could be.
 #include "displaylist/display_list.h"
 #include "displaylist/group_index.h"
+#include "displaylist/group_p.h"
 #include "displaylist/group_remove_p.h"
 #include "drawables/drawable.h"
 #include "foundation/assert.h"
@@ -31,12 +32,7 @@ static void unlink_drawable(Group* g, Drawable* d, Drawable* previous) {
 // Unlinks the child group `c`, whose predecessor is `previous`, and destroys it
 // with its subtree.
 static void unlink_group(Group* g, Group* c, Group* previous) {
-  if (previous)
-    previous->sibling = c->sibling;
-  else
-    g->first_child = c->sibling;
-  if (g->last_child == c) g->last_child = previous;
-  c->sibling = nullptr;
+  group_detail::unlink_child(g, c, previous);
   c->destroy();
 }
 
