@@ -479,6 +479,8 @@ void CairoRenderer::forget_clip() {
   cairo_reset_clip(cr_);
   clip_has_rect_ = false;
   clip_contours_.clear();
+  clip_outer_.clear();
+  clip_nothing_ = false;
   cairo_matrix_t m;
   if (orientation_ == DeviceOrientation::y_up)
     cairo_matrix_init(&m, 1, 0, 0, -1, 0.5, height_ - 0.5);
@@ -487,6 +489,22 @@ void CairoRenderer::forget_clip() {
   cairo_set_matrix(cr_, &m);
 }
 
+namespace {
+
+// Adds the contours of `set` to the path, shifted by `origin`.
+void add_contours(cairo_t* cr, const ZR_Contour_Set_Data& set, double ox = 0, double oy = 0) {
+  std::vector<P> poly;
+  const ZR_Point* point = set.contour_points;
+  for (int i = 0; i < set.contour_count; ++i) {
+    poly.clear();
+    for (int k = 0; k < set.contour_sizes[i]; ++k, ++point)
+      poly.push_back({ox + point->x, oy + point->y});
+    add_polygon(cr, poly);
+  }
+}
+
+}  // namespace
+
 void CairoRenderer::use_clip(ZR_Rendition* rendition, bool clipped) {
   const ZR_Rendition_Data* data = rendition ? rendition->get() : nullptr;
   const bool want_rect =
@@ -494,10 +512,19 @@ void CairoRenderer::use_clip(ZR_Rendition* rendition, bool clipped) {
       !(data->hard_clip.x_min == INT32_MIN && data->hard_clip.x_max == INT32_MAX &&
         data->hard_clip.y_min == INT32_MIN && data->hard_clip.y_max == INT32_MAX);
   ZR_Contour_Set_Data* contours = data ? data->complex_clip.get() : nullptr;
+  const OuterClip::Reach reach = outer_clip_.reach(rendition, 4 + weight_of(rendition));
+  ZR_Contour_Set_Data* outer = reach == OuterClip::Reach::cut ? outer_clip_.contours() : nullptr;
+  const bool nothing = reach == OuterClip::Reach::skip;
   if (want_rect == clip_has_rect_ && (!want_rect || data->hard_clip == clip_rect_) &&
-      contours == clip_contours_.get())
+      contours == clip_contours_.get() && outer == clip_outer_.get() && nothing == clip_nothing_)
     return;
   forget_clip();
+  if (nothing) {
+    cairo_rectangle(cr_, 0, 0, 0, 0);  // an empty rectangle: nothing shows
+    cairo_clip(cr_);
+    clip_nothing_ = true;
+    return;
+  }
   if (want_rect) {
     const ZR_Int_Rectangle& h = data->hard_clip;
     auto lo = [](int v) { return std::clamp(v - 0.5, -kGuard, kGuard); };
@@ -513,17 +540,16 @@ void CairoRenderer::use_clip(ZR_Rendition* rendition, bool clipped) {
     clip_rect_ = h;
   }
   if (contours) {
-    std::vector<P> poly;
-    const ZR_Point* point = contours->contour_points;
-    for (int i = 0; i < contours->contour_count; ++i) {
-      poly.clear();
-      for (int k = 0; k < contours->contour_sizes[i]; ++k, ++point)
-        poly.push_back({double(point->x), double(point->y)});
-      add_polygon(cr_, poly);
-    }
+    add_contours(cr_, *contours);
     cairo_set_fill_rule(cr_, CAIRO_FILL_RULE_EVEN_ODD);
     cairo_clip(cr_);
     clip_contours_ = data->complex_clip;
+  }
+  if (outer) {
+    add_contours(cr_, *outer);
+    cairo_set_fill_rule(cr_, CAIRO_FILL_RULE_EVEN_ODD);
+    cairo_clip(cr_);
+    clip_outer_ = ZR_Contour_Set(outer_clip_.contours());
   }
 }
 
@@ -575,6 +601,14 @@ bool CairoRenderer::direct_dot(ZR_Rendition* rendition, bool clipped, const ZR_D
                                const ZR_RGB32* color) {
   const ZR_Rendition_Data* data = rendition ? rendition->get() : nullptr;
   if (data && data->complex_clip.get()) return false;
+  switch (outer_clip_.reach(rendition, 0)) {
+    case OuterClip::Reach::none:
+      break;
+    case OuterClip::Reach::skip:
+      return true;
+    case OuterClip::Reach::cut:
+      return false;
+  }
   if (!direct_target_ && !open_direct()) return false;
   if (clipped && data) {
     const ZR_Int_Rectangle& h = data->hard_clip;
@@ -601,14 +635,7 @@ void CairoRenderer::paint_contours(ZR_Rendition* rendition, const ZR_Point& orig
   flush_direct();
   use_clip(rendition, clipped);
   set_color(rendition, color);
-  std::vector<P> poly;
-  const ZR_Point* point = glyphs.contour_points;
-  for (int i = 0; i < glyphs.contour_count; ++i) {
-    poly.clear();
-    for (int k = 0; k < glyphs.contour_sizes[i]; ++k, ++point)
-      poly.push_back({double(origin.x) + point->x, double(origin.y) + point->y});
-    add_polygon(cr_, poly);
-  }
+  add_contours(cr_, glyphs, origin.x, origin.y);
   cairo_set_fill_rule(cr_, CAIRO_FILL_RULE_EVEN_ODD);
   cairo_fill(cr_);
 }

@@ -45,6 +45,10 @@
 //   groups wholly outside, so cairo only clips the groups that cross its edge.
 //   The picture is the same either way. The clip last set on the context is
 //   remembered, so a run of draws under one clip sets it once.
+// - Nested lists: after `set_outer_clip_source(&list.rendition)`, entries
+//   drawn under any other rendition (the lists nested in `list`) are also cut
+//   to the complex clip `list.rendition` carries at that moment (see
+//   backends/cairo/outer_clip.h), so a clip holds for blocks and symbols.
 // - Direct dots. A dot costs cairo 0.2 to 1 microsecond (a source pattern, a path, a
 //   clip and a fill for one pixel), which makes a view of 1e5 dots miss an
 //   interactive frame. So when the context's target is an image
@@ -69,6 +73,7 @@
 #include <string>
 
 #include "backends/cairo/contour_painter.h"
+#include "backends/cairo/outer_clip.h"
 #include "foundation/rendering.h"
 
 namespace DL {
@@ -89,6 +94,11 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
 
   // Whether the device itself clips to the rendition's complex clip.
   void set_complex_clip_supported(bool on) { options.complex_clip = on; }
+
+  // The rendition of the list being drawn, whose complex clip cuts what the
+  // lists nested in it draw; null (the default) for none. Not owned: it must
+  // outlive the draws made while it is set.
+  void set_outer_clip_source(const ZR_Rendition* source) { outer_clip_.set_source(source); }
 
   // The hook for text: fills `glyphs` (contours in device units around
   // `origin`, read even-odd, y growing as device y does) in `color`, or the
@@ -120,8 +130,8 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
  private:
   friend struct Access;
 
-  // Installs the clip an entry needs: the hard clip when `clipped`, and the
-  // complex clip when supported and present.
+  // Installs the clip an entry needs: the hard clip when `clipped`, the
+  // rendition's complex clip when present, and the outer clip where it reaches.
   void use_clip(ZR_Rendition* rendition, bool clipped);
   void set_color(ZR_Rendition* rendition, const ZR_RGB32* color);
   // Writes a dot straight into the target when it may (see the file comment);
@@ -139,6 +149,11 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   bool clip_has_rect_ = false;
   ZR_Int_Rectangle clip_rect_{};
   ZR_Contour_Set clip_contours_;  // held, so its address cannot be reused meanwhile
+  // The outer clip on the context: its contours, or `clip_nothing_` when the
+  // entry lies wholly outside it.
+  ZR_Contour_Set clip_outer_;
+  bool clip_nothing_ = false;
+  OuterClip outer_clip_;
   bool direct_dots_on_ = true;
   long long direct_dots_ = 0;  // dots written straight into a target so far
   // The run of direct dots: the target and its pixels while one is open

@@ -274,35 +274,49 @@ DraftRenderer::Box DraftRenderer::box_for(ZR_Rendition* rendition, bool clipped)
     b.y0 = std::max(b.y0, r0);
     b.y1 = std::min(b.y1, r1);
   }
-  const ZR_Contour_Set_Data* set = data->complex_clip.get();
-  if (set) {
-    if (set != clip_set_.get()) {
-      clip_set_ = data->complex_clip;
-      double x0 = INFINITY, x1 = -INFINITY, y0 = INFINITY, y1 = -INFINITY;
-      int total = 0;
-      for (int i = 0; i < set->contour_count; ++i) total += std::max(0, set->contour_sizes[i]);
-      for (int i = 0; i < total; ++i) {
-        const ZR_Point& p = set->contour_points[i];
-        if (!std::isfinite(p.x) || !std::isfinite(p.y)) continue;
-        const Pt q = to_pixel(double(p.x), double(p.y));
-        x0 = std::min(x0, q.x);
-        x1 = std::max(x1, q.x);
-        y0 = std::min(y0, q.y);
-        y1 = std::max(y1, q.y);
-      }
-      constexpr long long kFar = 1LL << 40;
-      if (x0 > x1)
-        clip_box_ = {0, -1, 0, -1};
-      else
-        clip_box_ = {to_index(std::floor(x0), -kFar, kFar), to_index(std::ceil(x1), -kFar, kFar),
-                     to_index(std::floor(y0), -kFar, kFar), to_index(std::ceil(y1), -kFar, kFar)};
-    }
-    b.x0 = std::max(b.x0, clip_box_.x0);
-    b.x1 = std::min(b.x1, clip_box_.x1);
-    b.y0 = std::max(b.y0, clip_box_.y0);
-    b.y1 = std::min(b.y1, clip_box_.y1);
+  auto cut = [&b](const Box& c) {
+    b.x0 = std::max(b.x0, c.x0);
+    b.x1 = std::min(b.x1, c.x1);
+    b.y0 = std::max(b.y0, c.y0);
+    b.y1 = std::min(b.y1, c.y1);
+  };
+  if (data->complex_clip.get()) cut(contour_box(clip_set_, clip_box_, data->complex_clip.get()));
+  const int weight = data->line_attributes ? std::max(1, rendition->line_weight()) : 1;
+  switch (outer_clip_.reach(rendition, 4 + weight)) {
+    case OuterClip::Reach::none:
+      break;
+    case OuterClip::Reach::skip:
+      return {0, -1, 0, -1};
+    case OuterClip::Reach::cut:
+      cut(contour_box(outer_set_, outer_box_, outer_clip_.contours()));
+      break;
   }
   return b;
+}
+
+const DraftRenderer::Box& DraftRenderer::contour_box(ZR_Contour_Set& cached, Box& box,
+                                                     ZR_Contour_Set_Data* set) {
+  if (set == cached.get()) return box;
+  cached = ZR_Contour_Set(set);
+  double x0 = INFINITY, x1 = -INFINITY, y0 = INFINITY, y1 = -INFINITY;
+  int total = 0;
+  for (int i = 0; i < set->contour_count; ++i) total += std::max(0, set->contour_sizes[i]);
+  for (int i = 0; i < total; ++i) {
+    const ZR_Point& p = set->contour_points[i];
+    if (!std::isfinite(p.x) || !std::isfinite(p.y)) continue;
+    const Pt q = to_pixel(double(p.x), double(p.y));
+    x0 = std::min(x0, q.x);
+    x1 = std::max(x1, q.x);
+    y0 = std::min(y0, q.y);
+    y1 = std::max(y1, q.y);
+  }
+  constexpr long long kFar = 1LL << 40;
+  if (x0 > x1)
+    box = {0, -1, 0, -1};
+  else
+    box = {to_index(std::floor(x0), -kFar, kFar), to_index(std::ceil(x1), -kFar, kFar),
+           to_index(std::floor(y0), -kFar, kFar), to_index(std::ceil(y1), -kFar, kFar)};
+  return box;
 }
 
 void DraftRenderer::pixel(const Box& b, double x, double y, std::uint32_t c) {

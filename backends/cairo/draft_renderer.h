@@ -38,7 +38,9 @@
 //   complex clip contours, not to the contours (the library still skips
 //   groups wholly outside them); the exact picture then cuts exactly. The box
 //   is computed once per clip set (the set is held, so its address is not
-//   reused meanwhile).
+//   reused meanwhile). After `set_outer_clip_source`, entries of nested lists
+//   are cut to the box of the outer list's complex clip where they cross it,
+//   and dropped where they lie wholly outside it (backends/cairo/outer_clip.h).
 //
 // The renderer holds a reference on the surface. It flushes it when made and
 // writes its pixels from then on; call `mark_dirty` before cairo reads or
@@ -71,6 +73,10 @@ class DraftRenderer : public ZR_Renderer, public ContourPainter {
   int width() const { return width_; }
   int height() const { return height_; }
   DeviceOrientation orientation() const { return orientation_; }
+
+  // The rendition of the list being drawn, as
+  // `CairoRenderer::set_outer_clip_source`.
+  void set_outer_clip_source(const ZR_Rendition* source) { outer_clip_.set_source(source); }
 
   // Paints every pixel of the surface in `color`, opaque.
   void clear(ZR_RGB32 color);
@@ -109,6 +115,9 @@ class DraftRenderer : public ZR_Renderer, public ContourPainter {
     const ZR_RGB32 c = color ? *color : (rendition && *rendition ? rendition->color() : 0);
     return 0xff000000u | (c & 0xffffffu);
   }
+  // The pixel box around the contours of `set`, kept in `box` for the set
+  // held in `cached`.
+  const Box& contour_box(ZR_Contour_Set& cached, Box& box, ZR_Contour_Set_Data* set);
   Pt to_pixel(const ZR_DCI_Point& p) const;
   Pt to_pixel(double x, double y) const;
 
@@ -130,6 +139,10 @@ class DraftRenderer : public ZR_Renderer, public ContourPainter {
   // The complex clip whose box is cached, and that box (in pixels).
   ZR_Contour_Set clip_set_;
   Box clip_box_{0, -1, 0, -1};
+  // The same for the outer clip (see `set_outer_clip_source`).
+  ZR_Contour_Set outer_set_;
+  Box outer_box_{0, -1, 0, -1};
+  OuterClip outer_clip_;
   // Scratch, kept between calls so that fills do not allocate.
   std::vector<Pt> poly_;
   std::vector<std::size_t> starts_;
