@@ -122,12 +122,18 @@ class ZR_Font : public ZR_Handle<ZR_Font_Data> {
   using ZR_Handle::ZR_Handle;
 };
 
-// Pixels of an image, row by row from the top, `width` by `height`.
+// Pixels of an image, row by row from the top, `width` by `height`, and the
+// extent of the world it covers. The display list hands a renderer only the
+// image's top-left corner; the renderer scales the pixels to `world_width` by
+// `world_height` world units under the view's scale, or paints one device
+// unit per pixel when either is 0.
 class ZR_Image_Data : public ZR_Counted {
  public:
   int width = 0;
   int height = 0;
   std::vector<ZR_RGB32> pixels;
+  double world_width = 0;   // world units the image spans left to right; 0: unknown
+  double world_height = 0;  // world units it spans top to bottom; 0: unknown
 };
 class ZR_Image : public ZR_Handle<ZR_Image_Data> {
  public:

@@ -73,11 +73,8 @@ DemoDrawing::DemoDrawing(ZR_Text_Engine* engine)
     layer->shown = 1;
     layers_[name] = std::move(layer);
   }
-  // The aerial photograph: 48 x 36 pixels of fields and a river. An image is
-  // painted at its own pixel size whatever the zoom, so on a zoomed-out view it
-  // covers more than its world rectangle, and a group that a complex clip let
-  // through whole can carry it up to its size past the clip's edge: small
-  // images keep that small.
+  // The aerial photograph: 48 x 36 pixels of fields and a river, scaled by
+  // the renderer to the world rectangle each copy covers.
   constexpr int kW = 48, kH = 36;
   auto* photo = new ZR_Image_Data;
   photo->width = kW;
@@ -165,6 +162,9 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
   const double cell = std::floor(kSheet / n);
   const double street = cell / 10;  // street width
   extent_ = {{0, 0}, pt(cell * n, cell * n)};
+  // Every photograph covers the same world rectangle (below), at any zoom.
+  photo_.get()->world_width = std::floor(cell * 0.2);
+  photo_.get()->world_height = std::floor(cell * 0.15);
   // The first point of the lower street of block (1, 1): nothing else is near.
   street_point_ = n > 1 ? pt(cell, cell + street / 2) : pt(0, street / 2);
   Random random(options.seed);
@@ -328,7 +328,8 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
       // Now and then an aerial photograph.
       if (index % 397 == 0) {
         const WorldPoint corner = pt(x0 + cell * 0.35, y0 + cell * 0.6);
-        const WorldBounds b{corner, pt(x0 + cell * 0.55, y0 + cell * 0.75)};
+        const WorldBounds b{
+            corner, pt(corner.x + std::floor(cell * 0.2), corner.y + std::floor(cell * 0.15))};
         add(new DL::Image(rgb(0, 0, 0), b, photo_), b, photos);
       }
     }

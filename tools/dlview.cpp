@@ -203,7 +203,7 @@ bool render(DL::DisplayList& list, const std::string& path, int w, int h, Clip c
   if (!canvas) return false;
   canvas->renderer()->set_complex_clip_supported(out.complex_clip_supported);
   // The clip holds for the nested lists (blocks) too.
-  canvas->renderer()->set_outer_clip_source(&list.rendition);
+  canvas->renderer()->set_outer_list(&list);
   list.set_renderer(canvas->renderer());
   list.complex_clip_supported = out.complex_clip_supported;
   list.set_screen_bounds({{0, 0}, {w - 1, h - 1}});
@@ -222,7 +222,7 @@ bool render(DL::DisplayList& list, const std::string& path, int w, int h, Clip c
   out.painter->set_renderer(nullptr);
   list.rendition.set_complex_clip(nullptr, false);
   list.set_renderer(nullptr);
-  canvas->renderer()->set_outer_clip_source(nullptr);
+  canvas->renderer()->set_outer_list(nullptr);
   return canvas->finish(&error);
 }
 

@@ -103,6 +103,7 @@ const Drawable* CairoPicker::pick(DisplayList& list, int x, int y, int tolerance
   list.set_screen_bounds({{0, 0}, {side - 1, side - 1}});
   list.set_world_bounds(window);
   list.rendition.set_hard_clip({0, side - 1, 0, side - 1}, false);
+  canvas_->renderer()->set_outer_list(&list, false);  // images at their world size
   // Only what the window reaches is drawn: the bounded walk prunes groups
   // (and takes the children of a wide group from its index).
   list.draw_view_bounded_selection(window);

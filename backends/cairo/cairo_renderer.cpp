@@ -403,21 +403,10 @@ struct CairoRenderer::Access {
         data.pixels.size() != static_cast<std::size_t>(data.width) * data.height)
       return;
     if (!inside_guard({double(point->x), double(point->y)})) return;
+    double w, h;
+    self_.outer_view_.image_size(data, w, h);
+    if (!(w > 0) || !(h > 0)) return;
     cairo_t* cr = begin(context, rendition, C, nullptr);
-    cairo_surface_t* pixels =
-        cairo_image_surface_create(CAIRO_FORMAT_RGB24, data.width, data.height);
-    if (cairo_surface_status(pixels) != CAIRO_STATUS_SUCCESS) {
-      cairo_surface_destroy(pixels);
-      return;
-    }
-    cairo_surface_flush(pixels);
-    unsigned char* base = cairo_image_surface_get_data(pixels);
-    const int stride = cairo_image_surface_get_stride(pixels);
-    for (int y = 0; y < data.height; ++y) {
-      auto* row = reinterpret_cast<std::uint32_t*>(base + static_cast<std::ptrdiff_t>(y) * stride);
-      for (int x = 0; x < data.width; ++x) row[x] = data.pixels[y * data.width + x] & 0xffffff;
-    }
-    cairo_surface_mark_dirty(pixels);
     // The top-left pixel corner of the picture, in surface units.
     const double left = point->x;
     const double top = self_.orientation_ == DeviceOrientation::y_up
@@ -425,11 +414,56 @@ struct CairoRenderer::Access {
                            : double(point->y);
     cairo_save(cr);
     cairo_identity_matrix(cr);
-    cairo_set_source_surface(cr, pixels, left, top);
-    cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_NEAREST);
-    cairo_rectangle(cr, left, top, data.width, data.height);
+    // The part the clip shows, and the image pixels under it: only those are
+    // copied, so a deep zoom into a large image costs what the window shows.
+    double cx0, cy0, cx1, cy1;
+    cairo_clip_extents(cr, &cx0, &cy0, &cx1, &cy1);
+    const double vx0 = std::max(left, cx0), vx1 = std::min(left + w, cx1);
+    const double vy0 = std::max(top, cy0), vy1 = std::min(top + h, cy1);
+    const double sx = data.width / w, sy = data.height / h;  // image pixels per surface unit
+    auto index = [](double v, int limit) {
+      return static_cast<int>(std::clamp(v, 0.0, static_cast<double>(limit)));
+    };
+    const int ix0 = index(std::floor((vx0 - left) * sx), data.width);
+    const int ix1 = index(std::ceil((vx1 - left) * sx), data.width);
+    const int iy0 = index(std::floor((vy0 - top) * sy), data.height);
+    const int iy1 = index(std::ceil((vy1 - top) * sy), data.height);
+    if (vx0 >= vx1 || vy0 >= vy1 || ix0 >= ix1 || iy0 >= iy1) {
+      cairo_restore(cr);
+      return;
+    }
+    cairo_surface_t* pixels = cairo_image_surface_create(CAIRO_FORMAT_RGB24, ix1 - ix0, iy1 - iy0);
+    if (cairo_surface_status(pixels) != CAIRO_STATUS_SUCCESS) {
+      cairo_surface_destroy(pixels);
+      cairo_restore(cr);
+      return;
+    }
+    cairo_surface_flush(pixels);
+    unsigned char* base = cairo_image_surface_get_data(pixels);
+    const int stride = cairo_image_surface_get_stride(pixels);
+    for (int y = iy0; y < iy1; ++y) {
+      auto* row =
+          reinterpret_cast<std::uint32_t*>(base + static_cast<std::ptrdiff_t>(y - iy0) * stride);
+      const ZR_RGB32* source = &data.pixels[static_cast<std::size_t>(y) * data.width];
+      for (int x = ix0; x < ix1; ++x) row[x - ix0] = source[x] & 0xffffff;
+    }
+    cairo_surface_mark_dirty(pixels);
+    cairo_pattern_t* pattern = cairo_pattern_create_for_surface(pixels);
+    cairo_matrix_t m;
+    cairo_matrix_init(&m, sx, 0, 0, sy, -sx * left - ix0, -sy * top - iy0);
+    cairo_pattern_set_matrix(pattern, &m);
+    cairo_pattern_set_extend(pattern, CAIRO_EXTEND_PAD);
+    const bool shrunk = w < data.width || h < data.height;
+    const bool crisp = w >= 4.0 * data.width && h >= 4.0 * data.height;
+    const bool exact = w == data.width && h == data.height;
+    cairo_pattern_set_filter(pattern, shrunk           ? CAIRO_FILTER_GOOD
+                                      : crisp || exact ? CAIRO_FILTER_NEAREST
+                                                       : CAIRO_FILTER_BILINEAR);
+    cairo_set_source(cr, pattern);
+    cairo_rectangle(cr, vx0, vy0, vx1 - vx0, vy1 - vy0);
     cairo_fill(cr);
     cairo_restore(cr);
+    cairo_pattern_destroy(pattern);
     cairo_surface_destroy(pixels);
   }
 
@@ -512,9 +546,9 @@ void CairoRenderer::use_clip(ZR_Rendition* rendition, bool clipped) {
       !(data->hard_clip.x_min == INT32_MIN && data->hard_clip.x_max == INT32_MAX &&
         data->hard_clip.y_min == INT32_MIN && data->hard_clip.y_max == INT32_MAX);
   ZR_Contour_Set_Data* contours = data ? data->complex_clip.get() : nullptr;
-  const OuterClip::Reach reach = outer_clip_.reach(rendition, 4 + weight_of(rendition));
-  ZR_Contour_Set_Data* outer = reach == OuterClip::Reach::cut ? outer_clip_.contours() : nullptr;
-  const bool nothing = reach == OuterClip::Reach::skip;
+  const OuterView::Reach reach = outer_view_.reach(rendition, 4 + weight_of(rendition));
+  ZR_Contour_Set_Data* outer = reach == OuterView::Reach::cut ? outer_view_.contours() : nullptr;
+  const bool nothing = reach == OuterView::Reach::skip;
   if (want_rect == clip_has_rect_ && (!want_rect || data->hard_clip == clip_rect_) &&
       contours == clip_contours_.get() && outer == clip_outer_.get() && nothing == clip_nothing_)
     return;
@@ -549,7 +583,7 @@ void CairoRenderer::use_clip(ZR_Rendition* rendition, bool clipped) {
     add_contours(cr_, *outer);
     cairo_set_fill_rule(cr_, CAIRO_FILL_RULE_EVEN_ODD);
     cairo_clip(cr_);
-    clip_outer_ = ZR_Contour_Set(outer_clip_.contours());
+    clip_outer_ = ZR_Contour_Set(outer_view_.contours());
   }
 }
 
@@ -601,12 +635,12 @@ bool CairoRenderer::direct_dot(ZR_Rendition* rendition, bool clipped, const ZR_D
                                const ZR_RGB32* color) {
   const ZR_Rendition_Data* data = rendition ? rendition->get() : nullptr;
   if (data && data->complex_clip.get()) return false;
-  switch (outer_clip_.reach(rendition, 0)) {
-    case OuterClip::Reach::none:
+  switch (outer_view_.reach(rendition, 0)) {
+    case OuterView::Reach::none:
       break;
-    case OuterClip::Reach::skip:
+    case OuterView::Reach::skip:
       return true;
-    case OuterClip::Reach::cut:
+    case OuterView::Reach::cut:
       return false;
   }
   if (!direct_target_ && !open_direct()) return false;

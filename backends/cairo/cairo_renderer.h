@@ -32,8 +32,14 @@
 //   Radii keep their sign (a negative radius mirrors, as a negative scale does).
 //   When a radius is 0 the shape is a segment or a point: an arc strokes it,
 //   a pie strokes it one unit wide, so a collapsed ellipse still shows.
-// - Images: one pixel per image pixel, the image's top-left corner on the
-//   device point (top meaning the picture's top, whatever the orientation).
+// - Images: the image's top-left corner on the device point (top meaning the
+//   picture's top, whatever the orientation), scaled to its world size under
+//   the outer list's scale (see `set_outer_list` and backends/cairo/
+//   outer_view.h), or one pixel per image pixel without them. Shrunk images
+//   are filtered (cairo's GOOD filter, a box filter when shrinking), enlarged
+//   ones interpolated bilinearly up to 4x and shown as crisp pixels beyond.
+//   Only the image pixels the surface shows are copied for cairo, so a deep
+//   zoom into a large image costs what the window shows.
 // - Clips: `_clipped` entries cut to the rendition's hard clip rectangle
 //   (inclusive, whole pixels); `_unclipped` entries cut to nothing but the
 //   surface. Every entry also cuts to the rendition's complex clip contours,
@@ -45,10 +51,10 @@
 //   groups wholly outside, so cairo only clips the groups that cross its edge.
 //   The picture is the same either way. The clip last set on the context is
 //   remembered, so a run of draws under one clip sets it once.
-// - Nested lists: after `set_outer_clip_source(&list.rendition)`, entries
+// - Nested lists: after `set_outer_list(&list)`, entries
 //   drawn under any other rendition (the lists nested in `list`) are also cut
 //   to the complex clip `list.rendition` carries at that moment (see
-//   backends/cairo/outer_clip.h), so a clip holds for blocks and symbols.
+//   backends/cairo/outer_view.h), so a clip holds for blocks and symbols.
 // - Direct dots. A dot costs cairo 0.2 to 1 microsecond (a source pattern, a path, a
 //   clip and a fill for one pixel), which makes a view of 1e5 dots miss an
 //   interactive frame. So when the context's target is an image
@@ -73,7 +79,7 @@
 #include <string>
 
 #include "backends/cairo/contour_painter.h"
-#include "backends/cairo/outer_clip.h"
+#include "backends/cairo/outer_view.h"
 #include "foundation/rendering.h"
 
 namespace DL {
@@ -95,10 +101,13 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   // Whether the device itself clips to the rendition's complex clip.
   void set_complex_clip_supported(bool on) { options.complex_clip = on; }
 
-  // The rendition of the list being drawn, whose complex clip cuts what the
-  // lists nested in it draw; null (the default) for none. Not owned: it must
-  // outlive the draws made while it is set.
-  void set_outer_clip_source(const ZR_Rendition* source) { outer_clip_.set_source(source); }
+  // The list being drawn, whose complex clip cuts what the lists nested in it
+  // draw (unless `cut_nested` is false) and whose scale sizes images; null
+  // (the default) for none. Not owned:
+  // it must outlive the draws made while it is set.
+  void set_outer_list(const DisplayList* list, bool cut_nested = true) {
+    outer_view_.set_list(list, cut_nested);
+  }
 
   // The hook for text: fills `glyphs` (contours in device units around
   // `origin`, read even-odd, y growing as device y does) in `color`, or the
@@ -153,7 +162,7 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   // entry lies wholly outside it.
   ZR_Contour_Set clip_outer_;
   bool clip_nothing_ = false;
-  OuterClip outer_clip_;
+  OuterView outer_view_;
   bool direct_dots_on_ = true;
   long long direct_dots_ = 0;  // dots written straight into a target so far
   // The run of direct dots: the target and its pixels while one is open

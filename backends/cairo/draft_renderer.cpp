@@ -203,10 +203,20 @@ struct DraftRenderer::Access {
         0xff000000u | (data.pixels[static_cast<std::size_t>(data.height / 2) * data.width +
                                    static_cast<std::size_t>(data.width / 2)] &
                        0xffffffu);
-    const long long x0 = std::max(b.x0, static_cast<long long>(p.x));
-    const long long x1 = std::min(b.x1, static_cast<long long>(p.x) + data.width - 1);
-    const long long y0 = std::max(b.y0, static_cast<long long>(p.y));
-    const long long y1 = std::min(b.y1, static_cast<long long>(p.y) + data.height - 1);
+    double w, h;
+    r.outer_view_.image_size(data, w, h);
+    // The pixels whose centres the image covers, at least one.
+    constexpr double kFar = 1e15;
+    const double left = std::clamp(p.x - 0.5, -kFar, kFar),
+                 top = std::clamp(p.y - 0.5, -kFar, kFar);
+    const long long first_x = static_cast<long long>(std::ceil(left));
+    const long long first_y = static_cast<long long>(std::ceil(top));
+    const long long x0 = std::max(b.x0, first_x);
+    const long long x1 = std::min(
+        b.x1, std::max(first_x, static_cast<long long>(std::ceil(std::min(left + w, kFar))) - 1));
+    const long long y0 = std::max(b.y0, first_y);
+    const long long y1 = std::min(
+        b.y1, std::max(first_y, static_cast<long long>(std::ceil(std::min(top + h, kFar))) - 1));
     for (long long y = y0; y <= y1; ++y)
       for (long long x = x0; x <= x1; ++x) r.put(x, y, c);
   }
@@ -282,13 +292,13 @@ DraftRenderer::Box DraftRenderer::box_for(ZR_Rendition* rendition, bool clipped)
   };
   if (data->complex_clip.get()) cut(contour_box(clip_set_, clip_box_, data->complex_clip.get()));
   const int weight = data->line_attributes ? std::max(1, rendition->line_weight()) : 1;
-  switch (outer_clip_.reach(rendition, 4 + weight)) {
-    case OuterClip::Reach::none:
+  switch (outer_view_.reach(rendition, 4 + weight)) {
+    case OuterView::Reach::none:
       break;
-    case OuterClip::Reach::skip:
+    case OuterView::Reach::skip:
       return {0, -1, 0, -1};
-    case OuterClip::Reach::cut:
-      cut(contour_box(outer_set_, outer_box_, outer_clip_.contours()));
+    case OuterView::Reach::cut:
+      cut(contour_box(outer_set_, outer_box_, outer_view_.contours()));
       break;
   }
   return b;

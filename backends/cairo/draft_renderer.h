@@ -30,17 +30,17 @@
 // - Ellipses: arcs as a polyline of 8 to 128 segments, pies as the filled
 //   polygon of those points and the centre; a pie of a whole turn or more
 //   is the whole ellipse. A shape wholly off the clip is skipped first.
-// - Images: a flat box of the image's size in the colour of its middle pixel,
-//   top-left corner on the device point as in `CairoRenderer`.
+// - Images: a flat box of the image's size (scaled as `CairoRenderer` scales
+//   it) in the colour of its middle pixel, top-left corner on the device point.
 // - Text: engines paint glyph contours through `paint_contours`, filled flat
 //   even-odd as polygons are.
 // - Complex clips: a draft is cut to the bounding box of the rendition's
 //   complex clip contours, not to the contours (the library still skips
 //   groups wholly outside them); the exact picture then cuts exactly. The box
 //   is computed once per clip set (the set is held, so its address is not
-//   reused meanwhile). After `set_outer_clip_source`, entries of nested lists
+//   reused meanwhile). After `set_outer_list`, entries of nested lists
 //   are cut to the box of the outer list's complex clip where they cross it,
-//   and dropped where they lie wholly outside it (backends/cairo/outer_clip.h).
+//   and dropped where they lie wholly outside it (backends/cairo/outer_view.h).
 //
 // The renderer holds a reference on the surface. It flushes it when made and
 // writes its pixels from then on; call `mark_dirty` before cairo reads or
@@ -74,9 +74,10 @@ class DraftRenderer : public ZR_Renderer, public ContourPainter {
   int height() const { return height_; }
   DeviceOrientation orientation() const { return orientation_; }
 
-  // The rendition of the list being drawn, as
-  // `CairoRenderer::set_outer_clip_source`.
-  void set_outer_clip_source(const ZR_Rendition* source) { outer_clip_.set_source(source); }
+  // The list being drawn, as `CairoRenderer::set_outer_list`.
+  void set_outer_list(const DisplayList* list, bool cut_nested = true) {
+    outer_view_.set_list(list, cut_nested);
+  }
 
   // Paints every pixel of the surface in `color`, opaque.
   void clear(ZR_RGB32 color);
@@ -139,10 +140,10 @@ class DraftRenderer : public ZR_Renderer, public ContourPainter {
   // The complex clip whose box is cached, and that box (in pixels).
   ZR_Contour_Set clip_set_;
   Box clip_box_{0, -1, 0, -1};
-  // The same for the outer clip (see `set_outer_clip_source`).
+  // The same for the outer clip (see `set_outer_list`).
   ZR_Contour_Set outer_set_;
   Box outer_box_{0, -1, 0, -1};
-  OuterClip outer_clip_;
+  OuterView outer_view_;
   // Scratch, kept between calls so that fills do not allocate.
   std::vector<Pt> poly_;
   std::vector<std::size_t> starts_;

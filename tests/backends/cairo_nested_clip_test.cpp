@@ -1,6 +1,6 @@
 // A complex clip holds for what nested lists draw: the library hands a nested
 // list only the hard clip, so the renderer cuts the entries of every other
-// rendition to the outer list's complex clip (OuterClip). A drawing made only
+// rendition to the outer list's complex clip (OuterView). A drawing made only
 // of nested lists, under a circle and under a star, with the device claiming
 // the clip and not, must leave no pixel outside the clip, exact with cairo and
 // inside the clip's box with the draft; and what lies inside must still show.
@@ -13,6 +13,7 @@
 #include "backends/cairo/draft_renderer.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
+#include "drawables/image.h"
 #include "drawables/polything.h"
 #include "ellipse/ellipse.h"
 #include "nested/drawable_display_list.h"
@@ -107,10 +108,10 @@ TEST(NestedClip, NothingOfANestedListShowsOutsideTheClip) {
           add_ref(d);
           ASSERT_TRUE(d->ok());
           d->clear(kWhite);
-          d->set_outer_clip_source(&s.outer.rendition);
+          d->set_outer_list(&s.outer);
           renderer = d;
         } else {
-          canvas->renderer()->set_outer_clip_source(&s.outer.rendition);
+          canvas->renderer()->set_outer_list(&s.outer);
           canvas->renderer()->set_complex_clip_supported(supported);
         }
         s.outer.set_renderer(renderer);
@@ -150,30 +151,96 @@ TEST(NestedClip, NothingOfANestedListShowsOutsideTheClip) {
 // The classification behind the cut: a nested list wholly inside the clip is
 // drawn without a cut (dots go straight to the pixels), one wholly outside is
 // dropped, and the outer list's own entries follow its rendition only.
-TEST(NestedClip, OuterClipReachFollowsTheSourceAndTheEntrysRectangle) {
+TEST(NestedClip, OuterViewReachFollowsTheSourceAndTheEntrysRectangle) {
   ZR_Rendition outer = ZR_Rendition::create();
   ZR_Rendition nested = ZR_Rendition::create();
   ZR_Contour_Set clip = ZR_Contour_Set::make({star(true)});  // circle r 80 about (100, 100)
-  OuterClip reach;
-  EXPECT_EQ(reach.reach(&nested, 0), OuterClip::Reach::none);  // no source
+  OuterView reach;
+  EXPECT_EQ(reach.reach(&nested, 0), OuterView::Reach::none);  // no source
   reach.set_source(&outer);
-  EXPECT_EQ(reach.reach(&nested, 0), OuterClip::Reach::none);  // no clip on the source
+  EXPECT_EQ(reach.reach(&nested, 0), OuterView::Reach::none);  // no clip on the source
   outer.set_complex_clip(&clip, false);
-  EXPECT_EQ(reach.reach(&outer, 0), OuterClip::Reach::none);  // the source's own entries
+  EXPECT_EQ(reach.reach(&outer, 0), OuterView::Reach::none);  // the source's own entries
   nested.set_hard_clip({90, 110, 90, 110}, false);
-  EXPECT_EQ(reach.reach(&nested, 0), OuterClip::Reach::none);
-  EXPECT_EQ(reach.reach(&nested, 100), OuterClip::Reach::cut);  // wide lines reach the edge
+  EXPECT_EQ(reach.reach(&nested, 0), OuterView::Reach::none);
+  EXPECT_EQ(reach.reach(&nested, 100), OuterView::Reach::cut);  // wide lines reach the edge
   nested.set_hard_clip({0, 10, 0, 10}, false);
-  EXPECT_EQ(reach.reach(&nested, 0), OuterClip::Reach::skip);
+  EXPECT_EQ(reach.reach(&nested, 0), OuterView::Reach::skip);
   nested.set_hard_clip({0, 199, 0, 199}, false);
-  EXPECT_EQ(reach.reach(&nested, 0), OuterClip::Reach::cut);
+  EXPECT_EQ(reach.reach(&nested, 0), OuterView::Reach::cut);
   ASSERT_TRUE(reach.contours());
   nested.set_hard_clip({5, 4, 0, 10}, false);  // empty
-  EXPECT_EQ(reach.reach(&nested, 0), OuterClip::Reach::skip);
+  EXPECT_EQ(reach.reach(&nested, 0), OuterView::Reach::skip);
   // Lifted off the source (a group wholly inside): no cut.
   outer.set_complex_clip(nullptr, false);
   nested.set_hard_clip({0, 199, 0, 199}, false);
-  EXPECT_EQ(reach.reach(&nested, 0), OuterClip::Reach::none);
+  EXPECT_EQ(reach.reach(&nested, 0), OuterView::Reach::none);
+}
+
+}  // namespace
+}  // namespace DL
+
+namespace DL {
+namespace {
+
+// An image is scaled to its world rectangle under the outer list's scale: at
+// three zooms, shrunk, at its size and enlarged, cairo and the draft cover the
+// rectangle's pixels to within one pixel, and nothing beyond.
+TEST(ImageScale, AnImageCoversItsWorldRectangleAtEveryZoom) {
+  auto* body = new ZR_Image_Data;
+  body->width = 40;
+  body->height = 30;
+  body->pixels.assign(40 * 30, 0x20a040);
+  body->world_width = 4000;
+  body->world_height = 3000;
+  ZR_Image image(body);
+  const WorldBounds rect{{1000, 2000}, {5000, 5000}};
+  for (double zoom : {0.004, 0.01, 0.037})
+    for (bool draft : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "zoom " << zoom << " draft " << draft);
+      DisplayList list;
+      list.add(new Image(ZR_RGB32{0}, rect, image), rect);
+      const int side = 200;
+      list.set_screen_bounds({{0, 0}, {side - 1, side - 1}});
+      list.set_world_bounds({{0, 0},
+                             {static_cast<WorldCoord>((side - 1) / zoom),
+                              static_cast<WorldCoord>((side - 1) / zoom)}});
+      std::string error;
+      auto canvas = CairoCanvas::create(CairoCanvas::Format::png, "", side, side, &error);
+      ASSERT_TRUE(canvas) << error;
+      DraftRenderer* d = nullptr;
+      if (draft) {
+        d = new DraftRenderer(canvas->surface());
+        add_ref(d);
+        d->clear(kWhite);
+        d->set_outer_list(&list);
+        list.set_renderer(d);
+      } else {
+        canvas->renderer()->set_outer_list(&list);
+        list.set_renderer(canvas->renderer());
+      }
+      list.draw_view();
+      list.set_renderer(nullptr);
+      if (d) {
+        d->mark_dirty();
+        release(d);
+      }
+      // The painted box against the rectangle's pixels.
+      int x0 = side, x1 = -1, y0 = side, y1 = -1;
+      for (int row = 0; row < side; ++row)
+        for (int x = 0; x < side; ++x)
+          if (canvas->pixel(x, row) != kWhite) {
+            const int y = side - 1 - row;
+            x0 = std::min(x0, x), x1 = std::max(x1, x), y0 = std::min(y0, y), y1 = std::max(y1, y);
+          }
+      const double scale = list.scale.x;
+      const double want_x0 = rect.min.x * scale, want_x1 = rect.max.x * scale;
+      const double want_y0 = rect.min.y * scale, want_y1 = rect.max.y * scale;
+      EXPECT_NEAR(x0, want_x0, 1.0);
+      EXPECT_NEAR(x1 + 1, want_x1, 1.5);
+      EXPECT_NEAR(y1, want_y1, 1.0);
+      EXPECT_NEAR(y0 - 1, want_y0, 1.5);
+    }
 }
 
 }  // namespace

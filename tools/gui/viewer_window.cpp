@@ -251,7 +251,7 @@ void ViewerWindow::ensure_back() {
   cairo_destroy(cr);
   add_ref(back_renderer_);
   back_renderer_->set_complex_clip_supported(true);
-  back_renderer_->set_outer_clip_source(&list_.rendition);  // the clip holds for blocks
+  back_renderer_->set_outer_list(&list_);  // the clip holds for blocks
   counter_ = new CountingTap(back_renderer_);
   add_ref(counter_);
 }
@@ -288,7 +288,7 @@ bool ViewerWindow::draw_once(bool draft) {
     draft_renderer = new DL::DraftRenderer(back_);
     add_ref(draft_renderer);
     draft_renderer->clear(0xffffff);
-    draft_renderer->set_outer_clip_source(&list_.rendition);
+    draft_renderer->set_outer_list(&list_);
     counter = new CountingTap(draft_renderer);
     add_ref(counter);
   } else {
@@ -449,7 +449,7 @@ void ViewerWindow::render_highlight() {
   auto* renderer = new DL::CairoRenderer(cr, h);
   add_ref(renderer);
   renderer->set_complex_clip_supported(true);
-  renderer->set_outer_clip_source(&list_.rendition);
+  renderer->set_outer_list(&list_);
   ZR_Renderer* previous = list_.renderer;
   if (previous) add_ref(previous);
   list_.set_renderer(renderer);

@@ -1,7 +1,9 @@
-// The outer clip's classification of an entry's rectangle.
-#include "backends/cairo/outer_clip.h"
+// The outer view: the clip's classification of an entry's rectangle, and the
+// size of images.
+#include "backends/cairo/outer_view.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 namespace DL {
@@ -32,24 +34,24 @@ bool segment_meets(const ZR_Point& a, const ZR_Point& b, const Rect& r) {
   return true;
 }
 
-OuterClip::Reach classify(const ZR_Contour_Set_Data& set, const Rect& r) {
+OuterView::Reach classify(const ZR_Contour_Set_Data& set, const Rect& r) {
   const ZR_Point* p = set.contour_points;
-  if (!p) return OuterClip::Reach::skip;  // a clip of no area shows nothing
+  if (!p) return OuterView::Reach::skip;  // a clip of no area shows nothing
   for (int c = 0; c < set.contour_count; ++c) {
     const int n = set.contour_sizes[c];
     for (int i = 0; i < n; ++i)
-      if (segment_meets(p[i], p[(i + 1) % n], r)) return OuterClip::Reach::cut;
+      if (segment_meets(p[i], p[(i + 1) % n], r)) return OuterView::Reach::cut;
     p += std::max(n, 0);
   }
   // No edge meets the rectangle: it lies wholly on one side of the clip.
   return set.point_inside(static_cast<float>(r.x0), static_cast<float>(r.y0))
-             ? OuterClip::Reach::none
-             : OuterClip::Reach::skip;
+             ? OuterView::Reach::none
+             : OuterView::Reach::skip;
 }
 
 }  // namespace
 
-OuterClip::Reach OuterClip::reach(const ZR_Rendition* rendition, int margin) {
+OuterView::Reach OuterView::reach(const ZR_Rendition* rendition, int margin) {
   if (!source_ || !*source_ || rendition == source_) return Reach::none;
   ZR_Contour_Set_Data* set = source_->get()->complex_clip.get();
   if (!set) return Reach::none;  // lifted here, or never set
@@ -67,6 +69,15 @@ OuterClip::Reach OuterClip::reach(const ZR_Rendition* rendition, int margin) {
     reach_ = classify(*set, {h.x_min - m, h.y_min - m, h.x_max + m, h.y_max + m});
   }
   return reach_;
+}
+
+void OuterView::image_size(const ZR_Image_Data& image, double& width, double& height) const {
+  width = image.width;
+  height = image.height;
+  if (!list_ || !(image.world_width > 0) || !(image.world_height > 0)) return;
+  const double w = image.world_width * std::fabs(list_->scale.x);
+  const double h = image.world_height * std::fabs(list_->scale.y);
+  if (std::isfinite(w) && std::isfinite(h)) width = w, height = h;
 }
 
 }  // namespace DL

@@ -1,5 +1,5 @@
-// The complex clip of the list being drawn, held by a renderer for the lists
-// nested in it.
+// What a renderer needs to know of the list it draws: its complex clip, for
+// the lists nested in it, and its scale, for images.
 //
 // A nested list (`DrawableDisplayList`) draws through the outer list's
 // renderer under a rendition of its own, which gets the outer list's hard
@@ -18,13 +18,21 @@
 // inside the clip it is drawn as it is, wholly outside it is dropped, and only
 // a rectangle across the clip's edge is cut. The last classification is kept,
 // so the entries of one nested draw classify once.
+//
+// Images: the library hands the renderer an image's top-left corner only, and
+// the image body says how much of the world it covers (`ZR_Image_Data`'s
+// `world_width` and `world_height`); the list's scale turns that into device
+// units (`image_size`). An image in a nested list is sized by the outer list's
+// scale, since the renderer does not see the nested list's own: hosts that
+// nest images give their bodies the world size the outer list sees.
 #pragma once
 
+#include "displaylist/display_list.h"
 #include "foundation/rendering.h"
 
 namespace DL {
 
-class OuterClip {
+class OuterView {
  public:
   // What the outer clip does to one entry.
   enum class Reach {
@@ -33,13 +41,25 @@ class OuterClip {
     cut    // across the clip's edge: cut to `contours()`
   };
 
-  // The outer list's rendition, or null for none. Not owned: it must outlive
-  // the draws made while it is set (a `DisplayList`'s `rendition` member is).
+  // The outer list, or null for none; with `cut_nested` false only its scale
+  // is read (for images), its clip cuts nothing. Not owned: it must outlive
+  // the draws made while it is set.
+  void set_list(const DisplayList* list, bool cut_nested = true) {
+    list_ = list;
+    set_source(list && cut_nested ? &list->rendition : nullptr);
+  }
+  // Only the rendition whose complex clip cuts the others, for a host that has
+  // no list (images then keep one device unit per pixel).
   void set_source(const ZR_Rendition* source) {
     source_ = source;
     cached_.clear();
   }
   const ZR_Rendition* source() const { return source_; }
+
+  // The size in device units of `image` drawn now: its world size times the
+  // list's scale, or its pixel size when the body has no world size or no
+  // list is set. Never negative.
+  void image_size(const ZR_Image_Data& image, double& width, double& height) const;
 
   // The reach of the outer clip on an entry drawn under `rendition` whose
   // marks may stand `margin` device units beyond the points it was given.
@@ -48,6 +68,7 @@ class OuterClip {
   ZR_Contour_Set_Data* contours() const { return cached_.get(); }
 
  private:
+  const DisplayList* list_ = nullptr;
   const ZR_Rendition* source_ = nullptr;
   // The last classification: of `rect_` grown by `margin_` against `cached_`.
   ZR_Contour_Set cached_;  // held, so its address is not reused meanwhile
