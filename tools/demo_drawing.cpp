@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "backends/freetype/freetype_engine.h"
 #include "drawables/dot.h"
@@ -67,8 +68,8 @@ const char* const kStreetKinds[] = {"Street", "Avenue", "Road", "Lane"};
 DemoDrawing::DemoDrawing(ZR_Text_Engine* engine)
     : engine_(engine), font_(DL::FreeTypeTextEngine::make_font("DejaVu Sans")) {
   if (engine_) add_ref(engine_);
-  for (const char* name : {"streets", "contours", "buildings", "parks", "roundabouts", "trees",
-                           "labels", "symbols", "photos"}) {
+  for (const char* name : {"avenues", "streets", "markings", "contours", "buildings", "parks",
+                           "gardens", "roundabouts", "trees", "labels", "symbols", "photos"}) {
     auto layer = std::make_unique<DL::Extra_Layer_Info>();
     layer->shown = 1;
     layers_[name] = std::move(layer);
@@ -108,6 +109,15 @@ std::vector<std::string> DemoDrawing::layer_names() const {
   std::vector<std::string> out;
   for (const auto& [name, layer] : layers_) out.push_back(name);
   return out;
+}
+
+double DemoDrawing::min_scale(const std::string& name) const {
+  // Pixels a block must span for the layer to be drawn.
+  static const std::map<std::string, double> kBlockPixels = {
+      {"trees", 40},    {"symbols", 40},  {"labels", 60}, {"roundabouts", 10},
+      {"contours", 10}, {"markings", 10}, {"streets", 6}, {"gardens", 10}};
+  auto it = kBlockPixels.find(name);
+  return it == kBlockPixels.end() ? 0.0 : it->second / cell_;
 }
 
 void DemoDrawing::add(DL::Drawable* d, const WorldBounds& b, DL::Extra_Layer_Info* layer) {
@@ -161,6 +171,7 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
   const int n = std::clamp(options.blocks_per_side, 1, 4096);
   const double cell = std::floor(kSheet / n);
   const double street = cell / 10;  // street width
+  cell_ = cell;
   extent_ = {{0, 0}, pt(cell * n, cell * n)};
   // Every photograph covers the same world rectangle (below), at any zoom.
   photo_.get()->world_width = std::floor(cell * 0.2);
@@ -169,10 +180,13 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
   street_point_ = n > 1 ? pt(cell, cell + street / 2) : pt(0, street / 2);
   Random random(options.seed);
   items_.reserve(static_cast<std::size_t>(n) * n * 19);
+  DL::Extra_Layer_Info* avenues = layer("avenues");
   DL::Extra_Layer_Info* streets = layer("streets");
+  DL::Extra_Layer_Info* markings = layer("markings");
   DL::Extra_Layer_Info* contours = layer("contours");
   DL::Extra_Layer_Info* buildings = layer("buildings");
   DL::Extra_Layer_Info* parks = layer("parks");
+  DL::Extra_Layer_Info* gardens = layer("gardens");
   DL::Extra_Layer_Info* roundabouts = layer("roundabouts");
   DL::Extra_Layer_Info* trees = layer("trees");
   DL::Extra_Layer_Info* labels = layer("labels");
@@ -182,10 +196,42 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
     add(made, bounds_of(p), l);
   };
 
+  // The river's centre line, in blocks: a slow wave across the city.
+  auto river_y = [n](double x) {
+    return n * (0.45 + 0.18 * std::sin(x / n * 2 * kPi * 1.3) + 0.05 * std::sin(x / n * 19.0));
+  };
+  const double river_half = std::max(0.6, n / 60.0);  // half its width, in blocks
   for (int cy = 0; cy < n; ++cy) {
     for (int cx = 0; cx < n; ++cx) {
       const double x0 = cx * cell, y0 = cy * cell;
       const int index = cy * n + cx;
+      // Districts of 8 x 8 blocks: 0 residential, 1 commercial, 2 industrial,
+      // 3 parkland; the river's blocks are water.
+      const std::uint64_t h = (static_cast<std::uint64_t>(cx / 8) * 0x9e3779b97f4a7c15ull) ^
+                              (static_cast<std::uint64_t>(cy / 8) * 0xc2b2ae3d27d4eb4full);
+      const int district = static_cast<int>((h >> 29) % 7 % 4);
+      const bool water = std::fabs(cy + 0.5 - river_y(cx + 0.5)) < river_half;
+      // The district's ground, under all its blocks: its first block in
+      // the order of building comes before the others.
+      if (cx % 8 == 0 && cy % 8 == 0) {
+        const double x1 = std::min(n, cx + 8) * cell, y1 = std::min(n, cy + 8) * cell;
+        static const ZR_RGB32 kGround[] = {rgb(236, 222, 204), rgb(208, 216, 232),
+                                           rgb(216, 216, 210), rgb(176, 214, 156)};
+        std::vector<WorldPoint> p = {pt(x0, y0), pt(x1, y0), pt(x1, y1), pt(x0, y1)};
+        poly(new DL::Polygon(kGround[district], 4, p.data()), p, avenues);
+      }
+      // Avenues between the districts: a wide band along the lower and left
+      // edges of every eighth row and column, under the streets.
+      for (int axis = 0; axis < 2 && n >= 8; ++axis) {
+        if ((axis == 0 ? cy : cx) % 8 != 0) continue;
+        const double half = street * 2.5;
+        std::vector<WorldPoint> p =
+            axis == 0 ? std::vector<WorldPoint>{pt(x0, y0 - half), pt(x0 + cell, y0 - half),
+                                                pt(x0 + cell, y0 + half), pt(x0, y0 + half)}
+                      : std::vector<WorldPoint>{pt(x0 - half, y0), pt(x0 + half, y0),
+                                                pt(x0 + half, y0 + cell), pt(x0 - half, y0 + cell)};
+        poly(new DL::Polygon(rgb(105, 105, 110), 4, p.data()), p, avenues);
+      }
       // Streets: lower and left edges, gently bent, with centre dashes.
       {
         std::vector<WorldPoint> low, left, dashes;
@@ -200,7 +246,7 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
           dashes.push_back(pt(x0 + street + cell * (2 * i + 0.5) / 9, y0 + street / 2));
           dashes.push_back(pt(x0 + street + cell * (2 * i + 1.2) / 9, y0 + street / 2));
         }
-        poly(new DL::Polysegment(rgb(250, 250, 250), 8, dashes.data()), dashes, streets);
+        poly(new DL::Polysegment(rgb(250, 250, 250), 8, dashes.data()), dashes, markings);
       }
       // A contour line across the block, shaded by height.
       {
@@ -216,6 +262,13 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
         poly(new DL::GouraudPolyline(rgb(160, 110, 60), 7, line.data(), shade.data()), line,
              contours);
       }
+      if (water || (district == 3 && index % 3 != 0)) {
+        // The whole block, inside its streets: water or a park.
+        std::vector<WorldPoint> p = {pt(x0 + street, y0 + street), pt(x0 + cell, y0 + street),
+                                     pt(x0 + cell, y0 + cell), pt(x0 + street, y0 + cell)};
+        poly(new DL::Polygon(water ? rgb(90, 150, 220) : rgb(110, 185, 95), 4, p.data()), p, parks);
+        continue;
+      }
       // Buildings in the block's upper part.
       const double bx0 = x0 + street * 1.5, by0 = y0 + cell * 0.45;
       const double bw = cell - street * 2.0, bh = cell * 0.5;
@@ -225,8 +278,10 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
         const double u1 = bx0 + bw * (b + 1) / count - street * 0.2;
         const double v0 = by0 + bh * 0.1 * random.unit();
         const double v1 = by0 + bh * (0.6 + 0.4 * random.unit());
-        const ZR_RGB32 c =
-            rgb(150 + random.below(80), 110 + random.below(60), 90 + random.below(40));
+        const int v = random.below(40);
+        const ZR_RGB32 c = district == 1   ? rgb(120 + v, 140 + v, 175 + v)
+                           : district == 2 ? rgb(150 + v, 150 + v, 145 + v)
+                                           : rgb(200 + v, 130 + v, 100 + v / 2);
         std::vector<WorldPoint> p;
         if (random.below(3) == 0) {  // an L
           const double um = (u0 + u1) / 2, vm = (v0 + v1) / 2;
@@ -245,7 +300,7 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
           p.push_back(pt(px0 + cell * 0.4 * (i / 2) / 3, py0 + (i % 2) * cell * 0.25));
           shade.push_back(rgb(60 + 20 * (i % 3), 150 + 12 * (i / 2), 60));
         }
-        poly(new DL::GouraudPolytriangle(rgb(60, 160, 60), 8, p.data(), shade.data()), p, parks);
+        poly(new DL::GouraudPolytriangle(rgb(60, 160, 60), 8, p.data(), shade.data()), p, gardens);
       }
       // A pond or a plaza in the lower left.
       {
@@ -253,9 +308,9 @@ void DemoDrawing::build(DL::DisplayList& list, const DemoOptions& options) {
         std::vector<WorldPoint> p = {pt(qx, qy), pt(qx + s, qy), pt(qx + s * 0.1, qy + s * 0.8),
                                      pt(qx + s * 0.9, qy + s * 0.9)};
         if (index % 2 == 0)
-          poly(new DL::PolytriangleWithNoBorder(rgb(80, 140, 230), 4, p.data()), p, parks);
+          poly(new DL::PolytriangleWithNoBorder(rgb(80, 140, 230), 4, p.data()), p, gardens);
         else
-          poly(new DL::Polytriangle(rgb(210, 200, 180), 4, p.data()), p, parks);
+          poly(new DL::Polytriangle(rgb(210, 200, 180), 4, p.data()), p, gardens);
       }
       // Every fourth block: a roof with texture data.
       if (index % 4 == 0) {

@@ -4,15 +4,19 @@
 // The sheet is a square of `blocks_per_side` by `blocks_per_side` city blocks,
 // 2^28 world units across (y up). Each block, in a fixed order:
 //
+// - on the first block of each district of 8 x 8 blocks, the district's
+//   ground (`Polygon` in its land-use colour, layer "avenues") under all its
+//   blocks; on every eighth row and column, an avenue: a wide band
+//   (`Polygon`, layer "avenues") that frames the districts;
 // - streets along its lower and left edges (`Polyline`, layer "streets") with
-//   their centre-line dashes (`Polysegment`) and a contour line across the
+//   their centre-line dashes (`Polysegment`, layer "markings") and a contour line across the
 //   block shaded by height (`GouraudPolyline`, layer "contours");
 // - four to six buildings (`Polygon`, rectangles and L shapes, layer
 //   "buildings");
 // - a park, a strip of triangles shaded from vertex colours
-//   (`GouraudPolytriangle`, layer "parks"), and either a pond
+//   (`GouraudPolytriangle`, layer "gardens"), and either a pond
 //   (`PolytriangleWithNoBorder`) or a plaza with its border (`Polytriangle`,
-//   face mode left to the view); every fourth block a roof tiled with texture
+//   face mode left to the view), layer "gardens"; every fourth block a roof tiled with texture
 //   data (`TexturedPolytriangle`);
 // - at every other crossing a roundabout: its ring (`Ellipse`), a garden of
 //   two sectors (`EllipticalPie`), a lane (`EllipticalArc`) and a crossing mark
@@ -24,8 +28,19 @@
 // - a symbol (a tree, a house or a parking sign) shown through a nested list
 //   (`DrawableDisplayList`, borrowing one of three shared symbol lists, layer
 //   "symbols").
-// Every 40th block (and the first) also shows a generated aerial photograph
-// (`Image`, one shared body, layer "photos").
+// Every 397th block (and the first) also shows a generated aerial photograph
+// (`Image`, one shared body scaled to its world rectangle, layer "photos").
+//
+// So that the whole city reads as a map at the overview, where a block is a
+// few pixels, it has structure larger than a block: a river winds across it
+// (its blocks are water, layer "parks", crossed by the streets), parkland
+// districts are whole green blocks, and the buildings take the colours of
+// their district (residential, commercial, industrial). Detail that would be
+// smaller than a few pixels is faded out by the viewer rather than drawn as
+// noise: each layer has a `min_scale`, the scale (device units per world unit)
+// below which it is not drawn. Trees, lamps, stops and symbols need a block of
+// 40 pixels, labels 60, roundabouts, contour lines, markings and gardens 10, streets
+// 6; avenues, buildings, parks and photographs are always drawn.
 //
 // At the default 330 blocks a side that is about two million drawables. The
 // drawing is made in two steps so that a host can time them apart: `build`
@@ -70,6 +85,9 @@ class DemoDrawing {
   // The layer of that name, or null.
   DL::Extra_Layer_Info* layer(const std::string& name);
   std::vector<std::string> layer_names() const;
+  // The scale (device units per world unit) below which the layer is not
+  // drawn, 0 for always; see the file comment. Meaningful after `build`.
+  double min_scale(const std::string& name) const;
   // A world point on a street, to pick at.
   DL::WorldPoint street_point() const { return street_point_; }
 
@@ -89,6 +107,7 @@ class DemoDrawing {
   ZR_Image photo_;
   DL::WorldBounds extent_ = DL::WorldBounds::empty();
   DL::WorldPoint street_point_{};
+  double cell_ = 1;  // a block's side, world units
 };
 
 }  // namespace dlview

@@ -38,6 +38,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -125,14 +126,19 @@ int fail(const std::string& message) {
 }
 
 // Hands a built list to the window.
+// `min_scale` gives the scale below which a layer is not drawn (none: always).
 int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
                    std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> layers,
-                   long long primitives, int w, int h, DL::CairoTextPainter* text) {
+                   long long primitives, int w, int h, DL::CairoTextPainter* text,
+                   const std::map<DL::Extra_Layer_Info*, double>& min_scale = {}) {
 #ifdef DLVIEW_HAVE_GUI
   dlview::GuiDrawing drawing;
   drawing.list = &list;
   drawing.extent = extent;
-  for (auto& [name, info] : layers) drawing.layers.push_back({name, info});
+  for (auto& [name, info] : layers) {
+    auto it = min_scale.find(info);
+    drawing.layers.push_back({name, info, it == min_scale.end() ? 0.0 : it->second});
+  }
   drawing.primitives = primitives;
   drawing.text = text;
   dlview::GuiOptions options;
@@ -142,7 +148,8 @@ int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
   options.bench = gui.bench;
   return dlview::run_gui(drawing, options);
 #else
-  (void)list, (void)extent, (void)layers, (void)primitives, (void)w, (void)h, (void)text;
+  (void)list, (void)extent, (void)layers, (void)primitives, (void)w, (void)h, (void)text,
+      (void)min_scale;
   return fail("--gui: this dlview was built without GTK 3");
 #endif
 }
@@ -372,8 +379,15 @@ int run_demo(const Arguments& a, Output& out) {
   DL::DisplayList outer;
   DL::DisplayList* shown = &sheet;
   DL::WorldBounds extent = demo.extent();
+  double repeat_scale = 1;  // sheet units per outer world unit
   if (a.repeat > 1) {
+    const DL::WorldBounds sheet_extent = extent;
     extent = repeat_sheet(sheet, extent, static_cast<int>(a.repeat), outer);
+    // As repeat_sheet scales each copy.
+    const double pitch = std::max(static_cast<double>(sheet_extent.max.x) - sheet_extent.min.x,
+                                  static_cast<double>(sheet_extent.max.y) - sheet_extent.min.y) *
+                         1.0625;
+    repeat_scale = 1.0 / std::min(1.0, 1073741824.0 / (pitch * static_cast<double>(a.repeat)));
     outer.saturate_device_points = true;
     shown = &outer;
     std::printf("sheet repeated %lld by %lld times through nested lists\n", a.repeat, a.repeat);
@@ -382,9 +396,13 @@ int run_demo(const Arguments& a, Output& out) {
   shown->text_engine = out.painter;
   if (gui.on) {
     std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> layers;
-    for (const std::string& name : demo.layer_names()) layers.emplace_back(name, demo.layer(name));
+    std::map<DL::Extra_Layer_Info*, double> min_scale;
+    for (const std::string& name : demo.layer_names()) {
+      layers.emplace_back(name, demo.layer(name));
+      min_scale[demo.layer(name)] = demo.min_scale(name) * repeat_scale;
+    }
     return show_in_window(*shown, extent, layers, static_cast<long long>(built), a.width, a.height,
-                          out.painter);
+                          out.painter, min_scale);
   }
 
   const std::string base = a.out.empty() ? "dlview.png" : a.out;
@@ -405,8 +423,15 @@ int run_demo(const Arguments& a, Output& out) {
   std::vector<Picture> pictures = {{"overview", overview, Clip::none}, {"zoom", zoom, Clip::none}};
   if (a.clip != Clip::polygon) pictures.push_back({"circle", overview, Clip::circle});
   if (a.clip != Clip::circle) pictures.push_back({"polygon", overview, Clip::polygon});
+  std::vector<unsigned char> wanted;  // the layers as --layer-off left them
+  for (const std::string& name : demo.layer_names()) wanted.push_back(demo.layer(name)->shown);
   for (const Picture& p : pictures) {
     shown->set_world_bounds(p.view);
+    // Detail smaller than a few pixels is faded out (see demo_drawing.h).
+    const double scale = (w - 1) / std::max(1.0, static_cast<double>(p.view.max.x) - p.view.min.x);
+    std::size_t i = 0;
+    for (const std::string& name : demo.layer_names())
+      demo.layer(name)->shown = wanted[i++] && scale >= demo.min_scale(name) * repeat_scale;
     std::string error;
     double ms = 0;
     const std::string path = sibling(base, p.name);

@@ -32,6 +32,10 @@ namespace dlview {
 struct GuiLayer {
   std::string name;
   DL::Extra_Layer_Info* info = nullptr;
+  // The scale (device units per world unit) below which the layer is not
+  // drawn even when turned on: detail that would be smaller than a few pixels
+  // fades out instead of burying the rest. 0: drawn at every scale.
+  double min_scale = 0;
 };
 
 // What the command line built: the list (owned by the caller, not drawn or

@@ -214,8 +214,7 @@ gboolean ViewerWindow::on_idle(gpointer self) {
 // One turn of the idle job; true when more is to be done.
 bool ViewerWindow::work() {
   if (closing_) return false;
-  for (std::size_t i = 0; i < layer_wanted_.size(); ++i)
-    if (drawing_.layers[i].info) drawing_.layers[i].info->shown = layer_wanted_[i];
+  apply_layers();
   if (pick_wanted_) {
     pick_wanted_ = false;
     do_pick(pick_column_, pick_row_);
@@ -254,6 +253,14 @@ void ViewerWindow::ensure_back() {
   back_renderer_->set_outer_list(&list_);  // the clip holds for blocks
   counter_ = new CountingTap(back_renderer_);
   add_ref(counter_);
+}
+
+void ViewerWindow::apply_layers() {
+  const double scale = std::fabs(list_.scale.x);
+  for (std::size_t i = 0; i < layer_wanted_.size(); ++i) {
+    const GuiLayer& layer = drawing_.layers[i];
+    if (layer.info) layer.info->shown = layer_wanted_[i] && scale >= layer.min_scale ? 1 : 0;
+  }
 }
 
 void ViewerWindow::apply_clip() {
@@ -314,6 +321,7 @@ bool ViewerWindow::draw_once(bool draft) {
   list_.complex_clip_supported = false;  // prune by the clip too; see the header
   list_.set_screen_bounds({{0, 0}, {view_.width - 1, view_.height - 1}});
   list_.set_world_bounds(view_.world());
+  apply_layers();
   apply_clip();
   list_.interrupt_callback = &ViewerWindow::poll;
   list_.interrupt_user_data = this;
@@ -416,6 +424,7 @@ void ViewerWindow::do_pick(int column, int row) {
   // The pick works in the view on screen now.
   list_.set_screen_bounds({{0, 0}, {view_.width - 1, view_.height - 1}});
   list_.set_world_bounds(view_.world());
+  apply_layers();
   apply_clip();
   auto* tap = new PickTap(column, row, view_.height, kPickRadius);
   add_ref(tap);

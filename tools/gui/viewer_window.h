@@ -152,6 +152,8 @@ class ViewerWindow {
   bool draw_once(bool draft);
   bool wants_draft() const;
   static bool poll(void* self);
+  // Turns each layer on as the user wants it and the view's scale allows.
+  void apply_layers();
   void apply_clip();
   void do_pick(int column, int row);
   void render_highlight();
