@@ -111,6 +111,13 @@ std::vector<std::string> DemoDrawing::layer_names() const {
   return out;
 }
 
+std::string DemoDrawing::symbol_name(const DL::DisplayList* list) const {
+  static const char* const kNames[] = {"tree", "house", "parking sign"};
+  for (std::size_t k = 0; k < symbols_.size() && k < 3; ++k)
+    if (symbols_[k].get() == list) return kNames[k];
+  return "";
+}
+
 double DemoDrawing::min_scale(const std::string& name) const {
   // Pixels a block must span for the layer to be drawn.
   static const std::map<std::string, double> kBlockPixels = {

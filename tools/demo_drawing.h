@@ -88,6 +88,9 @@ class DemoDrawing {
   // The scale (device units per world unit) below which the layer is not
   // drawn, 0 for always; see the file comment. Meaningful after `build`.
   double min_scale(const std::string& name) const;
+  // The name of a symbol list ("tree", "house", "parking sign"), or "" for a
+  // list that is not one of the drawing's symbols.
+  std::string symbol_name(const DL::DisplayList* list) const;
   // A world point on a street, to pick at.
   DL::WorldPoint street_point() const { return street_point_; }
 

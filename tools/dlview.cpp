@@ -38,6 +38,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -130,7 +131,8 @@ int fail(const std::string& message) {
 int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
                    std::vector<std::pair<std::string, DL::Extra_Layer_Info*>> layers,
                    long long primitives, int w, int h, DL::CairoTextPainter* text,
-                   const std::map<DL::Extra_Layer_Info*, double>& min_scale = {}) {
+                   const std::map<DL::Extra_Layer_Info*, double>& min_scale = {},
+                   std::function<std::string(const DL::DisplayList*)> list_name = {}) {
 #ifdef DLVIEW_HAVE_GUI
   dlview::GuiDrawing drawing;
   drawing.list = &list;
@@ -141,6 +143,7 @@ int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
   }
   drawing.primitives = primitives;
   drawing.text = text;
+  drawing.list_name = std::move(list_name);
   dlview::GuiOptions options;
   options.width = w;
   options.height = h;
@@ -149,7 +152,7 @@ int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
   return dlview::run_gui(drawing, options);
 #else
   (void)list, (void)extent, (void)layers, (void)primitives, (void)w, (void)h, (void)text,
-      (void)min_scale;
+      (void)min_scale, (void)list_name;
   return fail("--gui: this dlview was built without GTK 3");
 #endif
 }
@@ -402,7 +405,8 @@ int run_demo(const Arguments& a, Output& out) {
       min_scale[demo.layer(name)] = demo.min_scale(name) * repeat_scale;
     }
     return show_in_window(*shown, extent, layers, static_cast<long long>(built), a.width, a.height,
-                          out.painter, min_scale);
+                          out.painter, min_scale,
+                          [&demo](const DL::DisplayList* list) { return demo.symbol_name(list); });
   }
 
   const std::string base = a.out.empty() ? "dlview.png" : a.out;

@@ -241,6 +241,93 @@ TEST(DlviewGui, ClickNamesThePrimitiveAndLayersTurnOff) {
   EXPECT_EQ(p3.count(kRed), 144);
 }
 
+// A block MARK (a red line from (0,0) to (10,0)) placed by INSERTs at (0,0)
+// and (200,0), and a blue point at (100,50): the marks are nested lists.
+std::string write_block_drawing() {
+  std::ostringstream d;
+  auto pair = [&](int code, const std::string& value) { d << code << "\n" << value << "\n"; };
+  pair(0, "SECTION");
+  pair(2, "BLOCKS");
+  pair(0, "BLOCK");
+  pair(8, "0");
+  pair(2, "MARK");
+  pair(70, "0");
+  for (int c : {10, 20, 30}) pair(c, "0");
+  pair(0, "LINE");
+  pair(8, "0");
+  pair(62, "1");
+  for (int c : {10, 20, 30}) pair(c, "0");
+  pair(11, "10");
+  pair(21, "0");
+  pair(31, "0");
+  pair(0, "ENDBLK");
+  pair(8, "0");
+  pair(0, "ENDSEC");
+  pair(0, "SECTION");
+  pair(2, "ENTITIES");
+  for (int x : {0, 200}) {
+    pair(0, "INSERT");
+    pair(8, "MARKS");
+    pair(2, "MARK");
+    pair(10, std::to_string(x));
+    pair(20, "0");
+    pair(30, "0");
+  }
+  pair(0, "POINT");
+  pair(8, "BLUE");
+  pair(62, "5");
+  pair(10, "100");
+  pair(20, "50");
+  pair(30, "0");
+  pair(0, "ENDSEC");
+  pair(0, "EOF");
+  const std::string path = temp("block.dxf");
+  std::ofstream(path) << d.str();
+  return path;
+}
+
+// Picking a primitive inside a block outlines it where it is drawn and gives
+// its bounds in the drawing's world (each insert's own), naming the block;
+// Home clears the pick.
+TEST(DlviewGui, PickInsideABlockOutlinesItWhereItIsDrawn) {
+  if (!have_xvfb()) GTEST_SKIP() << "xvfb-run is missing: the window is not tested";
+  const std::string drawing = write_block_drawing();
+  Result first = run({"dump " + temp("k0.png")}, drawing);
+  ASSERT_EQ(first.status, 0) << first.err;
+  const Picture k0 = load(temp("k0.png"));
+  ASSERT_GT(k0.count(kRed), 4);
+  int x0 = 0, y0 = 0;
+  ASSERT_TRUE(k0.find(kRed, x0, y0));  // the left end of the left mark
+  int x1 = x0 + 1, y1 = y0;
+  while (x1 < k0.width && k0.at(x1, y1) == kRed) ++x1;
+  while (x1 < k0.width && k0.at(x1, y1) != kRed) ++x1;  // the left end of the right one
+  ASSERT_LT(x1, k0.width);
+  auto at = [](int x, int y) { return std::to_string(x) + " " + std::to_string(y); };
+  const Result r = run({"click " + at(x0, y0), "status", "dump " + temp("k1.png"),
+                        "click " + at(x1, y1), "status", "key Home", "status"},
+                       drawing);
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::vector<std::string> status;
+  std::istringstream in(r.out);
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("status: ", 0) == 0) status.push_back(line);
+  ASSERT_EQ(status.size(), 3u) << r.out;
+  EXPECT_NE(status[0].find("picked Polyline bounds"), std::string::npos) << status[0];
+  EXPECT_NE(status[0].find("in block"), std::string::npos) << status[0];
+  EXPECT_NE(status[1].find("in block"), std::string::npos) << status[1];
+  // The two marks are one block's one point, but their bounds differ: each is
+  // given where its insert puts it.
+  auto bounds = [](const std::string& line) { return line.substr(line.find("bounds")); };
+  EXPECT_NE(bounds(status[0]).substr(0, 30), bounds(status[1]).substr(0, 30));
+  EXPECT_EQ(status[2].find("picked"), std::string::npos) << status[2];
+  // The outline is drawn around the mark picked.
+  const Picture k1 = load(temp("k1.png"));
+  int halo = 0;
+  for (int dy = -3; dy <= 3; ++dy)
+    for (int dx = -3; dx <= 3; ++dx) halo += k1.at(x0 + dx, y0 + dy) == kOrange;
+  EXPECT_GE(halo, 8);
+}
+
 TEST(DlviewGui, CircularClipCutsThePicture) {
   if (!have_xvfb()) GTEST_SKIP() << "xvfb-run is missing: the window is not tested";
   const std::string drawing = write_drawing();

@@ -16,6 +16,7 @@
 // prints the figures (see viewer_bench.cpp). Both need a display (or Xvfb).
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,9 @@ struct GuiDrawing {
   // The list's text engine, if it draws text: the window points it at the
   // renderer of each draw (exact or draft) and back at nothing after it.
   DL::CairoTextPainter* text = nullptr;
+  // The name of a nested list (a block), for the status line of a pick inside
+  // it; may be empty, and may give "" for a list it does not know.
+  std::function<std::string(const DL::DisplayList*)> list_name;
 };
 
 struct GuiOptions {

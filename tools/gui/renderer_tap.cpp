@@ -1,7 +1,11 @@
 // Forwarding renderers: counting, and picking through the selection traversal.
 #include "tools/gui/renderer_tap.h"
 
+#include <cmath>
 #include <sstream>
+
+#include "iterators/filtered_iterators.h"
+#include "nested/drawable_display_list.h"
 
 namespace dlview {
 
@@ -151,7 +155,80 @@ Pick PickTap::run(DL::DisplayList& list) {
   list.set_renderer(previous);
   list.complex_clip_supported = clip_supported;
   if (previous) release(previous);
+  if (hit_.drawable) find_nesting(list, hit_.drawable, rect, hit_.path);
   return hit_;
+}
+
+// ---------------------------------------------------------------------------
+// Nested lists
+// ---------------------------------------------------------------------------
+
+NestedPlacement::NestedPlacement(const std::vector<DL::DrawableDisplayList*>& path) {
+  // Innermost first: each step maps the composed inner world one list out.
+  for (auto it = path.rbegin(); it != path.rend(); ++it) {
+    const DL::DoublePoint& s = (*it)->scale();
+    const DL::DoublePoint& o = (*it)->offset();
+    sx *= s.x, ox = ox * s.x + o.x;
+    sy *= s.y, oy = oy * s.y + o.y;
+  }
+}
+
+namespace {
+
+DL::WorldBounds bounds_from(double x0, double y0, double x1, double y1) {
+  if (!(x0 <= x1)) std::swap(x0, x1);
+  if (!(y0 <= y1)) std::swap(y0, y1);
+  return {
+      {DL::round_to_int32_saturated(std::floor(x0)), DL::round_to_int32_saturated(std::floor(y0))},
+      {DL::round_to_int32_saturated(std::ceil(x1)), DL::round_to_int32_saturated(std::ceil(y1))}};
+}
+
+bool find_in(DL::DisplayList& list, const DL::Drawable* target, const DL::WorldBounds& rect,
+             std::vector<DL::DrawableDisplayList*>& path, int depth) {
+  bool found = false;
+  std::vector<DL::DrawableDisplayList*> best;
+  for (DisplayListBoundedIterator it(&list, rect); it.drawable(); it.advance()) {
+    DL::Drawable* d = it.drawable();
+    if (d == target) {
+      found = true;
+      best.clear();
+      continue;
+    }
+    if (depth >= 16 || d->type() != &DL::DrawableDisplayList::_drawable_type_dummy) continue;
+    auto* nested = static_cast<DL::DrawableDisplayList*>(d);
+    // The walk hands over whole groups near `rect`: keep the lists that reach it.
+    if (!nested->display_list() || !nested->mapped_bounds().overlaps(rect)) continue;
+    std::vector<DL::DrawableDisplayList*> one{nested};
+    const DL::WorldBounds inner = NestedPlacement(one).to_inner(rect);
+    if (inner.min.x > inner.max.x) continue;
+    std::vector<DL::DrawableDisplayList*> below;
+    if (find_in(*nested->display_list(), target, inner, below, depth + 1)) {
+      found = true;
+      best = std::move(one);
+      best.insert(best.end(), below.begin(), below.end());
+    }
+  }
+  if (found) path = std::move(best);
+  return found;
+}
+
+}  // namespace
+
+DL::WorldBounds NestedPlacement::to_outer(const DL::WorldBounds& b) const {
+  return bounds_from(b.min.x * sx + ox, b.min.y * sy + oy, b.max.x * sx + ox, b.max.y * sy + oy);
+}
+
+DL::WorldBounds NestedPlacement::to_inner(const DL::WorldBounds& b) const {
+  if (sx == 0 || sy == 0 || !std::isfinite(sx) || !std::isfinite(sy))
+    return DL::WorldBounds::empty();
+  return bounds_from((b.min.x - ox) / sx, (b.min.y - oy) / sy, (b.max.x - ox) / sx,
+                     (b.max.y - oy) / sy);
+}
+
+bool find_nesting(DL::DisplayList& list, const DL::Drawable* target, const DL::WorldBounds& rect,
+                  std::vector<DL::DrawableDisplayList*>& path) {
+  path.clear();
+  return find_in(list, target, rect, path, 0);
 }
 
 // ---------------------------------------------------------------------------
@@ -159,14 +236,14 @@ Pick PickTap::run(DL::DisplayList& list) {
 // ---------------------------------------------------------------------------
 
 std::string describe_drawable(const DL::Drawable& drawable, const std::string& layer_name,
-                              int vertices) {
+                              int vertices, const DL::WorldBounds* bounds) {
   std::ostringstream dump;
   DL::DisplayListDebug debug{};
   drawable.dump(dump, 0, debug);
   std::string name = dump.str();
   name = name.substr(0, name.find_first_of(": ,\n"));
   if (name.empty()) name = "Drawable";
-  const DL::WorldBounds b = drawable.bounds_of();
+  const DL::WorldBounds b = bounds ? *bounds : drawable.bounds_of();
   std::ostringstream out;
   out << name << " bounds (" << b.min.x << "," << b.min.y << ")-(" << b.max.x << "," << b.max.y
       << ") layer " << (layer_name.empty() ? "none" : layer_name) << " vertices " << vertices;

@@ -12,11 +12,16 @@
 
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "backends/cairo/cairo_renderer.h"
 #include "displaylist/display_list.h"
 #include "drawables/drawable.h"
 #include "foundation/rendering.h"
+
+namespace DL {
+class DrawableDisplayList;
+}
 
 namespace dlview {
 
@@ -59,7 +64,29 @@ class CountingTap final : public RendererTap {
 struct Pick {
   DL::Drawable* drawable = nullptr;  // null: nothing there
   int vertices = 0;                  // device points its draw sent, over all its calls
+  // The nested lists the drawable was found in, outermost first: empty when
+  // it is a drawable of the picked list itself. Its coordinates are those of
+  // the innermost nested list; see `NestedPlacement`.
+  std::vector<DL::DrawableDisplayList*> path;
 };
+
+// Where a nested list's world lies in the outer list's: outer = inner * scale
+// + offset per axis, composed along a path of nested lists.
+struct NestedPlacement {
+  double sx = 1, sy = 1, ox = 0, oy = 0;
+  explicit NestedPlacement(const std::vector<DL::DrawableDisplayList*>& path);
+  // `b` (inner world) in outer world coordinates, rounded outward.
+  DL::WorldBounds to_outer(const DL::WorldBounds& b) const;
+  // `b` (outer world) in inner world coordinates; empty when a scale is 0.
+  DL::WorldBounds to_inner(const DL::WorldBounds& b) const;
+};
+
+// Finds the nested lists of `list` under `rect` (outer world) that show
+// `target`, outermost first, into `path`: the topmost (last drawn) of them
+// when several do, through nested lists up to 16 deep. Returns false when
+// `target` is neither a drawable of `list` near `rect` nor in a nested list.
+bool find_nesting(DL::DisplayList& list, const DL::Drawable* target, const DL::WorldBounds& rect,
+                  std::vector<DL::DrawableDisplayList*>& path);
 
 // Finds the topmost shown primitive that paints a pixel within `radius` pixels
 // of a point of the picture, exactly as the cairo backend would paint it: the
@@ -96,7 +123,9 @@ class PickTap final : public RendererTap {
 // One line about a drawable: "Dot bounds (x0,y0)-(x1,y1) layer NAME vertices N",
 // with "vectors M" added when the primitive has a vector form. The class name is
 // the label of its dump line, so every class names itself.
+// `bounds` replaces the drawable's own when given (a drawable in a block, whose
+// bounds are shown in the drawing's world).
 std::string describe_drawable(const DL::Drawable& drawable, const std::string& layer_name,
-                              int vertices);
+                              int vertices, const DL::WorldBounds* bounds = nullptr);
 
 }  // namespace dlview

@@ -7,6 +7,7 @@
 
 #include "backends/cairo/cairo_text.h"
 #include "backends/cairo/draft_renderer.h"
+#include "nested/drawable_display_list.h"
 
 namespace dlview {
 
@@ -431,13 +432,28 @@ void ViewerWindow::do_pick(int column, int row) {
   const Pick pick = tap->run(list_);
   release(tap);
   picked_ = pick.drawable;
+  picked_path_ = pick.path;
   if (!picked_) {
     picked_text_ = "nothing picked";
   } else {
+    // A drawable in a block takes the layer of the block's reference when it
+    // has none of its own, and is named with the block.
+    const DL::Drawable* owner = picked_path_.empty() ? picked_ : picked_path_.front();
     std::string layer;
     for (const GuiLayer& l : drawing_.layers)
-      if (l.info == picked_->layer()) layer = l.name;
-    picked_text_ = "picked " + describe_drawable(*picked_, layer, pick.vertices);
+      if (l.info == picked_->layer() || (!picked_->layer() && l.info == owner->layer()))
+        layer = l.name;
+    const DL::WorldBounds bounds = picked_bounds();
+    picked_text_ = "picked " + describe_drawable(*picked_, layer, pick.vertices, &bounds);
+    if (!picked_path_.empty()) {
+      std::string block;
+      for (DL::DrawableDisplayList* d : picked_path_) {
+        const std::string name =
+            drawing_.list_name ? drawing_.list_name(d->display_list()) : std::string();
+        block += (block.empty() ? "" : " > ") + (name.empty() ? std::string("(unnamed)") : name);
+      }
+      picked_text_ += " in block " + block;
+    }
   }
   render_highlight();
   update_status();
@@ -465,7 +481,39 @@ void ViewerWindow::render_highlight() {
   list_.set_screen_bounds({{0, 0}, {w - 1, h - 1}});
   list_.set_world_bounds(view_.world());
   apply_clip();
-  picked_->draw_clipped(list_);
+  if (picked_path_.empty()) {
+    picked_->draw_clipped(list_);
+  } else {
+    // Drawn in the innermost nested list under the views that the nested
+    // lists on the path give each other, as they do when they draw: the
+    // region `bounds` of each shown on the screen rectangle of its
+    // `mapped_bounds` in the list around it.
+    DL::DisplayList* around = &list_;
+    std::vector<std::pair<DL::DisplayList*, ZR_Int_Rectangle>> saved;
+    bool shown = true;
+    for (DL::DrawableDisplayList* d : picked_path_) {
+      DL::DisplayList* inner = d->display_list();
+      ZR_DCI_Point lo, hi;
+      around->world_to_screen_saturated(d->mapped_bounds().min, lo);
+      around->world_to_screen_saturated(d->mapped_bounds().max, hi);
+      if (lo.x > hi.x || lo.y > hi.y) {
+        shown = false;  // mirrored: such a region is not drawn either
+        break;
+      }
+      saved.emplace_back(inner, inner->rendition.hard_clip());
+      inner->set_renderer(renderer);
+      inner->set_screen_bounds(
+          {{lo.x, lo.y}, {std::max(hi.x, lo.x + 1), std::max(hi.y, lo.y + 1)}});
+      inner->set_world_bounds(d->bounds());
+      inner->rendition.set_hard_clip({0, w - 1, 0, h - 1}, false);
+      around = inner;
+    }
+    if (shown) picked_->draw_clipped(*around);
+    for (auto& [inner, clip] : saved) {
+      inner->rendition.set_hard_clip(clip, false);
+      inner->set_renderer(nullptr);
+    }
+  }
   list_.set_renderer(previous);
   if (previous) release(previous);
   release(renderer);
@@ -481,7 +529,7 @@ void ViewerWindow::render_highlight() {
   cairo_set_source_surface(cr, shape, 0, 0);
   cairo_paint(cr);
   // The bounds, framed three pixels out.
-  const DL::WorldBounds b = picked_->bounds_of();
+  const DL::WorldBounds b = picked_bounds();
   double c0, r0, c1, r1;
   view_.to_pixel(b.min.x, b.min.y, c0, r0);
   view_.to_pixel(b.max.x, b.max.y, c1, r1);
@@ -829,7 +877,22 @@ void ViewerWindow::on_home(GtkButton*, gpointer self) {
 
 void ViewerWindow::home() {
   fit_whole();
+  clear_pick();
   changed();
+}
+
+void ViewerWindow::clear_pick() {
+  picked_ = nullptr;
+  picked_path_.clear();
+  picked_text_.clear();
+  if (highlight_) cairo_surface_destroy(highlight_);
+  highlight_ = nullptr;
+}
+
+DL::WorldBounds ViewerWindow::picked_bounds() const {
+  if (!picked_) return DL::WorldBounds::empty();
+  const DL::WorldBounds b = picked_->bounds_of();
+  return picked_path_.empty() ? b : NestedPlacement(picked_path_).to_outer(b);
 }
 
 void ViewerWindow::redraw() {

@@ -157,6 +157,10 @@ class ViewerWindow {
   void apply_clip();
   void do_pick(int column, int row);
   void render_highlight();
+  // Forgets the pick, its status text and its outline.
+  void clear_pick();
+  // The picked drawable's bounds in the drawing's world (through the blocks).
+  DL::WorldBounds picked_bounds() const;
   void update_status();
 
   // Handlers
@@ -229,6 +233,8 @@ class ViewerWindow {
 
   // The pick
   DL::Drawable* picked_ = nullptr;
+  // The nested lists `picked_` lies in, outermost first (empty: in the list).
+  std::vector<DL::DrawableDisplayList*> picked_path_;
   std::string picked_text_;
   cairo_surface_t* highlight_ = nullptr;  // transparent, drawn in `highlight_view_`
   View highlight_view_;
