@@ -121,7 +121,7 @@ std::string DemoDrawing::symbol_name(const DL::DisplayList* list) const {
 double DemoDrawing::min_scale(const std::string& name) const {
   // Pixels a block must span for the layer to be drawn.
   static const std::map<std::string, double> kBlockPixels = {
-      {"trees", 40},    {"symbols", 40},  {"labels", 60}, {"roundabouts", 10},
+      {"trees", 20},    {"symbols", 25},  {"labels", 60}, {"roundabouts", 10},
       {"contours", 10}, {"markings", 10}, {"streets", 6}, {"gardens", 10}};
   auto it = kBlockPixels.find(name);
   return it == kBlockPixels.end() ? 0.0 : it->second / cell_;

@@ -38,9 +38,10 @@
 // their district (residential, commercial, industrial). Detail that would be
 // smaller than a few pixels is faded out by the viewer rather than drawn as
 // noise: each layer has a `min_scale`, the scale (device units per world unit)
-// below which it is not drawn. Trees, lamps, stops and symbols need a block of
-// 40 pixels, labels 60, roundabouts, contour lines, markings and gardens 10, streets
-// 6; avenues, buildings, parks and photographs are always drawn.
+// below which it is not drawn. A block must span 60 pixels for labels (their
+// text is then 3 pixels high), 25 for symbols (4 pixels), 20 for trees, lamps
+// and stops, 10 for roundabouts, contour lines, markings and gardens, 6 for
+// streets; avenues, buildings, parks and photographs are always drawn.
 //
 // At the default 330 blocks a side that is about two million drawables. The
 // drawing is made in two steps so that a host can time them apart: `build`

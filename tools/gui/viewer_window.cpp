@@ -39,6 +39,22 @@ void set_source(cairo_t* cr, ZR_RGB32 c, double alpha = 1) {
 // View arithmetic
 // ---------------------------------------------------------------------------
 
+// The world area a view shows of the drawing's extent, in square world units;
+// at least one.
+static double shown_area(const DL::WorldBounds& a, const DL::WorldBounds& b) {
+  const double w = std::min<double>(a.max.x, b.max.x) - std::max<double>(a.min.x, b.min.x);
+  const double h = std::min<double>(a.max.y, b.max.y) - std::max<double>(a.min.y, b.min.y);
+  return std::max(1.0, std::max(0.0, w) * std::max(0.0, h));
+}
+
+double ViewerWindow::view_area(const View& v) const {
+  return shown_area(v.world(), drawing_.extent);
+}
+
+double ViewerWindow::whole_area() const {
+  return shown_area(drawing_.extent, drawing_.extent);
+}
+
 DL::WorldBounds View::world() const {
   const double hw = upp * (width - 1) / 2, hh = upp * (height - 1) / 2;
   auto c = [](double v) { return DL::round_to_int32_saturated(v); };
@@ -231,7 +247,14 @@ bool ViewerWindow::wants_draft() const {
   if (draft_policy_ == DraftPolicy::never || !front_) return false;
   if (drawn_generation_ == generation_) return false;  // the draft of this state is shown
   if (view_ == front_view_) return false;
-  return draft_policy_ == DraftPolicy::always || exact_ms_ > kFrameMs;
+  if (draft_policy_ == DraftPolicy::always) return true;
+  // The exact draw's cost grows with the world it shows: a zoom out from a
+  // quick close-up may take seconds. Its time is foreseen from the last exact
+  // draw by the ratio of the areas shown (the drawing taken as even; the
+  // ratio at most the whole drawing over the last view).
+  const double ratio = std::min(exact_area_ > 0 ? view_area(view_) / exact_area_ : 1.0,
+                                exact_area_ > 0 ? whole_area() / exact_area_ : 1.0);
+  return exact_ms_ * std::max(1.0, ratio) > kFrameMs;
 }
 
 // ---------------------------------------------------------------------------
@@ -362,6 +385,7 @@ bool ViewerWindow::draw_once(bool draft) {
     release(draft_renderer);
   } else {
     exact_ms_ = done ? running_.ms : std::max(exact_ms_, running_.ms);
+    exact_area_ = view_area(drawn_view);
   }
   const int k = running_.callbacks;
   const int c0 = counter_before, c1 = list_.interrupt_counter;

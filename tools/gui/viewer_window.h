@@ -14,9 +14,11 @@
 // once. Input that changes nothing (a pointer passing over the window, a
 // repaint) is handled without stopping the draw.
 //
-// Drafts. When the view changed (a zoom, a pan, a new size) and the last exact
-// draw took longer than a frame (kFrameMs, 16 ms; an interrupted draw counts
-// with the time it ran), the new view is first drawn by the `DraftRenderer`:
+// Drafts. When the view changed (a zoom, a pan, a new size) and the exact draw
+// would take longer than a frame (kFrameMs, 16 ms): the last exact draw's time
+// (an interrupted draw counts with the time it ran) times the ratio of the
+// drawing's areas the two views show, so a zoom out from a close-up is
+// drafted too, the new view is first drawn by the `DraftRenderer`:
 // one-pixel lines, flat fills, no antialiasing, written straight into the
 // off-screen picture, through the same interruptible traversal. That picture
 // is shown as soon as it is finished, and the exact draw (cairo) follows,
@@ -157,6 +159,9 @@ class ViewerWindow {
   void apply_clip();
   void do_pick(int column, int row);
   void render_highlight();
+  // The area of the drawing's extent that `v` shows, and the whole extent's.
+  double view_area(const View& v) const;
+  double whole_area() const;
   // Forgets the pick, its status text and its outline.
   void clear_pick();
   // The picked drawable's bounds in the drawing's world (through the blocks).
@@ -217,7 +222,8 @@ class ViewerWindow {
   bool draw_is_draft_ = false;      // the draw running is a draft
   bool front_is_draft_ = false;     // the picture on screen is a draft
   DraftPolicy draft_policy_ = DraftPolicy::automatic;
-  double exact_ms_ = 0;  // the last exact draw's time (at least, when interrupted)
+  double exact_ms_ = 0;    // the last exact draw's time (at least, when interrupted)
+  double exact_area_ = 0;  // the drawing's area it showed (`view_area`)
   long long drafts_ = 0;
   cairo_surface_t* back_ = nullptr;   // drawn into
   cairo_surface_t* front_ = nullptr;  // the last finished picture
