@@ -211,6 +211,11 @@ void ViewerWindow::close() {
 // Requests
 // ---------------------------------------------------------------------------
 
+void ViewerWindow::content_changed() {
+  ++content_;
+  changed();
+}
+
 void ViewerWindow::changed() {
   ++generation_;
   schedule();
@@ -295,11 +300,10 @@ void ViewerWindow::apply_clip() {
   // Screen units, y up, as the list's screen transform gives them.
   std::vector<ZR_Point> contour;
   contour.reserve(clip_world_.size());
-  for (const DL::DoublePoint& p : clip_world_) {
-    double column, row;
-    view_.to_pixel(p.x, p.y, column, row);
-    contour.push_back({static_cast<float>(column), static_cast<float>(view_.height - 1 - row), 0});
-  }
+  // Through the list's own transform, which a pan moves by whole pixels.
+  for (const DL::DoublePoint& p : clip_world_)
+    contour.push_back({static_cast<float>(list_.scale.x * p.x + list_.offset.x),
+                       static_cast<float>(list_.scale.y * p.y + list_.offset.y), 0});
   ZR_Contour_Set set = ZR_Contour_Set::make({contour});
   list_.rendition.set_complex_clip(&set, false);
 }
@@ -323,6 +327,8 @@ bool ViewerWindow::draw_once(bool draft) {
     counter = new CountingTap(draft_renderer);
     add_ref(counter);
   } else {
+    int sx = 0, sy = 0;
+    if (pan_shift(sx, sy)) return draw_pan(sx, sy);
     cairo_t* cr = back_renderer_->context();
     cairo_save(cr);
     cairo_identity_matrix(cr);
@@ -343,8 +349,8 @@ bool ViewerWindow::draw_once(bool draft) {
     if (draft) drawing_.text->set_greeking_size(std::max(greeking, kDraftGreekingPx));
   }
   list_.complex_clip_supported = false;  // prune by the clip too; see the header
-  list_.set_screen_bounds({{0, 0}, {view_.width - 1, view_.height - 1}});
-  list_.set_world_bounds(view_.world());
+  DL::WorldBounds inner, outer;
+  const DL::ScreenPoint origin = place_list(inner, outer);
   apply_layers();
   apply_clip();
   list_.interrupt_callback = &ViewerWindow::poll;
@@ -353,6 +359,7 @@ bool ViewerWindow::draw_once(bool draft) {
   running_ = DrawStats{};
   counter->calls = 0;
   const int counter_before = list_.interrupt_counter;
+  content_drawn_ = content_;
   in_draw_ = true;
   handling_ms_ = 0;
   const Clock::time_point start = Clock::now();
@@ -360,13 +367,11 @@ bool ViewerWindow::draw_once(bool draft) {
   checked_ = start;
   bool done;
   if (!list_.rendition.complex_clip())
-    done = list_.root->draw_bounded_interrupt(list_, list_.world_bounds, list_.visible_bounds);
+    done = list_.root->draw_bounded_interrupt(list_, inner, outer);
   else if (list_.circular_complex_clip())
-    done =
-        list_.root->draw_circled_bounded_interrupt(list_, list_.world_bounds, list_.visible_bounds);
+    done = list_.root->draw_circled_bounded_interrupt(list_, inner, outer);
   else
-    done =
-        list_.root->draw_complex_bounded_interrupt(list_, list_.world_bounds, list_.visible_bounds);
+    done = list_.root->draw_complex_bounded_interrupt(list_, inner, outer);
   const double last_stretch = ms_since(resumed_);
   running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, last_stretch);
   running_.long_stretches += last_stretch > kLongStretchMs;
@@ -387,14 +392,13 @@ bool ViewerWindow::draw_once(bool draft) {
     exact_ms_ = done ? running_.ms : std::max(exact_ms_, running_.ms);
     exact_area_ = view_area(drawn_view);
   }
-  const int k = running_.callbacks;
-  const int c0 = counter_before, c1 = list_.interrupt_counter;
-  running_.groups = k == 0 ? c1 - c0
-                           : (DL::DisplayList::kInterruptPollPeriod - c0) +
-                                 (k - 1LL) * DL::DisplayList::kInterruptPollPeriod + c1;
+  count_groups(counter_before);
   running_.interrupted = !done;
   last_ = running_;
   if (done) {
+    front_world_ = list_.world_bounds;
+    front_origin_ = origin;
+    front_content_ = content_drawn_;
     cairo_surface_flush(back_);
     std::swap(back_, front_);
     // The renderer paints on the old back surface: make a new one next time.
@@ -408,6 +412,197 @@ bool ViewerWindow::draw_once(bool draft) {
     drawn_generation_ = draw_generation_;
     front_is_draft_ = draft;
     ++(draft ? drafts_ : completed_);
+    if (picked_) render_highlight();
+  }
+  update_status();
+  if (done && on_finished) on_finished();
+  if (!closing_) gtk_widget_queue_draw(area_);
+  return done;
+}
+
+void ViewerWindow::count_groups(int counter_before) {
+  const int k = running_.callbacks;
+  const int c0 = counter_before, c1 = list_.interrupt_counter;
+  running_.groups = k == 0 ? c1 - c0
+                           : (DL::DisplayList::kInterruptPollPeriod - c0) +
+                                 (k - 1LL) * DL::DisplayList::kInterruptPollPeriod + c1;
+}
+
+// Whether `to` is `from` moved by whole pixels: right by `sx`, down by `sy`.
+static bool whole_pixels(const View& from, const View& to, int& sx, int& sy) {
+  if (from.upp != to.upp || from.width != to.width || from.height != to.height) return false;
+  const double fx = (from.cx - to.cx) / to.upp, fy = (to.cy - from.cy) / to.upp;
+  const double rx = std::round(fx), ry = std::round(fy);
+  if (std::fabs(fx - rx) > 1e-6 || std::fabs(fy - ry) > 1e-6) return false;
+  if (std::fabs(rx) > 1e6 || std::fabs(ry) > 1e6) return false;
+  sx = static_cast<int>(rx);
+  sy = static_cast<int>(ry);
+  return true;
+}
+
+DL::ScreenPoint ViewerWindow::place_list(DL::WorldBounds& inner, DL::WorldBounds& outer) {
+  const int w = view_.width, h = view_.height;
+  int sx = 0, sy = 0;
+  DL::ScreenPoint origin{0, 0};
+  if (!whole_pixels(anchor_.view, view_, sx, sy) ||
+      std::fabs(double(anchor_.origin.x) + sx) > 1e6 ||
+      std::fabs(double(anchor_.origin.y) - sy) > 1e6) {
+    anchor_ = {view_, view_.world(), {0, 0}};
+    sx = sy = 0;
+  }
+  origin = {anchor_.origin.x + sx, anchor_.origin.y - sy};
+  list_.set_screen_bounds({{origin.x, origin.y}, {origin.x + w - 1, origin.y + h - 1}});
+  list_.set_world_bounds(anchor_.world);
+  // The world under the picture, and a pixel more for what reaches into it.
+  const int lo[2] = {0, 0}, hi[2] = {w - 1, h - 1};
+  const int lo1[2] = {-1, -1}, hi1[2] = {w, h};
+  list_.screen_to_world(lo, inner.min);
+  list_.screen_to_world(hi, inner.max);
+  list_.screen_to_world(lo1, outer.min);
+  list_.screen_to_world(hi1, outer.max);
+  return origin;
+}
+
+bool ViewerWindow::pan_shift(int& sx, int& sy) const {
+  if (!front_ || front_is_draft_ || front_content_ != content_) return false;
+  if (front_view_.upp != view_.upp || front_view_.width != view_.width ||
+      front_view_.height != view_.height)
+    return false;
+  const double fx = (front_view_.cx - view_.cx) / view_.upp;  // the picture moves right
+  const double fy = (view_.cy - front_view_.cy) / view_.upp;  // and down
+  const double rx = std::round(fx), ry = std::round(fy);
+  if (std::fabs(fx - rx) > 1e-6 || std::fabs(fy - ry) > 1e-6) return false;
+  // Beyond half the picture a whole draw costs about what the strips would.
+  if ((rx == 0 && ry == 0) || std::fabs(rx) > view_.width / 2 || std::fabs(ry) > view_.height / 2)
+    return false;
+  sx = static_cast<int>(rx);
+  sy = static_cast<int>(ry);
+  return true;
+}
+
+bool ViewerWindow::draw_pan(int sx, int sy) {
+  const View drawn_view = view_;
+  const int w = view_.width, h = view_.height;
+  // The picture on screen, moved.
+  cairo_t* cr = back_renderer_->context();
+  cairo_save(cr);
+  cairo_identity_matrix(cr);
+  cairo_reset_clip(cr);
+  cairo_set_source_rgb(cr, 1, 1, 1);
+  cairo_paint(cr);
+  cairo_set_source_surface(cr, front_, sx, sy);
+  cairo_paint(cr);
+  cairo_restore(cr);
+  back_renderer_->forget_clip();
+  cairo_surface_flush(back_);
+
+  // The strips that come into view, columns and rows from the top left,
+  // inclusive: the band of columns at full height, then the band of rows
+  // beside it, so that no pixel is drawn twice.
+  struct Strip {
+    int c0, c1, r0, r1;
+  };
+  std::vector<Strip> strips;
+  const int band_c0 = sx > 0 ? 0 : w + sx, band_c1 = sx > 0 ? sx - 1 : w - 1;
+  if (sx != 0) strips.push_back({band_c0, band_c1, 0, h - 1});
+  if (sy != 0) {
+    const int c0 = sx > 0 ? sx : 0, c1 = sx < 0 ? w + sx - 1 : w - 1;
+    if (c0 <= c1) strips.push_back({c0, c1, sy > 0 ? 0 : h + sy, sy > 0 ? sy - 1 : h - 1});
+  }
+
+  // The picture's transform: the one it was drawn with, moved by whole pixels.
+  const DL::ScreenPoint origin{front_origin_.x + sx, front_origin_.y - sy};
+  anchor_ = {view_, front_world_, origin};
+  list_.complex_clip_supported = false;
+  list_.set_world_bounds(front_world_);
+  apply_layers();
+  list_.interrupt_callback = &ViewerWindow::poll;
+  list_.interrupt_user_data = this;
+  const float greeking = drawing_.text ? drawing_.text->greeking_size() : 0.0f;
+  running_ = DrawStats{};
+  const int counter_before = list_.interrupt_counter;
+  content_drawn_ = content_;
+  in_draw_ = true;
+  handling_ms_ = 0;
+  const Clock::time_point start = Clock::now();
+  resumed_ = start;
+  checked_ = start;
+  bool done = true;
+  long long calls = 0;
+  for (const Strip& strip : strips) {
+    if (!done) break;
+    // Each strip is a surface of its own over the back picture, so that
+    // nothing drawn for it reaches the pixels moved in, placed so that device
+    // units are those of the whole picture: every point rounds as in a whole
+    // draw of this view.
+    const int sw = strip.c1 - strip.c0 + 1, sh = strip.r1 - strip.r0 + 1;
+    cairo_surface_t* part = cairo_surface_create_for_rectangle(back_, strip.c0, strip.r0, sw, sh);
+    cairo_surface_set_device_offset(part, -strip.c0, -strip.r0);
+    cairo_t* pcr = cairo_create(part);
+    auto* renderer = new DL::CairoRenderer(pcr, h);
+    add_ref(renderer);
+    cairo_destroy(pcr);
+    renderer->set_complex_clip_supported(true);
+    renderer->set_outer_list(&list_);
+    auto* counter = new CountingTap(renderer);
+    add_ref(counter);
+    list_.set_renderer(counter);
+    if (drawing_.text) drawing_.text->set_renderer(renderer);
+    list_.set_screen_bounds({{origin.x, origin.y}, {origin.x + w - 1, origin.y + h - 1}});
+    const int y0 = h - 1 - strip.r1, y1 = h - 1 - strip.r0;  // device rows, y up
+    list_.rendition.set_hard_clip({strip.c0, strip.c1, y0, y1}, false);
+    apply_clip();
+    // The strip's world, and a pixel more for what reaches into it.
+    const int lo[2] = {strip.c0, y0}, hi[2] = {strip.c1, y1};
+    const int lo1[2] = {strip.c0 - 1, y0 - 1}, hi1[2] = {strip.c1 + 1, y1 + 1};
+    DL::WorldBounds inner, outer;
+    list_.screen_to_world(lo, inner.min);
+    list_.screen_to_world(hi, inner.max);
+    list_.screen_to_world(lo1, outer.min);
+    list_.screen_to_world(hi1, outer.max);
+    if (!list_.rendition.complex_clip())
+      done = list_.root->draw_bounded_interrupt(list_, inner, outer);
+    else if (list_.circular_complex_clip())
+      done = list_.root->draw_circled_bounded_interrupt(list_, inner, outer);
+    else
+      done = list_.root->draw_complex_bounded_interrupt(list_, inner, outer);
+    calls += counter->calls;
+    if (drawing_.text) drawing_.text->set_renderer(nullptr);
+    list_.set_renderer(counter_);
+    release(counter);
+    renderer->flush_direct();
+    release(renderer);
+    cairo_surface_finish(part);
+    cairo_surface_destroy(part);
+  }
+  if (drawing_.text) drawing_.text->set_greeking_size(greeking);
+  list_.rendition.set_hard_clip({0, w - 1, 0, h - 1}, false);
+  const double last_stretch = ms_since(resumed_);
+  running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, last_stretch);
+  running_.long_stretches += last_stretch > kLongStretchMs;
+  in_draw_ = false;
+  running_.ms = ms_since(start) - handling_ms_;
+  running_.drawn = calls;
+  count_groups(counter_before);
+  running_.interrupted = !done;
+  running_.pan = true;
+  last_ = running_;
+  ++pans_;
+  if (done) {
+    cairo_surface_mark_dirty(back_);
+    std::swap(back_, front_);
+    release(counter_);
+    release(back_renderer_);
+    counter_ = nullptr;
+    back_renderer_ = nullptr;
+    if (back_) cairo_surface_destroy(back_);
+    back_ = nullptr;
+    front_view_ = drawn_view;
+    front_origin_ = origin;
+    front_content_ = content_drawn_;
+    drawn_generation_ = draw_generation_;
+    front_is_draft_ = false;
+    ++completed_;
     if (picked_) render_highlight();
   }
   update_status();
@@ -579,6 +774,7 @@ void ViewerWindow::update_status() {
                 : last_.interrupted                   ? "interrupted"
                                                       : "complete");
   status_ = line;
+  if (last_.pan && !last_.interrupted) status_ += " (pan: strips only)";
   if (front_is_draft_) status_ += " | draft";
   if (!picked_text_.empty()) status_ += " | " + picked_text_;
   if (status_label_) gtk_label_set_text(GTK_LABEL(status_label_), status_.c_str());
@@ -738,7 +934,7 @@ gboolean ViewerWindow::on_press(GtkWidget*, GdkEventButton* e, gpointer self) {
         if (w->clip_draft_.size() >= 3) {
           w->clip_world_ = w->clip_draft_;
           w->clip_draft_.clear();
-          w->changed();
+          w->content_changed();
         }
       } else if (e->type == GDK_BUTTON_PRESS) {
         w->clip_draft_.push_back({x, y});
@@ -788,7 +984,7 @@ gboolean ViewerWindow::on_release(GtkWidget*, GdkEventButton* e, gpointer self) 
     if (w->clip_draft_.size() > 3 && w->circle_radius_ > 0) {
       w->clip_draft_.pop_back();  // the closing point repeats the first
       w->clip_world_ = w->clip_draft_;
-      w->changed();
+      w->content_changed();
     }
     w->clip_draft_.clear();
     gtk_widget_queue_draw(w->area_);
@@ -831,7 +1027,7 @@ gboolean ViewerWindow::on_key(GtkWidget*, GdkEventKey* e, gpointer self) {
       if (w->tool_ == Tool::polygon && w->clip_draft_.size() >= 3) {
         w->clip_world_ = w->clip_draft_;
         w->clip_draft_.clear();
-        w->changed();
+        w->content_changed();
       }
       return TRUE;
     case GDK_KEY_Escape:
@@ -858,7 +1054,7 @@ void ViewerWindow::on_layer_toggled(GtkToggleButton* b, gpointer self) {
   auto* w = static_cast<ViewerWindow*>(self);
   const std::size_t i = GPOINTER_TO_SIZE(g_object_get_data(G_OBJECT(b), "layer"));
   w->layer_wanted_[i] = gtk_toggle_button_get_active(b) ? 1 : 0;
-  w->changed();
+  w->content_changed();
 }
 
 void ViewerWindow::on_tool_toggled(GtkToggleButton* b, gpointer self) {
@@ -892,7 +1088,7 @@ void ViewerWindow::on_clear_clip(GtkButton*, gpointer self) {
   w->clip_draft_.clear();
   if (w->clip_world_.empty()) return;
   w->clip_world_.clear();
-  w->changed();
+  w->content_changed();
 }
 
 void ViewerWindow::on_home(GtkButton*, gpointer self) {
@@ -920,7 +1116,7 @@ DL::WorldBounds ViewerWindow::picked_bounds() const {
 }
 
 void ViewerWindow::redraw() {
-  changed();
+  content_changed();
 }
 
 bool ViewerWindow::set_layer(const std::string& name, bool on) {

@@ -83,6 +83,7 @@ struct DrawStats {
   double longest_stretch_ms = 0;  // longest time the draw ran without handling input
   int long_stretches = 0;         // stretches longer than 5 ms
   int callbacks = 0;
+  bool pan = false;  // a pan: the picture moved, only the strips drawn
 };
 
 enum class Tool { navigate, circle, polygon };
@@ -162,6 +163,21 @@ class ViewerWindow {
   // The area of the drawing's extent that `v` shows, and the whole extent's.
   double view_area(const View& v) const;
   double whole_area() const;
+  // A change of what is drawn, not of the view: no pan may reuse the picture.
+  void content_changed();
+  // Whether the wanted view is the picture on screen moved by whole pixels
+  // (right by `sx`, down by `sy`), at most half the picture each way.
+  bool pan_shift(int& sx, int& sy) const;
+  // Draws a pan: the picture on screen moved, and bounded draws of the strips
+  // that come into view, each on a surface of its own over them. Exact: the
+  // strips are drawn with the moved transform. True when it ran to its end.
+  bool draw_pan(int sx, int sy);
+  // Sets the list's transform for the wanted view (see `anchor_`) and gives
+  // the world under the picture (`inner`) and a pixel beyond it (`outer`);
+  // returns the screen rectangle's corner.
+  DL::ScreenPoint place_list(DL::WorldBounds& inner, DL::WorldBounds& outer);
+  // The interior groups the last draw entered, from the interrupt counter.
+  void count_groups(int counter_before);
   // Forgets the pick, its status text and its outline.
   void clear_pick();
   // The picked drawable's bounds in the drawing's world (through the blocks).
@@ -228,6 +244,27 @@ class ViewerWindow {
   cairo_surface_t* back_ = nullptr;   // drawn into
   cairo_surface_t* front_ = nullptr;  // the last finished picture
   View front_view_;
+  // The transform the picture on screen was drawn with: the list's world
+  // bounds and where its screen rectangle's corner lay ((0, 0) but after
+  // pans), so that pans move it by whole pixels exactly.
+  DL::WorldBounds front_world_ = DL::WorldBounds::empty();
+  DL::ScreenPoint front_origin_{0, 0};
+  // Changes of what is drawn other than the view (layers, clips, a forced
+  // redraw): a pan reuses the picture on screen only when none came since.
+  long long content_ = 0;
+  long long content_drawn_ = 0;  // `content_` when the current draw started
+  long long front_content_ = -1;
+  long long pans_ = 0;  // draws made by moving the picture and drawing strips
+  // The transform of draws at this scale: views that differ from `view` by
+  // whole pixels are drawn with `world` on a screen rectangle moved by as
+  // many pixels from `origin`, so a pan and a whole draw of one view give the
+  // same picture (a transform of its own for each view would round its
+  // world rectangle differently, a pixel off here and there).
+  struct Anchor {
+    View view;
+    DL::WorldBounds world = DL::WorldBounds::empty();
+    DL::ScreenPoint origin{0, 0};
+  } anchor_;
   DL::CairoRenderer* back_renderer_ = nullptr;  // one reference held
   CountingTap* counter_ = nullptr;              // one reference held
   DrawStats last_;
