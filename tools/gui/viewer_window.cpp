@@ -253,6 +253,8 @@ bool ViewerWindow::wants_draft() const {
   if (drawn_generation_ == generation_) return false;  // the draft of this state is shown
   if (view_ == front_view_) return false;
   if (draft_policy_ == DraftPolicy::always) return true;
+  int sx, sy;
+  if (pan_shift(sx, sy)) return false;  // the strips of a pan come exact at once
   // The exact draw's cost grows with the world it shows: a zoom out from a
   // quick close-up may take seconds. Its time is foreseen from the last exact
   // draw by the ratio of the areas shown (the drawing taken as even; the
