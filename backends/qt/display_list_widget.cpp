@@ -195,7 +195,11 @@ bool DisplayListWidget::draw_once(bool draft, bool yield) {
     if (picked_) render_highlight();
   }
   update();
-  if (done && !draft && drawn_generation_ == generation_ && on_drawn) on_drawn();
+  // Called through a copy: the callback may reset or replace itself.
+  if (done && !draft && drawn_generation_ == generation_ && on_drawn) {
+    const std::function<void()> callback = on_drawn;
+    callback();
+  }
   return done;
 }
 
@@ -244,7 +248,10 @@ void DisplayListWidget::do_pick(int column, int row) {
   release(picker);
   render_highlight();
   update();
-  if (on_picked) on_picked(picked_);
+  if (on_picked) {
+    const std::function<void(const Drawable*)> callback = on_picked;  // may reset itself
+    callback(picked_);
+  }
 }
 
 // Paints the picked drawable into a transparent picture of the view, then a

@@ -87,7 +87,8 @@ class DisplayListWidget : public QWidget {
   void set_glyph_sink_hook(std::function<void(ZR_Glyph_Sink*)> hook) {
     sink_hook_ = std::move(hook);
   }
-  // Called after each pick, with the drawable or null.
+  // Called after each pick, with the drawable or null. Both callbacks may
+  // reset or replace themselves.
   std::function<void(const Drawable*)> on_picked;
   // Called when an exact picture of the wanted view is on screen.
   std::function<void()> on_drawn;
