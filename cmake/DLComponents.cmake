@@ -5,7 +5,8 @@
 #
 #   dl_install_component(<name> HEADERS <folder>...
 #                        [PKG <prefix> <module>...] [PKG_PRIVATE <prefix> <module>...]
-#                        [PACKAGE <package> <package component>...])
+#                        [PACKAGE <package> <package component>...]
+#                        [DEB <runtime package>...] [DEB_DEV <development package>...])
 #
 # HEADERS   folders whose public headers (*.h but *_p.h) go under include/dl/.
 # PKG       pkg-config modules the component's interface needs, found as the
@@ -15,11 +16,13 @@
 #           does not look for them (a shared library brings its own).
 # PACKAGE   a CMake package the interface needs (Qt6 Widgets); its pkg-config
 #           name is taken as <package><package component> (Qt6Widgets).
+# DEB       the Debian packages the library needs at run time; DEB_DEV those
+#           a host needs to build against it (cmake/DLPackaging.cmake).
 #
 # Does nothing when the target dl_<name> was not built. Writes, for the config
 # file, DL<name>Dependencies.cmake (finds what the component needs and names
 # what is missing) beside DL<name>Targets.cmake, and installs both with the
-# library (runtime part `<name>`, development part `<name>-dev`, which the
+# library (runtime part `<name>`, development part `<name>_dev`, which the
 # Debian packages follow).
 set(DL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/DL)
 # pkg-config files find the prefix from where they lie, so an installed tree
@@ -31,7 +34,7 @@ set(DL_INSTALLED_COMPONENTS "" CACHE INTERNAL "")
 set(DL_INSTALLED_COMPONENTS)
 
 function(dl_install_component name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "HEADERS;PKG;PKG_PRIVATE;PACKAGE")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "HEADERS;PKG;PKG_PRIVATE;PACKAGE;DEB;DEB_DEV")
   set(target dl_${name})
   if(NOT TARGET ${target})
     message(STATUS "component ${name}: its dependencies were not found, not built")
@@ -41,13 +44,13 @@ function(dl_install_component name)
   foreach(folder ${arg_HEADERS})
     file(GLOB headers CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.h)
     list(FILTER headers EXCLUDE REGEX "_p\\.h$")
-    install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dl/${folder} COMPONENT ${name}-dev)
+    install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dl/${folder} COMPONENT ${name}_dev)
   endforeach()
   install(TARGETS ${target} EXPORT DL${name}Targets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name} NAMELINK_COMPONENT ${name}-dev
-    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name}-dev
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name} NAMELINK_COMPONENT ${name}_dev
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name}_dev
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${name})
-  install(EXPORT DL${name}Targets NAMESPACE DL:: DESTINATION ${DL_CMAKE_DIR} COMPONENT ${name}-dev)
+  install(EXPORT DL${name}Targets NAMESPACE DL:: DESTINATION ${DL_CMAKE_DIR} COMPONENT ${name}_dev)
 
   # What the config file runs before it reads the targets: sets
   # DL_<name>_MISSING to what could not be found.
@@ -89,7 +92,7 @@ function(dl_install_component name)
   endif()
   file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/DL${name}Dependencies.cmake "${deps}")
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/DL${name}Dependencies.cmake DESTINATION ${DL_CMAKE_DIR}
-    COMPONENT ${name}-dev)
+    COMPONENT ${name}_dev)
 
   # pkg-config: dl-<name>.pc.
   set(DL_PC_NAME dl-${name})
@@ -99,8 +102,10 @@ function(dl_install_component name)
   configure_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/dl-component.pc.in
     ${CMAKE_CURRENT_BINARY_DIR}/dl-${name}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/dl-${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-    COMPONENT ${name}-dev)
+    COMPONENT ${name}_dev)
 
+  set(DL_DEB_${name} ${arg_DEB} CACHE INTERNAL "")
+  set(DL_DEB_DEV_${name} ${arg_DEB_DEV} CACHE INTERNAL "")
   set(installed ${DL_INSTALLED_COMPONENTS})
   list(APPEND installed ${name})
   set(DL_INSTALLED_COMPONENTS ${installed} CACHE INTERNAL "")
