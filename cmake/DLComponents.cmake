@@ -36,6 +36,7 @@ set(DL_INSTALLED_COMPONENTS)
 function(dl_install_component name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "HEADERS;PKG;PKG_PRIVATE;PACKAGE;DEB;DEB_DEV")
   set(target dl_${name})
+  set(public_headers)
   if(NOT TARGET ${target})
     message(STATUS "component ${name}: its dependencies were not found, not built")
     return()
@@ -45,7 +46,9 @@ function(dl_install_component name)
     file(GLOB headers CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.h)
     list(FILTER headers EXCLUDE REGEX "_p\\.h$")
     install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dl/${folder} COMPONENT ${name}_dev)
+    list(APPEND public_headers ${headers})
   endforeach()
+  set(DL_COMPONENT_HEADERS_${name} ${public_headers} CACHE INTERNAL "")  # for the docs
   install(TARGETS ${target} EXPORT DL${name}Targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name} NAMELINK_COMPONENT ${name}_dev
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name}_dev
