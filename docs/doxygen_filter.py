@@ -16,7 +16,7 @@ import sys
 
 RULE = re.compile(r"^\s*// ?[-=]{3,}")
 OWN = re.compile(r"^(\s*)//( |$)(.*)$")
-TRAILING = re.compile(r"^(.*?[;,{])(\s*)// (.*)$")
+TRAILING = re.compile(r"^(.*?[;,{}])(\s*)// (.*)$")
 # A data member declaring several names: no parentheses, names split by commas.
 SEVERAL = re.compile(r"^(\s*)[A-Za-z_][\w:<>*&\s]*?[\s*&>]\w+(\s*,\s*\w+)+\s*;\s*$")
 

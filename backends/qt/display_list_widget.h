@@ -47,19 +47,26 @@ class QtRenderer;
 // and the size in pixels. Pixel (column, row) counts from the top left, its
 // centre on whole numbers.
 struct WidgetView {
-  double cx = 0, cy = 0;
-  double upp = 1;
-  int width = 1, height = 1;
+  double cx = 0;   // world x at the centre
+  double cy = 0;   // world y at the centre
+  double upp = 1;  // world units a pixel
+  int width = 1;   // pixels across
+  int height = 1;  // pixels down
 
   // The world rectangle shown, in 32 bits (saturated).
   WorldBounds world() const;
+  // The world point at pixel (column, row).
   void to_world(double column, double row, double& x, double& y) const;
+  // The pixel at the world point (x, y).
   void to_pixel(double x, double y, double& column, double& row) const;
+  // Equal when every field is.
   friend bool operator==(const WidgetView&, const WidgetView&) = default;
 };
 
+// The widget described above.
 class DisplayListWidget : public QWidget {
  public:
+  // An empty widget; `set_list` gives it something to show.
   explicit DisplayListWidget(QWidget* parent = nullptr);
   ~DisplayListWidget() override;
   DisplayListWidget(const DisplayListWidget&) = delete;
@@ -67,21 +74,23 @@ class DisplayListWidget : public QWidget {
 
   // Shows `list` (not owned; null shows nothing) whole.
   void set_list(DisplayList* list);
-  DisplayList* list() const { return list_; }
+  DisplayList* list() const { return list_; }  // the list shown, or null
   // Shows `bounds` whole, centred.
   void fit(const WorldBounds& bounds);
+  // Centres the world point (cx, cy) at `units_per_pixel`; refuses values that
+  // are not finite or a scale that is not above 0.
   void set_view(double cx, double cy, double units_per_pixel);
-  const WidgetView& view() const { return view_; }
+  const WidgetView& view() const { return view_; }  // the wanted view
   // Draws again (after the host changed the list).
   void redraw();
   // Draws the present view exact now, without yielding; true when drawn.
   bool draw_now();
   // Picks at the pixel as a click does.
   void pick_at(int column, int row);
-  const Drawable* picked() const { return picked_; }
+  const Drawable* picked() const { return picked_; }  // the last pick's drawable, or null
   // The last finished picture and whether it is a draft.
   const QImage& picture() const { return front_; }
-  bool picture_is_draft() const { return front_is_draft_; }
+  bool picture_is_draft() const { return front_is_draft_; }  // see picture
 
   // See the file comment.
   void set_glyph_sink_hook(std::function<void(ZR_Glyph_Sink*)> hook) {
@@ -95,19 +104,19 @@ class DisplayListWidget : public QWidget {
 
   // What the last draw did.
   struct Stats {
-    double ms = 0;  // the traversal's time, without the input handled in it
-    bool interrupted = false;
-    bool draft = false;
-    long long exact = 0;   // exact pictures finished so far
-    long long drafts = 0;  // drafts finished so far
+    double ms = 0;             // the traversal's time, without the input handled in it
+    bool interrupted = false;  // stopped by input before its end
+    bool draft = false;        // drawn in draft mode
+    long long exact = 0;       // exact pictures finished so far
+    long long drafts = 0;      // drafts finished so far
   };
-  const Stats& stats() const { return stats_; }
+  const Stats& stats() const { return stats_; }  // see Stats
 
-  static constexpr double kZoomStep = 1.25;
-  static constexpr double kFrameMs = 16.0;
-  static constexpr double kInputCheckMs = 10.0;
-  static constexpr int kPickRadius = 3;
-  static constexpr QRgb kHighlight = 0xffff8000u;
+  static constexpr double kZoomStep = 1.25;        // zoom factor of a wheel notch
+  static constexpr double kFrameMs = 16.0;         // an exact draw slower than this brings drafts
+  static constexpr double kInputCheckMs = 10.0;    // input is handled this often during a draw
+  static constexpr int kPickRadius = 3;            // pixels around a click that pick
+  static constexpr QRgb kHighlight = 0xffff8000u;  // colour of the pick's outline
 
  protected:
   void paintEvent(QPaintEvent* event) override;

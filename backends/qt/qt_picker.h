@@ -25,6 +25,7 @@ namespace DL {
 
 class QtRenderer;
 
+// The picker described above.
 class QtPicker : public ZR_Renderer {
  public:
   QtPicker();

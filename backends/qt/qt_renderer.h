@@ -57,8 +57,10 @@
 
 namespace DL {
 
+// Which way device y runs on the device: up from the bottom row, or down.
 enum class QtOrientation { y_up, y_down };
 
+// The renderer described above.
 class QtRenderer : public ZR_Renderer, public ZR_Glyph_Sink {
  public:
   // Paints through `painter` (not owned; it must be active on a device while
@@ -68,9 +70,9 @@ class QtRenderer : public ZR_Renderer, public ZR_Glyph_Sink {
   QtRenderer(const QtRenderer&) = delete;
   QtRenderer& operator=(const QtRenderer&) = delete;
 
-  QPainter* painter() const { return painter_; }
-  int height() const { return height_; }
-  QtOrientation orientation() const { return orientation_; }
+  QPainter* painter() const { return painter_; }              // the painter painted through
+  int height() const { return height_; }                      // the device's height in pixels
+  QtOrientation orientation() const { return orientation_; }  // which way device y runs
 
   // Paints through another painter, on a device `height` pixels high; forgets
   // the clip.
@@ -82,7 +84,7 @@ class QtRenderer : public ZR_Renderer, public ZR_Glyph_Sink {
 
   // Draft mode: see the file comment. Off by default.
   void set_draft(bool on);
-  bool draft() const { return draft_; }
+  bool draft() const { return draft_; }  // whether draft mode is on
 
   // Forgets the clip believed to be on the painter; call after changing the
   // painter's clip or state behind the renderer's back.
@@ -100,10 +102,14 @@ class QtRenderer : public ZR_Renderer, public ZR_Glyph_Sink {
 
   // The box geometry is cut to before it reaches Qt, in device units.
   struct Guard {
-    double x0, x1, y0, y1;
+    double x0;  // left edge
+    double x1;  // right edge
+    double y0;  // lowest device y
+    double y1;  // highest device y
+    // Whether the device point (x, y) lies in the box, edges included.
     bool inside(double x, double y) const { return x >= x0 && x <= x1 && y >= y0 && y <= y1; }
   };
-  const Guard& guard() const { return guard_; }
+  const Guard& guard() const { return guard_; }  // the box now in force
 
   // Used by the entry functions; not for hosts.
   struct Access;
