@@ -144,6 +144,13 @@ void DisplayListWidget::prepare_list() {
   list_->set_world_bounds(view_.world());
 }
 
+// Hands the list back to the host: the widget's renderer and callback off it.
+void DisplayListWidget::release_list() {
+  if (!list_) return;
+  if (list_->renderer == renderer_) list_->set_renderer(nullptr);
+  list_->interrupt_callback = nullptr;
+}
+
 bool DisplayListWidget::draw_now() {
   if (in_draw_ || !list_ || !list_->root) return false;
   return draw_once(false, false);
@@ -178,7 +185,7 @@ bool DisplayListWidget::draw_once(bool draft, bool yield) {
     done = list_->root->draw_complex_bounded_interrupt(*list_, inner, outer);
   in_draw_ = false;
   if (sink_hook_) sink_hook_(nullptr);
-  list_->interrupt_callback = nullptr;
+  release_list();
   renderer_->set_painter(nullptr, view_.height);
   painter.end();
 
@@ -272,6 +279,7 @@ void DisplayListWidget::render_highlight() {
     if (sink_hook_) sink_hook_(renderer_);
     picked_->draw_clipped(*list_);
     if (sink_hook_) sink_hook_(nullptr);
+    release_list();
     renderer_->set_painter(nullptr, h);
   }
   QImage halo = shape;

@@ -28,8 +28,9 @@
 //   before each draw and with null after it.
 //
 // World y grows upward on screen. The widget sets the list's renderer, view,
-// interrupt callback and `saturate_device_points` while it draws; between
-// draws the list is the host's to change (call `redraw` afterwards).
+// interrupt callback and `saturate_device_points` for a draw or a pick and
+// takes its renderer and callback off again after it; between draws the list
+// is the host's to change (call `redraw` afterwards).
 #pragma once
 
 #include <QImage>
@@ -136,6 +137,7 @@ class DisplayListWidget : public QWidget {
   void do_pick(int column, int row);
   void render_highlight();
   void prepare_list();
+  void release_list();
 
   DisplayList* list_ = nullptr;
   QtRenderer* renderer_ = nullptr;  // counted

@@ -139,8 +139,10 @@ struct QtRenderer::Access {
   static QtRenderer& self(void* context) { return *static_cast<QtRenderer*>(context); }
 
   // Clip for one entry; the painter's pen and brush are left to the entry.
+  // Null, and the entry draws nothing, when there is no active painter.
   static QPainter* begin(void* context, ZR_Rendition* rendition, bool clipped) {
     QtRenderer& r = self(context);
+    if (!r.painter_ || !r.painter_->isActive()) return nullptr;
     r.use_clip(rendition, clipped);
     return r.painter_;
   }
@@ -199,7 +201,7 @@ struct QtRenderer::Access {
   template <bool C>
   static void dot(void* context, ZR_Rendition* rendition, const ZR_DCI_Point* point,
                   const ZR_RGB32* color) {
-    begin(context, rendition, C);
+    if (!begin(context, rendition, C)) return;
     fill_dot(self(context), *point, self(context).color_of(rendition, color));
   }
 
@@ -207,7 +209,7 @@ struct QtRenderer::Access {
   static void polyline(void* context, ZR_Rendition* rendition, int count,
                        const ZR_DCI_Point* points) {
     if (count <= 0) return;
-    begin(context, rendition, C);
+    if (!begin(context, rendition, C)) return;
     QtRenderer& r = self(context);
     const QColor color = r.color_of(rendition, nullptr);
     if (count == 1) return fill_dot(r, points[0], color);
@@ -217,7 +219,7 @@ struct QtRenderer::Access {
   template <bool C>
   static void polymarker(void* context, ZR_Rendition* rendition, int count,
                          const ZR_DCI_Point* points) {
-    begin(context, rendition, C);
+    if (!begin(context, rendition, C)) return;
     QtRenderer& r = self(context);
     QPainterPath path;
     for (int i = 0; i < count; ++i) {
@@ -236,7 +238,7 @@ struct QtRenderer::Access {
   static void polygon(void* context, ZR_Rendition* rendition, int count, const ZR_DCI_Point* points,
                       const ZR_RGB32* color) {
     if (count <= 0) return;
-    begin(context, rendition, C);
+    if (!begin(context, rendition, C)) return;
     QtRenderer& r = self(context);
     std::vector<P> poly = to_points(count, points);
     QPainterPath path;
@@ -278,7 +280,7 @@ struct QtRenderer::Access {
   template <bool C>
   static void triangles(void* context, ZR_Rendition* rendition, int count,
                         const ZR_DCI_Point* points) {
-    begin(context, rendition, C);
+    if (!begin(context, rendition, C)) return;
     QtRenderer& r = self(context);
     flat_strip(r, count, points, r.color_of(rendition, nullptr));
   }
@@ -291,7 +293,7 @@ struct QtRenderer::Access {
   // one fill, so the edges between triangles leave no seam.
   static void shaded_strip(void* context, ZR_Rendition* rendition, bool clipped, int count,
                            const ZR_DCI_Point* points, const ZR_RGB32* colors) {
-    begin(context, rendition, clipped);
+    if (!begin(context, rendition, clipped)) return;
     QtRenderer& r = self(context);
     if (!colors || count < 3) return flat_strip(r, count, points, r.color_of(rendition, nullptr));
     const QPaintDevice* device = r.painter_->device();
@@ -403,7 +405,7 @@ struct QtRenderer::Access {
   static void ellipse(void* context, ZR_Rendition* rendition, bool clipped, bool pie,
                       const ZR_DCI_Point* center, const ZR_DCI_Point* radii, double start,
                       double end, double rotation, const ZR_RGB32* color) {
-    begin(context, rendition, clipped);
+    if (!begin(context, rendition, clipped)) return;
     QtRenderer& r = self(context);
     const QColor c = r.color_of(rendition, color);
     double sweep = sweep_of(start, end);
@@ -438,6 +440,7 @@ struct QtRenderer::Access {
         data.pixels.size() != static_cast<std::size_t>(data.width) * data.height)
       return;
     QPainter* painter = begin(context, rendition, C);
+    if (!painter) return;
     QtRenderer& r = self(context);
     if (!r.guard().inside(double(point->x), double(point->y))) return;
     QImage pixels(data.width, data.height, QImage::Format_RGB32);
@@ -456,7 +459,7 @@ struct QtRenderer::Access {
                                const ZR_DCI_Point* points, const ZR_RGB32* colors) {
     if (count <= 0) return;
     if (count == 1 || !colors) return polyline<false>(context, rendition, count, points);
-    begin(context, rendition, false);
+    if (!begin(context, rendition, false)) return;
     QtRenderer& r = self(context);
     for (int i = 0; i + 1 < count; ++i) {
       P a{double(points[i].x), double(points[i].y)};

@@ -63,8 +63,8 @@ enum class QtOrientation { y_up, y_down };
 // The renderer described above.
 class QtRenderer : public ZR_Renderer, public ZR_Glyph_Sink {
  public:
-  // Paints through `painter` (not owned; it must be active on a device while
-  // entries are called), on a device `height` pixels high.
+  // Paints through `painter` (not owned), on a device `height` pixels high.
+  // While the painter is null or not active, every entry draws nothing.
   QtRenderer(QPainter* painter, int height, QtOrientation orientation = QtOrientation::y_up);
   ~QtRenderer() override;
   QtRenderer(const QtRenderer&) = delete;

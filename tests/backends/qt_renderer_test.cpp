@@ -218,6 +218,21 @@ TEST(QtRenderer, CoordinatesAtTheIntLimitsDrawWhatShows) {
   });
 }
 
+// Regression: entries called while the renderer had no painter (the widget's
+// renderer between draws) dereferenced null. They must draw nothing.
+TEST(QtRenderer, DrawsNothingWithoutAnActivePainter) {
+  auto* r = new QtRenderer(nullptr, kH);
+  add_ref(r);
+  ZR_Rendition rendition = ZR_Rendition::create();
+  every_entry(*r, rendition);
+  QPainter idle;  // not begun on a device
+  r->set_painter(&idle, kH);
+  every_entry(*r, rendition);
+  ZR_Contour_Set glyph = ZR_Contour_Set::make({{{0, 0, 0}, {10, 0, 0}, {10, 10, 0}}});
+  r->paint_contours(&rendition, {5, 5, 0}, *glyph, nullptr, true);
+  release(r);
+}
+
 #ifdef DL_HAVE_FREETYPE
 TEST(QtRenderer, FillsTheFreeTypeEnginesGlyphsAsCairoDoes) {
   auto* engine = new FreeTypeTextEngine;
@@ -336,6 +351,7 @@ TEST(DisplayListWidget, ShowsTheListAndZoomsPansAndPicks) {
   widget.fit({{0, 0}, {999, 749}});
   ASSERT_TRUE(widget.draw_now());
   EXPECT_FALSE(widget.picture_is_draft());
+  EXPECT_EQ(list.renderer, nullptr);  // handed back after the draw
   EXPECT_EQ(widget.picture().width(), kW);
 
   // The widget's picture is the renderer's picture of the same view.
