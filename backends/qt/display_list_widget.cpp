@@ -73,7 +73,11 @@ void DisplayListWidget::set_list(DisplayList* list) {
   list_ = list;
   picked_ = nullptr;
   highlight_ = QImage();
-  if (list_ && list_->root) fit(list_->root->bounds);
+  // The bounds of what the list holds: the root's own rectangle is the whole
+  // plane while it is open.
+  WorldBounds content = WorldBounds::empty();
+  if (list_ && list_->root) list_->root->add_bounds(content);
+  fit(content);
   changed();
 }
 
@@ -191,6 +195,7 @@ bool DisplayListWidget::draw_once(bool draft, bool yield) {
 
   stats_.ms = ms_since(start) - handling_ms_;
   stats_.interrupted = !done;
+  stats_.stopped += !done;
   stats_.draft = draft;
   if (!draft) exact_ms_ = done ? stats_.ms : std::max(exact_ms_, stats_.ms);
   if (done) {

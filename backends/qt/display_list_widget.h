@@ -110,6 +110,7 @@ class DisplayListWidget : public QWidget {
     bool draft = false;        // drawn in draft mode
     long long exact = 0;       // exact pictures finished so far
     long long drafts = 0;      // drafts finished so far
+    long long stopped = 0;     // draws stopped by input so far
   };
   const Stats& stats() const { return stats_; }  // see Stats
 

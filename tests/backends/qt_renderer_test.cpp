@@ -17,6 +17,7 @@
 #include <QImage>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QTimer>
 #include <QWheelEvent>
 #include <cmath>
 #include <functional>
@@ -417,6 +418,47 @@ TEST(DisplayListWidget, ShowsTheListAndZoomsPansAndPicks) {
   EXPECT_EQ(widget.picked()->bounds_of(), (WorldBounds{{300, 300}, {600, 500}}));
   widget.set_list(nullptr);
   EXPECT_TRUE(test::tree_is_valid(list));
+
+  // Input during a slow draw stops it, and the new view is drawn: first as a
+  // draft when the last exact draw was slower than a frame, then exact.
+  DisplayList big;
+  fill(big);
+  // Tile by tile, as drawings arrive, so that the tree is deep: the draw
+  // polls once per interior group it enters.
+  for (int tile = 0; tile < 100; ++tile)
+    for (int i = 0; i < 4000; ++i) {
+      const WorldPoint p{(tile % 10) * 100 + i % 100, (tile / 10) * 100 + (i / 100) * 5 / 2};
+      big.add(new Dot(0x404040, p), {p, p});
+    }
+  widget.resize(400, 300);
+  widget.set_list(&big);
+  EXPECT_NEAR(widget.view().upp, 1000.0 / 299, 0.01);  // fitted to what the list holds
+  ASSERT_TRUE(widget.draw_now());
+  const bool slow = widget.stats().ms > 2 * DisplayListWidget::kInputCheckMs;
+  const long long drafts = widget.stats().drafts;
+  drawn = false;
+  widget.on_drawn = [&drawn] { drawn = true; };
+  // A redraw of the same view (exact, as slow as the one above), and a wheel
+  // notch 5 ms into it, handled by the draw's own poll at 10 ms.
+  QTimer::singleShot(5, &widget, [&widget] {
+    const QPointF p(200, 150);
+    QWheelEvent notch(p, widget.mapToGlobal(p), QPoint(), QPoint(0, 120), Qt::NoButton,
+                      Qt::NoModifier, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(&widget, &notch);
+  });
+  const double wanted_upp = widget.view().upp / DisplayListWidget::kZoomStep;
+  widget.redraw();
+  for (int i = 0; i < 2000 && !drawn; ++i)
+    QApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
+  EXPECT_TRUE(drawn);
+  EXPECT_DOUBLE_EQ(widget.view().upp, wanted_upp);
+  EXPECT_FALSE(widget.picture_is_draft());
+  if (slow) {  // the machine drew slowly enough for the notch to come during the draw
+    EXPECT_GE(widget.stats().stopped, 1);
+    EXPECT_GT(widget.stats().drafts, drafts);
+  }
+  widget.set_list(nullptr);
+  EXPECT_TRUE(test::tree_is_valid(big));
 }
 
 }  // namespace
