@@ -26,8 +26,10 @@ class Drawable;
 // tile and costs 40.6 (the Dot itself is 40); windows of 1% draw 1.6 times
 // faster at 256 than at 64 there, and at 1e6 points 256 is within 20% of 64.
 inline constexpr int kDefaultGroupCapacity = 256;
-inline constexpr int kDefaultLevelLimit = 24;
+inline constexpr int kDefaultLevelLimit = 24;  // see kDefaultGroupCapacity
 
+// A display list: the record above, with its operations. Hosts may derive
+// from it (`add` is virtual).
 class DisplayList {
  public:
   // A ready list; see the file comment. `heap` is where groups come from (null:
@@ -142,7 +144,7 @@ class DisplayList {
     interrupt_counter = 0;
     return interrupt_callback(interrupt_user_data);
   }
-  static constexpr int kInterruptPollPeriod = 20;
+  static constexpr int kInterruptPollPeriod = 20;  // polls between two calls of the callback
   // World to text point with the transform in force (`device_scale` and
   // `device_offset` when `use_device_transform`, else `scale` and `offset`), in
   // double; a coordinate beyond +-1e15 becomes +-999999986991104.0, the float
@@ -161,13 +163,13 @@ class DisplayList {
   double aspect_ratio = 1.0;  // host: factor in the y terms of both transforms
   ZR_Rendition rendition;     // host: current drawing state and clips
   WorldBounds visible_bounds = WorldBounds::empty();  // world shown by screen_bounds + 1 pixel
-  ZephalHeap* heap = nullptr;   // host: heap of the groups; null is the default heap
-  DoublePoint scale{1.0, 1.0};  // world to screen
-  DoublePoint offset{0.0, 0.0};
-  DoublePoint device_scale{1.0, 1.0};  // world to device
-  DoublePoint device_offset{0.0, 0.0};
-  DoublePoint device_factor{1.0, 1.0};          // host: screen units to device units
-  bool saturate_device_points = false;          // host: world_to_screen saturates
+  ZephalHeap* heap = nullptr;           // host: heap of the groups; null is the default heap
+  DoublePoint scale{1.0, 1.0};          // world to screen
+  DoublePoint offset{0.0, 0.0};         // world to screen: screen = world * scale + offset
+  DoublePoint device_scale{1.0, 1.0};   // world to device
+  DoublePoint device_offset{0.0, 0.0};  // world to device, as `offset`
+  DoublePoint device_factor{1.0, 1.0};  // host: screen units to device units
+  bool saturate_device_points = false;  // host: world_to_screen saturates
   bool (*interrupt_callback)(void*) = nullptr;  // host: asked whether to go on
   void* interrupt_user_data = nullptr;          // host: passed to the callback
   int interrupt_counter = 0;                    // polls since the callback last ran
@@ -180,8 +182,8 @@ class DisplayList {
   // host: open groups at this level or deeper close, not split; at most 31
   // (asserted by `add`). 0 or less never splits: every group hangs from the root.
   int level_limit;
-  ZR_Point clip_center{0.0f, 0.0f, 0.0f};  // circle fitted to the complex clip
-  float clip_radius_squared = 0.0f;
+  ZR_Point clip_center{0.0f, 0.0f, 0.0f};          // circle fitted to the complex clip
+  float clip_radius_squared = 0.0f;                // see circular_complex_clip
   bool complex_clip_supported = false;             // the device clips to complex clips itself
   int open_level = 0;                              // level of open_group
   int open_count = 0;                              // drawables in open_group

@@ -139,18 +139,24 @@ struct GroupTable {
   // group entered, before any test; false stops the walk at once and is the
   // result. A bottom group is never stopped half way.
   bool (*draw_unclipped_interrupt)(const Group*, DisplayList&);
+  // `draw_circled`, interruptible.
   bool (*draw_circled_interrupt)(const Group*, DisplayList&);
+  // `draw_complex`, interruptible.
   bool (*draw_complex_interrupt)(const Group*, DisplayList&);
+  // `draw_bounded`, interruptible.
   bool (*draw_bounded_interrupt)(const Group*, DisplayList&, const WorldBounds& inner,
                                  const WorldBounds& outer);
+  // `draw_circled_bounded`, interruptible.
   bool (*draw_circled_bounded_interrupt)(const Group*, DisplayList&, const WorldBounds& inner,
                                          const WorldBounds& outer);
+  // `draw_complex_bounded`, interruptible.
   bool (*draw_complex_bounded_interrupt)(const Group*, DisplayList&, const WorldBounds& inner,
                                          const WorldBounds& outer);
   // Selection: each shown drawable is marked in `selector` of the list
   // (selector_part 0, selector_drawable the drawable) before it draws. The
   // complex clip is not looked at. `selector` must not be null.
   void (*draw_unclipped_selection)(const Group*, DisplayList&);
+  // The bounded walk (as `draw_bounded`, without the clip) in selection form.
   void (*draw_bounded_selection)(const Group*, DisplayList&, const WorldBounds& inner,
                                  const WorldBounds& outer);
   // Merges into the argument the bounds of everything below.
@@ -161,9 +167,12 @@ struct GroupTable {
   int (*level)(const Group*);
   // The twin class's table: hidden for a visible one and back.
   const GroupTable* twin;
+  // Whether this is a hidden class: its groups draw nothing.
   bool hidden;
 };
 
+// A group of the tree: one 64-byte record whose class is its table; see the
+// file comment.
 class Group : public HeapObject {
  public:
   // -- The record (64 bytes on a 64-bit host) ------------------------------------
@@ -185,26 +194,37 @@ class Group : public HeapObject {
   // Head and tail of the children's one-way list, through `sibling`: groups in
   // an interior group, drawables in a bottom group.
   void* first_child;
-  void* last_child;
+  void* last_child;  // see first_child
   // Null at the root only.
   Group* parent;
 
   // -- Operations (through the table) ----------------------------------------------
   bool contains_drawables() const { return table->contains_drawables; }
+  // Whether this is the open group, the one that takes drawables.
   bool is_open() const { return table->is_open; }
+  // Checks the group's invariants in debug builds (the table's `assert_valid`).
   void assert_valid() const { table->assert_valid(this); }
+  // Writes the subtree to `out` (the table's `dump_subtree`).
   void dump_subtree(std::ostream& out, int indent, DisplayListDebug& debug) const {
     table->dump_subtree(this, out, indent, debug);
   }
+  // Deletes the group with everything below it (the table's `destroy`).
   void destroy() { table->destroy(this); }
+  // Puts `d` with bounds `b` into the tree from here (the table's `add`).
   Group* add(Drawable* d, const WorldBounds& b, DisplayList* list) {
     return table->add(this, d, b, list);
   }
+  // Unlinks and destroys `d` (the table's `remove`).
   Group* remove(Drawable* d, Drawable* previous) { return table->remove(this, d, previous); }
+  // The table's `remove_searched`.
   Group* remove_searched(const Search& s) { return table->remove_searched(this, s); }
+  // The table's `remove_fast`.
   Group* remove_fast(const Search& s) { return table->remove_fast(this, s); }
+  // Destroys every drawable below inside `r` (the table's `remove_bounded`).
   void remove_bounded(const WorldBounds& r) { table->remove_bounded(this, r); }
+  // The table's `remove_bounded_worker`.
   void remove_bounded_worker(const WorldBounds& r) { table->remove_bounded_worker(this, r); }
+  // Deletes every child (the table's `remove_all`).
   void remove_all() { table->remove_all(this); }
   // Closes this group (the table's `close`), after one exception: an open group
   // without drawables at the end of the chain of last children is destroyed
@@ -216,45 +236,58 @@ class Group : public HeapObject {
   // root stays open. Costs a walk down the chain of last children, which the
   // close walks anyway.
   void close();
+  // Draws every shown drawable below with no test (the table's `draw_unclipped`).
   void draw_unclipped(DisplayList& list) const { table->draw_unclipped(this, list); }
   // -- Redraw under pan, zoom and clip (see the table entries) -------------------
   void draw_circled(DisplayList& list) const { table->draw_circled(this, list); }
+  // The table's `draw_complex`.
   void draw_complex(DisplayList& list) const { table->draw_complex(this, list); }
+  // The table's `draw_bounded`.
   void draw_bounded(DisplayList& list, const WorldBounds& inner, const WorldBounds& outer) const {
     table->draw_bounded(this, list, inner, outer);
   }
+  // The table's `draw_circled_bounded`.
   void draw_circled_bounded(DisplayList& list, const WorldBounds& inner,
                             const WorldBounds& outer) const {
     table->draw_circled_bounded(this, list, inner, outer);
   }
+  // The table's `draw_complex_bounded`.
   void draw_complex_bounded(DisplayList& list, const WorldBounds& inner,
                             const WorldBounds& outer) const {
     table->draw_complex_bounded(this, list, inner, outer);
   }
+  // The table's `draw_unclipped_interrupt`; false when stopped.
   bool draw_unclipped_interrupt(DisplayList& list) const {
     return table->draw_unclipped_interrupt(this, list);
   }
+  // The table's `draw_circled_interrupt`; false when stopped.
   bool draw_circled_interrupt(DisplayList& list) const {
     return table->draw_circled_interrupt(this, list);
   }
+  // The table's `draw_complex_interrupt`; false when stopped.
   bool draw_complex_interrupt(DisplayList& list) const {
     return table->draw_complex_interrupt(this, list);
   }
+  // The table's `draw_bounded_interrupt`; false when stopped.
   bool draw_bounded_interrupt(DisplayList& list, const WorldBounds& inner,
                               const WorldBounds& outer) const {
     return table->draw_bounded_interrupt(this, list, inner, outer);
   }
+  // The table's `draw_circled_bounded_interrupt`; false when stopped.
   bool draw_circled_bounded_interrupt(DisplayList& list, const WorldBounds& inner,
                                       const WorldBounds& outer) const {
     return table->draw_circled_bounded_interrupt(this, list, inner, outer);
   }
+  // The table's `draw_complex_bounded_interrupt`; false when stopped.
   bool draw_complex_bounded_interrupt(DisplayList& list, const WorldBounds& inner,
                                       const WorldBounds& outer) const {
     return table->draw_complex_bounded_interrupt(this, list, inner, outer);
   }
+  // The table's `draw_unclipped_selection`.
   void draw_unclipped_selection(DisplayList& list) const {
     table->draw_unclipped_selection(this, list);
   }
+  // The table's `draw_bounded_selection`.
   void draw_bounded_selection(DisplayList& list, const WorldBounds& inner,
                               const WorldBounds& outer) const {
     table->draw_bounded_selection(this, list, inner, outer);
@@ -263,16 +296,22 @@ class Group : public HeapObject {
   // rendition's complex clip: by the fitted circle (CLIP_INSIDE or
   // CLIP_CROSSING only), or exactly, by the contours of the hard complex clip.
   ClipClass classify_against_circle(const DisplayList& list) const;
-  ClipClass classify_against_clip(DisplayList& list) const;
+  ClipClass classify_against_clip(DisplayList& list) const;  // by the contours
+  // Merges the bounds of everything below into `b`.
   void add_bounds(WorldBounds& b) const { table->add_bounds(this, b); }
+  // The table's `create_open_bottom_group`.
   void create_open_bottom_group(DisplayList* list) { table->create_open_bottom_group(this, list); }
+  // The depth of the group's cell.
   int level() const { return table->level(this); }
+  // Hides the group and everything below it: one store of the table pointer.
   void make_hidden() {
     if (!table->hidden) table = table->twin;
   }
+  // Shows it again.
   void make_visible() {
     if (table->hidden) table = table->twin;
   }
+  // Whether the group is hidden.
   bool is_hidden() const { return table->hidden; }
 
   // Sets the word to a level, with no index slot: for a group that becomes
@@ -288,15 +327,19 @@ class Group : public HeapObject {
                 sizeof slot);
     return slot;
   }
+  // Sets the slot of the group's child index (interior groups only).
   void set_index_slot(std::uint32_t slot) {
     std::memcpy(reinterpret_cast<unsigned char*>(&display_list) + sizeof(int), &slot, sizeof slot);
   }
 
-  // Typed views of the child list.
+  // Typed views of the child list: the first and last child as groups (of an
+  // interior group) or as drawables (of a bottom group).
   Group* first_group() const { return static_cast<Group*>(first_child); }
-  Group* last_group() const { return static_cast<Group*>(last_child); }
-  Drawable* first_drawable() const { return static_cast<Drawable*>(first_child); }
-  Drawable* last_drawable() const { return static_cast<Drawable*>(last_child); }
+  Group* last_group() const { return static_cast<Group*>(last_child); }  // see first_group
+  Drawable* first_drawable() const {
+    return static_cast<Drawable*>(first_child);
+  }                                                                               // see first_group
+  Drawable* last_drawable() const { return static_cast<Drawable*>(last_child); }  // see first_group
 
   // Runs on the parent of a group that has become empty: unlinks and deletes
   // `child`, then each ancestor that this empties, up to but not including the
@@ -317,9 +360,8 @@ class Group : public HeapObject {
   // down, and appends `d` to it. Returns the new group.
   Group* add_in_new_open_child(Drawable* d, const WorldBounds& b, DisplayList* list);
 
-  // The two tables of the interior class.
-  static const GroupTable table_;
-  static const GroupTable hidden_table_;
+  static const GroupTable table_;         // the interior class
+  static const GroupTable hidden_table_;  // its hidden twin
 
  private:
   Group() = default;
@@ -328,8 +370,8 @@ class Group : public HeapObject {
 // The closed leaf class: operations over a `Group` record whose children are
 // drawables.
 struct BottomGroup {
-  static const GroupTable table_;
-  static const GroupTable hidden_table_;
+  static const GroupTable table_;         // the closed leaf class
+  static const GroupTable hidden_table_;  // its hidden twin
 
   // Deletes every drawable; first_child and last_child become null.
   static void remove_all(Group& g);
@@ -341,8 +383,8 @@ struct BottomGroup {
 // The open leaf class. Its count and accumulated rectangle live in the list
 // (`open_count`, `open_bounds`, `open_level`), since at most one group is open.
 struct OpenBottomGroup {
-  static const GroupTable table_;
-  static const GroupTable hidden_table_;
+  static const GroupTable table_;         // the open leaf class
+  static const GroupTable hidden_table_;  // its hidden twin
 
   // Appends `d` at the tail in constant time and merges `b` into open_bounds.
   static Group* append_drawable(Group& g, Drawable* d, const WorldBounds& b);

@@ -67,12 +67,13 @@ struct GroupIndexSettings {
   // this number. Measured: below about 32 children a walk over the chain is as
   // fast as a query.
   static void set_threshold(int children);
-  static int threshold();
+  static int threshold();  // see set_threshold
   // Whether walks use the indexes (they are still kept up to date when off).
   static void set_enabled(bool enabled);
-  static bool enabled();
+  static bool enabled();  // see set_enabled
 };
 
+// The index of one wide group; see the file comment.
 class GroupIndex {
  public:
   // -- Found from the group ---------------------------------------------------------
@@ -255,7 +256,6 @@ class GroupIndex {
   std::size_t heads_capacity_[kMaxLevels] = {};
   bool offsets_used_[kMaxLevels] = {};
   bool heads_used_[kMaxLevels] = {};
-
 };
 
 template <bool kCountSkips, class F, class S>

@@ -14,6 +14,7 @@ class Dot : public Drawable {
   // Position in world coordinates.
   WorldPoint point;
 
+  // A dot of `color` at `point`.
   Dot(const ColorData& color, const WorldPoint& point);
 
  protected:
@@ -35,8 +36,9 @@ class ColorizedDot : public Dot {
   DL_DRAWABLE(ColorizedDot);
 
  public:
-  ZR_RGB32 dot_color;
+  ZR_RGB32 dot_color;  // the colour handed to the action call
 
+  // A dot at `point` painted in `dot_color`; `color` goes on the rendition.
   ColorizedDot(const ColorData& color, const WorldPoint& point, ZR_RGB32 dot_color);
 
  protected:

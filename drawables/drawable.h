@@ -38,7 +38,7 @@ struct Search;
 // byte. Not zero means that the drawables on the layer are shown; the byte is
 // tested anew in every traversal, so one store shows or hides a whole layer.
 struct Extra_Layer_Info {
-  unsigned char shown;
+  unsigned char shown;  // not zero: the layer's drawables are drawn
 };
 
 // Counts and sizes gathered by the dumps; the host zeroes it, and may sum
@@ -47,11 +47,11 @@ struct Extra_Layer_Info {
 // 2^32 as unsigned arithmetic does: the dumps add through `add_to_dump_count`,
 // never with a signed `+=`, whose overflow would be undefined.
 struct DisplayListDebug {
-  int group_count;
-  int drawable_count;
-  int group_bytes;
-  int drawable_bytes;
-  int drawable_common_bytes;
+  int group_count;            // groups dumped
+  int drawable_count;         // drawables dumped
+  int group_bytes;            // bytes of their records
+  int drawable_bytes;         // bytes of the drawables, with what they own
+  int drawable_common_bytes;  // of those, the bytes of the common part
 };
 
 // `field += amount`, wrapping modulo 2^32 (see `DisplayListDebug`).
@@ -66,10 +66,10 @@ struct DrawableTable {
   // traversal found that the primitive may cross the clip rectangle. A hidden
   // twin's two plain draws do nothing.
   void (*draw_unclipped)(Drawable*, DisplayList&);
-  void (*draw_clipped)(Drawable*, DisplayList&);
+  void (*draw_clipped)(Drawable*, DisplayList&);  // see draw_unclipped
   // The draws of a selection traversal; by default the plain draws.
   void (*draw_unclipped_selection)(Drawable*, DisplayList&);
-  void (*draw_clipped_selection)(Drawable*, DisplayList&);
+  void (*draw_clipped_selection)(Drawable*, DisplayList&);  // see draw_unclipped_selection
   // The rendition to draw with; by default the list's, with `color` set on it.
   ZR_Rendition* (*rendition)(Drawable*, DisplayList&);
   // Extends the rectangle to cover the primitive; never shrinks it.
@@ -81,12 +81,23 @@ struct DrawableTable {
   Drawable* (*clone)(const Drawable*);
   // A visible primitive holding vectors first..first+count-1; null by default.
   Drawable* (*partial_clone)(const Drawable*, int first, int count);
+  // Whether the colour word is a rendition pointer (the rendition form of
+  // Text).
   bool (*has_rendition)(const Drawable*);
+  // Whether the vectors are fixed, not made anew for each view (false for
+  // the ellipses). For hosts: the library does not call it.
   bool (*has_fixed_representation)(const Drawable*);
+  // Whether `get_vector` reads the vectors by index; by default when there
+  // are any.
   bool (*supports_fast_vector_iterator)(const Drawable*);
+  // How many vectors (straight pieces) the primitive has; 0 by default.
   int (*get_vector_count)(const Drawable*);
+  // Vector `index`, in world coordinates; false when there is none.
   bool (*get_vector)(const Drawable*, int index, WorldVector&);
+  // A test of vector `index` left to hosts; false by default.
   bool (*vector_predicate)(Drawable*, int);
+  // A new walk over the vectors (null when out of memory); the flag is
+  // read by Text only.
   DrawableVectorIterator* (*create_vector_iterator)(Drawable*, bool);
   // Writes the object's dump line and adds to the counts.
   void (*dump)(const Drawable*, std::ostream&, int indent, DisplayListDebug&);
@@ -98,14 +109,14 @@ struct DrawableTable {
   // The table of the twin class: hidden for a visible table and back. A class
   // without a twin names its own table.
   const DrawableTable* twin;
-  bool hidden;
+  bool hidden;  // whether this is a hidden class, which draws nothing
 };
 
 // Base of everything a display list holds. A Dot is 40 bytes on a 64-bit host:
 // table, sibling, colour, layer (8 each), point (8).
 class Drawable : public HeapObject {
  public:
-  using Table = DrawableTable;
+  using Table = DrawableTable;  // the type of the class tables
 
   // The colour of a primitive in one word: an RGB value, or, for the rendition
   // form of Text, a rendition pointer. Copied and compared as one word, so an
@@ -114,11 +125,16 @@ class Drawable : public HeapObject {
    public:
     constexpr ColorData() = default;
     constexpr ColorData(ZR_RGB32 rgb) : word_(rgb) {}  // NOLINT: a colour is a ColorData
+    // The rendition form.
     explicit ColorData(ZR_Rendition* rendition)
         : word_(reinterpret_cast<std::uintptr_t>(rendition)) {}
+    // The word as a colour.
     ZR_RGB32 rgb() const { return static_cast<ZR_RGB32>(word_); }
+    // The word as a rendition pointer.
     ZR_Rendition* rendition() const { return reinterpret_cast<ZR_Rendition*>(word_); }
+    // The word itself.
     std::uintptr_t word() const { return word_; }
+    // Equal when the words are.
     friend bool operator==(const ColorData&, const ColorData&) = default;
 
    private:
@@ -131,25 +147,35 @@ class Drawable : public HeapObject {
   // Next drawable of the same bottom group, null at the tail; written only by
   // the group code.
   Drawable* sibling;
-  ColorData color;
+  ColorData color;  // the colour word
   // The layer, null for none; not owned.
   Extra_Layer_Info* layer_info;
 
   // -- Operations (through the table) ----------------------------------------
   Extra_Layer_Info* layer() const { return layer_info; }
-  void set_layer(Extra_Layer_Info* layer) { layer_info = layer; }
+  void set_layer(Extra_Layer_Info* layer) { layer_info = layer; }  // null for none; not owned
   // Whether traversals draw this object: no layer, or the layer's byte not zero.
   bool shown() const { return !layer_info || layer_info->shown != 0; }
 
+  // Draws the primitive (the table's entries, called on this object).
   void draw_unclipped(DisplayList& list) { table->draw_unclipped(this, list); }
+  // Draws, cut to the hard clip.
   void draw_clipped(DisplayList& list) { table->draw_clipped(this, list); }
+  // Draws in a selection traversal.
   void draw_unclipped_selection(DisplayList& list) { table->draw_unclipped_selection(this, list); }
+  // Draws in a selection traversal, cut to the hard clip.
   void draw_clipped_selection(DisplayList& list) { table->draw_clipped_selection(this, list); }
+  // The rendition to draw with.
   ZR_Rendition* rendition(DisplayList& list) { return table->rendition(this, list); }
+  // Extends `bounds` to cover the primitive.
   void add_bounds(WorldBounds& bounds) const { table->add_bounds(this, bounds); }
+  // Whether the object equals the search's pattern.
   bool remove(const Search& search) const { return table->remove(this, search); }
+  // The identity of the class.
   void* type() const { return table->type; }
+  // A deep copy; null when out of memory.
   Drawable* clone() const { return table->clone(this); }
+  // A primitive of vectors first..first+count-1, or null.
   Drawable* partial_clone(int first, int count) const {
     return table->partial_clone(this, first, count);
   }
@@ -161,18 +187,26 @@ class Drawable : public HeapObject {
   void make_visible() {
     if (table->hidden) table = table->twin;
   }
-  bool is_hidden() const { return table->hidden; }
+  bool is_hidden() const { return table->hidden; }  // whether this is a hidden twin
+  // See DrawableTable::has_rendition.
   bool has_rendition() const { return table->has_rendition(this); }
+  // See DrawableTable::has_fixed_representation.
   bool has_fixed_representation() const { return table->has_fixed_representation(this); }
+  // See DrawableTable::supports_fast_vector_iterator.
   bool supports_fast_vector_iterator() const { return table->supports_fast_vector_iterator(this); }
+  // The number of vectors.
   int get_vector_count() const { return table->get_vector_count(this); }
+  // Vector `index`; false when there is none.
   bool get_vector(int index, WorldVector& vector) const {
     return table->get_vector(this, index, vector);
   }
+  // See DrawableTable::vector_predicate.
   bool vector_predicate(int index) { return table->vector_predicate(this, index); }
+  // A new walk over the vectors; null when out of memory.
   DrawableVectorIterator* create_vector_iterator(bool flag) {
     return table->create_vector_iterator(this, flag);
   }
+  // Writes the dump line and adds to the counts.
   void dump(std::ostream& out, int indent, DisplayListDebug& debug) const {
     table->dump(this, out, indent, debug);
   }
@@ -193,7 +227,7 @@ class Drawable : public HeapObject {
   // The bounds drawn as a filled strip of four points, through the triangles
   // entry of the draw; nothing for empty bounds.
   void draw_bounds_unclipped(DisplayList& list);
-  void draw_bounds_clipped(DisplayList& list);
+  void draw_bounds_clipped(DisplayList& list);  // the same, cut to the hard clip
 
   // Builds the table of class T (visible or hidden) from T's `do_` members.
   template <class T>
@@ -335,7 +369,7 @@ struct Search {
 class DummyDrawable final : public Drawable {
  public:
   DummyDrawable();
-  static const DrawableTable table_;
+  static const DrawableTable table_;  // the class's only table
 };
 
 }  // namespace DL

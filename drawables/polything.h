@@ -102,6 +102,8 @@ class Polydot : public Polything {
   DL_DRAWABLE(Polydot);
 
  public:
+  // `count` points copied from `source` (null: left for the caller to fill),
+  // from `heap` (null: the default heap).
   Polydot(const ColorData& color, int count, const WorldPoint* source, ZephalHeap* heap = nullptr);
 
  protected:
@@ -122,6 +124,8 @@ class Polygon : public Polything {
   DL_DRAWABLE(Polygon);
 
  public:
+  // `count` points copied from `source` (null: left for the caller to fill),
+  // from `heap` (null: the default heap).
   Polygon(const ColorData& color, int count, const WorldPoint* source, ZephalHeap* heap = nullptr);
 
  protected:
@@ -146,6 +150,8 @@ class Polyline : public Polything {
   DL_DRAWABLE(Polyline);
 
  public:
+  // `count` points copied from `source` (null: left for the caller to fill),
+  // from `heap` (null: the default heap).
   Polyline(const ColorData& color, int count, const WorldPoint* source, ZephalHeap* heap = nullptr);
 
  protected:
@@ -191,6 +197,8 @@ class Polymarker : public Polything {
   DL_DRAWABLE(Polymarker);
 
  public:
+  // `count` points copied from `source` (null: left for the caller to fill),
+  // from `heap` (null: the default heap).
   Polymarker(const ColorData& color, int count, const WorldPoint* source,
              ZephalHeap* heap = nullptr);
 
@@ -210,6 +218,8 @@ class Polysegment : public Polything {
   DL_DRAWABLE(Polysegment);
 
  public:
+  // `count` points copied from `source` (null: left for the caller to fill),
+  // from `heap` (null: the default heap).
   Polysegment(const ColorData& color, int count, const WorldPoint* source,
               ZephalHeap* heap = nullptr);
 

@@ -43,6 +43,8 @@ class PolytriangleWithNoBorder : public Polything {
   DL_DRAWABLE(PolytriangleWithNoBorder);
 
  public:
+  // A strip of `count` points copied from `source` (null: left for the caller to fill),
+  // from `heap` (null: the default heap).
   PolytriangleWithNoBorder(const ColorData& color, int count, const WorldPoint* source,
                            ZephalHeap* heap = nullptr);
 
@@ -74,6 +76,8 @@ class Polytriangle : public PolytriangleWithNoBorder {
   DL_DRAWABLE(Polytriangle);
 
  public:
+  // A strip of `count` points copied from `source` (null: left for the caller to fill),
+  // from `heap` (null: the default heap).
   Polytriangle(const ColorData& color, int count, const WorldPoint* source,
                ZephalHeap* heap = nullptr);
 

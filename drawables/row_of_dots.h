@@ -32,6 +32,7 @@ class RowOfDots : public Drawable {
   WorldPoint step;    // world distance from one dot to the next; may be negative
   int count;          // number of dots, at least 1
 
+  // `count` dots from `origin`, `step` apart.
   RowOfDots(const ColorData& color, const WorldPoint& origin, const WorldPoint& step, int count);
 
   // origin + step * (count - 1), per axis, wrapping in 32 bits.

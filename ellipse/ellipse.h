@@ -83,15 +83,15 @@ inline constexpr int kMaxEllipseVectors = 1 << 20;
 // Owns nothing beyond its record.
 class Ellipse : public Drawable {
  public:
-  using Table = EllipseTable;
+  using Table = EllipseTable;  // the class's table of operations
   DL_DRAWABLE(Ellipse);
 
  public:
-  static constexpr float TWO_PI = 6.2831854820251465f;
+  static constexpr float TWO_PI = 6.2831854820251465f;  // 2 pi as a float
   // 2 pi less 0.01: a sweep longer than this is a whole ellipse.
   static constexpr float FULL_SWEEP = 6.2731852531433105f;
-  static constexpr float HALF_PI = 1.5707963705062866f;
-  static constexpr float INVERSE_TWO_PI = 0.15915493667125702f;
+  static constexpr float HALF_PI = 1.5707963705062866f;          // pi / 2 as a float
+  static constexpr float INVERSE_TWO_PI = 0.15915493667125702f;  // 1 / (2 pi) as a float
   // The float nearest 1.1, widened: how much a rotated extent is grown.
   static constexpr double EXTENT_GROWTH = static_cast<double>(1.1f);
 
@@ -109,10 +109,13 @@ class Ellipse : public Drawable {
   // shape of the extent and the fineness of the vectors.
   DisplayList* display_list;
 
+  // A whole ellipse shown in `display_list` (not owned).
   Ellipse(const ColorData& color, const WorldPoint& center, const WorldPoint& radii, float rotation,
           DisplayList* display_list);
 
+  // Start of the sweep, relative to the own x axis (0 for a whole ellipse).
   float start_angle() const { return static_cast<const EllipseTable*>(table)->start_angle(this); }
+  // End of the sweep (2 pi for a whole ellipse).
   float end_angle() const { return static_cast<const EllipseTable*>(table)->end_angle(this); }
 
   // True when the direction of `v` (x and y read) lies in the sweep turned by
@@ -184,8 +187,9 @@ class EllipticalArc : public Ellipse {
   // Start and end of the sweep, relative to the ellipse's own x axis. Neither
   // sorted nor normalised: an end below the start is passed on as it stands.
   float arc_start;
-  float arc_end;
+  float arc_end;  // see arc_start
 
+  // The arc from `arc_start` to `arc_end` of the ellipse.
   EllipticalArc(const ColorData& color, const WorldPoint& center, const WorldPoint& radii,
                 float rotation, float arc_start, float arc_end, DisplayList* display_list);
 
@@ -205,6 +209,7 @@ class EllipticalPie : public EllipticalArc {
   friend class Ellipse;
 
  public:
+  // The sector from `arc_start` to `arc_end` of the ellipse.
   EllipticalPie(const ColorData& color, const WorldPoint& center, const WorldPoint& radii,
                 float rotation, float arc_start, float arc_end, DisplayList* display_list);
 
@@ -227,9 +232,10 @@ class ColorizedEllipse : public EllipticalArc {
   friend class Ellipse;
 
  public:
-  ZR_RGB32 ellipse_color;
-  bool outline;
+  ZR_RGB32 ellipse_color;  // the colour handed to the entry
+  bool outline;            // true: an arc; false: a sector
 
+  // An arc or sector (by `outline`) painted in `ellipse_color`.
   ColorizedEllipse(const ColorData& color, const WorldPoint& center, const WorldPoint& radii,
                    float rotation, float arc_start, float arc_end, ZR_RGB32 ellipse_color,
                    bool outline, DisplayList* display_list);
@@ -254,6 +260,7 @@ class ColorizedEllipse : public EllipticalArc {
 // vector, `prev` at the start gives null and leaves the index at 0.
 class DrawableVectorIteratorEllipse : public DrawableVectorIterator {
  public:
+  // A walk over the vectors of `ellipse` in its list's present view.
   explicit DrawableVectorIteratorEllipse(Ellipse* ellipse);
   ~DrawableVectorIteratorEllipse() override;
   DrawableVectorIteratorEllipse(const DrawableVectorIteratorEllipse&) = delete;

@@ -28,13 +28,14 @@ static_assert(sizeof(WorldCoord) == 4);
 // A point: `x` then `y`. A plain value; no constructor is relied on.
 template <class T>
 struct PointTemplate {
-  T x;
-  T y;
+  T x;  // first coordinate
+  T y;  // second coordinate
 
   // The two ends of the scale of `T`; for double, the largest finite values.
   static constexpr T scalarMinimum = std::numeric_limits<T>::lowest();
-  static constexpr T scalarMaximum = std::numeric_limits<T>::max();
+  static constexpr T scalarMaximum = std::numeric_limits<T>::max();  // see scalarMinimum
 
+  // Equal when both coordinates are.
   friend constexpr bool operator==(const PointTemplate& a, const PointTemplate& b) {
     return a.x == b.x && a.y == b.y;
   }
@@ -46,11 +47,12 @@ struct PointTemplate {
 // value of every accumulation: merging into it gives the merged rectangle.
 template <class T>
 struct BoundsTemplate {
-  PointTemplate<T> min;
-  PointTemplate<T> max;
+  PointTemplate<T> min;  // lower corner
+  PointTemplate<T> max;  // upper corner
 
-  using Point = PointTemplate<T>;
+  using Point = PointTemplate<T>;  // the type of the corners
 
+  // The empty rectangle (see above).
   static constexpr BoundsTemplate empty() {
     return {{Point::scalarMaximum, Point::scalarMaximum},
             {Point::scalarMinimum, Point::scalarMinimum}};
@@ -94,6 +96,7 @@ struct BoundsTemplate {
     if (o.max.y < max.y) max.y = o.max.y;
     if (min.x > max.x || min.y > max.y) make_empty();
   }
+  // Makes this the empty rectangle.
   constexpr void make_empty() { *this = empty(); }
   // True for the empty rectangle and for any rectangle with min <= max on both axes.
   constexpr bool is_valid() const {
@@ -102,6 +105,7 @@ struct BoundsTemplate {
            min.y <= max.y;
   }
 
+  // Equal when both corners are.
   friend constexpr bool operator==(const BoundsTemplate& a, const BoundsTemplate& b) {
     return a.min == b.min && a.max == b.max;
   }
@@ -110,9 +114,10 @@ struct BoundsTemplate {
 // A straight piece: `start` then `end`, in memory start.x, start.y, end.x, end.y.
 template <class T>
 struct VectorTemplate {
-  PointTemplate<T> start;
-  PointTemplate<T> end;
+  PointTemplate<T> start;  // where the piece begins
+  PointTemplate<T> end;    // where it ends
 
+  // Equal when both ends are.
   friend constexpr bool operator==(const VectorTemplate& a, const VectorTemplate& b) {
     return a.start == b.start && a.end == b.end;
   }
@@ -154,11 +159,11 @@ inline std::int32_t truncate_to_int32_saturated(double v) {
   return static_cast<std::int32_t>(v);
 }
 
-using WorldPoint = PointTemplate<WorldCoord>;
-using WorldBounds = BoundsTemplate<WorldCoord>;
-using WorldVector = VectorTemplate<WorldCoord>;
-using ScreenPoint = PointTemplate<int>;
-using ScreenBounds = BoundsTemplate<int>;
-using DoublePoint = PointTemplate<double>;
+using WorldPoint = PointTemplate<WorldCoord>;    // a point of the world
+using WorldBounds = BoundsTemplate<WorldCoord>;  // a rectangle of the world
+using WorldVector = VectorTemplate<WorldCoord>;  // a straight piece of the world
+using ScreenPoint = PointTemplate<int>;          // a point of the screen, in pixels
+using ScreenBounds = BoundsTemplate<int>;        // a rectangle of the screen, in pixels
+using DoublePoint = PointTemplate<double>;       // a pair of doubles: scales, offsets, exact points
 
 }  // namespace DL

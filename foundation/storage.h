@@ -19,7 +19,9 @@ struct HeapObject {
   static void* operator new(std::size_t size, ZephalHeap* heap) noexcept {
     return ZP_AllocateMemory(size, heap);
   }
+  // Back to the heap the block came from, whichever it is.
   static void operator delete(void* block) noexcept { ZP_ReleaseMemory(block); }
+  // The same, for a constructor that failed after `new (heap)`.
   static void operator delete(void* block, ZephalHeap*) noexcept { ZP_ReleaseMemory(block); }
 };
 

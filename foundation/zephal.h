@@ -82,6 +82,7 @@ class Zephal_Global {
 
   // The recursive lock; the thread that holds it may take it again.
   void lock() { pthread_mutex_lock(&lock_); }
+  // Releases the lock once; the last release lets other threads take it.
   void unlock() { pthread_mutex_unlock(&lock_); }
 
   // A new change stamp, never 0.
@@ -121,6 +122,7 @@ class ZR_Counted {
   // non-throwing allocation function makes a `new` expression test for null
   // instead of running the constructor on it; the expression then gives null.
   static void* operator new(std::size_t size) noexcept { return ZP_AllocateMemory(size, nullptr); }
+  // Gives the block back to the heap it came from.
   static void operator delete(void* block) { ZP_ReleaseMemory(block); }
 
  protected:
@@ -156,18 +158,24 @@ class ZR_Body : public ZR_Counted {
 template <class T>
 class ZR_Handle {
  public:
+  // A null handle.
   ZR_Handle() = default;
   // Takes a reference of its own on `body` (which may be null).
   explicit ZR_Handle(T* body) : body_(body) {
     if (body_) add_ref(body_);
   }
+  // Shares the body of `o`, with a reference of its own.
   ZR_Handle(const ZR_Handle& o) : ZR_Handle(o.body_) {}
+  // Takes over the reference of `o`, which becomes null.
   ZR_Handle(ZR_Handle&& o) noexcept : body_(std::exchange(o.body_, nullptr)) {}
+  // Drops the reference held.
   ~ZR_Handle() { clear(); }
+  // Shares the body of `o`; the old body is released after the new one is referenced.
   ZR_Handle& operator=(const ZR_Handle& o) {
     reset(o.body_);
     return *this;
   }
+  // Takes over the reference of `o`, which becomes null; the old body is released.
   ZR_Handle& operator=(ZR_Handle&& o) noexcept {
     if (this != &o) {
       clear();
@@ -182,13 +190,18 @@ class ZR_Handle {
     T* old = std::exchange(body_, body);
     if (old) release(old);
   }
+  // Drops the reference held; the handle becomes null.
   void clear() {
     if (T* old = std::exchange(body_, nullptr)) release(old);
   }
 
+  // The body, or null.
   T* get() const { return body_; }
+  // The body's members; the handle must not be null.
   T* operator->() const { return body_; }
+  // The body; the handle must not be null.
   T& operator*() const { return *body_; }
+  // Whether the handle holds a body.
   explicit operator bool() const { return body_ != nullptr; }
 
  protected:

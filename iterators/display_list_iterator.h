@@ -78,16 +78,21 @@ class DisplayListIterator : public DL::HeapObject {
   // range ends when the current drawable is null.
   class Cursor {
    public:
-    using value_type = DL::Drawable*;
-    using difference_type = std::ptrdiff_t;
+    using value_type = DL::Drawable*;        // what `*` gives
+    using difference_type = std::ptrdiff_t;  // for the iterator concepts; not used
     Cursor() = default;
+    // A cursor on `walk`, which it steps.
     explicit Cursor(DisplayListIterator* walk) : walk_(walk) {}
+    // The current drawable.
     DL::Drawable* operator*() const { return walk_->current_drawable; }
+    // Steps the walk (`advance`).
     Cursor& operator++() {
       walk_->next();
       return *this;
     }
+    // Steps the walk.
     void operator++(int) { walk_->next(); }
+    // Whether the walk has ended.
     friend bool operator==(const Cursor& c, std::default_sentinel_t) {
       return c.walk_->drawable() == nullptr;
     }
@@ -95,8 +100,8 @@ class DisplayListIterator : public DL::HeapObject {
    private:
     DisplayListIterator* walk_ = nullptr;
   };
-  Cursor begin() { return Cursor(this); }
-  std::default_sentinel_t end() { return {}; }
+  Cursor begin() { return Cursor(this); }       // the walk from its current item
+  std::default_sentinel_t end() { return {}; }  // reached when the current drawable is null
 
  protected:
   // Both positions null; the derived class positions the walk itself.
@@ -139,6 +144,7 @@ class SubEntityIterator : public DisplayListIterator {
  public:
   // Not positioned: `init` must come before any other use.
   SubEntityIterator() = default;
+  // Positioned on `first`, in the leaf `group`; ends after `last`.
   SubEntityIterator(DL::Drawable* first, DL::Drawable* last, DL::Group* group);
 
   // Positions the walk on `first`. `group` is the leaf that holds `first`, or a

@@ -32,6 +32,7 @@
 // Every drawable whose colour word equals `color`, after the first item.
 class DisplayListColorIterator : public DisplayListIterator {
  public:
+  // Positioned on the first drawable of `list` (see `init`).
   DisplayListColorIterator(DL::DisplayList* list, DL::Drawable::ColorData const& color);
 
   // Stores `color` and positions the walk on the first drawable of `list`,
@@ -50,6 +51,7 @@ class DisplayListColorIterator : public DisplayListIterator {
 // inclusive), in drawing order.
 class DisplayListBoundedIterator : public DisplayListIterator {
  public:
+  // Positioned on the first drawable of the first leaf taken (see `init`).
   DisplayListBoundedIterator(DL::DisplayList* list, DL::WorldBounds const& bounds);
 
   // Copies `bounds` and positions the walk on the first drawable of the first
@@ -101,6 +103,7 @@ class DisplayListBoundedIterator : public DisplayListIterator {
 // The bounded walk, restricted to one colour word after the first item.
 class DisplayListBoundedColorIterator : public DisplayListBoundedIterator {
  public:
+  // Positioned as the bounded walk is (see `init`).
   DisplayListBoundedColorIterator(DL::DisplayList* list, DL::WorldBounds const& bounds,
                                   DL::Drawable::ColorData const& color);
 

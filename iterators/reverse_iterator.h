@@ -37,6 +37,7 @@
 template <class T>
 class IteratorArray {
  public:
+  // Storage for `initial_capacity` (at least 1) elements.
   explicit IteratorArray(int initial_capacity) : capacity(initial_capacity) {
     DL_ASSERT(initial_capacity >= 1);
     items = allocate(initial_capacity);
@@ -95,9 +96,11 @@ class IteratorArray {
 template <class T>
 class IteratorStack : public IteratorArray<T> {
  public:
+  // An empty stack with room for `initial_capacity` elements.
   explicit IteratorStack(int initial_capacity = 32) : IteratorArray<T>(initial_capacity) {}
   virtual ~IteratorStack() = default;
 
+  // Puts `value` on top, growing the storage when full.
   void push(T const& value) {
     ++top;
     if (top == this->capacity) this->grow(0, true);
@@ -108,12 +111,13 @@ class IteratorStack : public IteratorArray<T> {
     if (top == -1) return T();
     return this->items[top--];
   }
-  bool empty() const { return top == -1; }
+  bool empty() const { return top == -1; }  // whether the stack holds nothing
 
   // Index of the top element; -1 when empty.
   int top = -1;
 };
 
+// The reverse walk over a rectangle; see the file comment.
 class DisplayListReverseIterator : public DisplayListIterator {
  public:
   // One entry of the group stack: a group and two flags. The word of a 32-bit

@@ -74,7 +74,7 @@ struct DrawableDisplayListTable : DrawableTable {
 // the three flags (8 with padding).
 class DrawableDisplayList : public Drawable {
  public:
-  using Table = DrawableDisplayListTable;
+  using Table = DrawableDisplayListTable;  // the class's table of operations
   DL_DRAWABLE(DrawableDisplayList);
 
  public:
@@ -94,20 +94,31 @@ class DrawableDisplayList : public Drawable {
   // Destroys the nested list if it is owned and not null.
   ~DrawableDisplayList();
 
-  DisplayList* display_list() const { return display_list_; }
-  bool owns_display_list() const { return ownership_ == Ownership::owned; }
-  Ownership ownership() const { return ownership_; }
+  DisplayList* display_list() const { return display_list_; }  // the nested list, or null
+  bool owns_display_list() const {
+    return ownership_ == Ownership::owned;
+  }                                                   // whether it is destroyed with the drawable
+  Ownership ownership() const { return ownership_; }  // the mode the nested list is held in
   // Replaces the nested list, then `set_bounds(bounds)`. The previous list is
   // neither destroyed nor touched: it goes back to the caller. The new list is
   // held in the drawable's present mode, or in the mode given.
   void set_display_list(DisplayList* list, const WorldBounds* bounds);
-  void set_display_list(DisplayList* list, const WorldBounds* bounds, Ownership ownership);
+  void set_display_list(DisplayList* list, const WorldBounds* bounds,
+                        Ownership ownership);  // see above
 
-  const WorldBounds& bounds() const { return bounds_; }
-  const WorldBounds& mapped_bounds() const { return mapped_bounds_; }
-  const DoublePoint& scale() const { return scale_; }
-  const DoublePoint& offset() const { return offset_; }
-  bool hard_clip_flag() const { return hard_clip_flag_; }
+  const WorldBounds& bounds() const {
+    return bounds_;
+  }  // the nested list's rectangle, in its own world
+  const WorldBounds& mapped_bounds() const {
+    return mapped_bounds_;
+  }  // `bounds` mapped into the outer world
+  const DoublePoint& scale() const {
+    return scale_;
+  }  // nested world to outer world: a factor per axis
+  const DoublePoint& offset() const { return offset_; }  // and an offset, after the factor
+  bool hard_clip_flag() const {
+    return hard_clip_flag_;
+  }  // `in_place` of the hard clip changes made here (file comment)
 
   // `bounds` becomes `*b`; with null, the union of the bounds of every drawable
   // of the nested list (empty when there is none, or no list). If `bounds` is
@@ -117,8 +128,8 @@ class DrawableDisplayList : public Drawable {
   void set_bounds(const WorldBounds* b);
   // Store the pair, then carry `bounds` over anew (`set_bounds(&bounds())`).
   void set_scale(const DoublePoint& s);
-  void set_offset(const DoublePoint& o);
-  void set_hard_clip_flag(bool flag) { hard_clip_flag_ = flag; }
+  void set_offset(const DoublePoint& o);                          // see set_scale
+  void set_hard_clip_flag(bool flag) { hard_clip_flag_ = flag; }  // see hard_clip_flag
 
  protected:
   bool push_view(DisplayList& outer) {

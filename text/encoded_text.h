@@ -51,6 +51,7 @@
 
 namespace DL {
 
+// A string in one of two forms; see the file comment.
 class EncodedText : public HeapObject {
  public:
   // From 16-bit characters; `unicode` chooses the form stored.
@@ -63,10 +64,11 @@ class EncodedText : public HeapObject {
   EncodedText& operator=(const EncodedText&) = delete;
   ~EncodedText();
 
-  int length() const { return length_; }
-  bool isUnicode() const { return unicode_; }
+  int length() const { return length_; }       // characters (16-bit form) or bytes (multibyte form)
+  bool isUnicode() const { return unicode_; }  // whether the 16-bit form is stored
   // The characters with their terminator; null for an empty text.
   const unsigned short* unicodeString() const { return static_cast<const unsigned short*>(data_); }
+  // The same for the multibyte form.
   const unsigned char* multiByteString() const { return static_cast<const unsigned char*>(data_); }
 
   // The 16-bit character at `index`: Unicode form only, `index` in [0, length].

@@ -88,6 +88,6 @@ void u16_copy(unsigned short* out, const unsigned short* s, int n);
 // Order of two terminated strings: negative, 0 or positive. 16-bit strings
 // compare by code unit, multibyte strings byte by byte (unsigned).
 int u16_compare(const unsigned short* a, const unsigned short* b);
-int mbs_compare(const unsigned char* a, const unsigned char* b);
+int mbs_compare(const unsigned char* a, const unsigned char* b);  // see u16_compare
 
 }  // namespace DL::mb

@@ -59,21 +59,28 @@ struct TextTable : DrawableTable {
   // Replaces the string by a new record made from a multibyte or a 16-bit
   // source; `bounds` stays and the tree is not told.
   void (*set_text_string_mb)(Text*, const char* text, int length, bool unicode);
-  void (*set_text_string_u16)(Text*, const unsigned short* text, int length, bool unicode);
+  void (*set_text_string_u16)(Text*, const unsigned short* text, int length,
+                              bool unicode);  // see set_text_string_mb
   // The attribute step of every draw and measure: size, rotation and scale on
   // the rendition; false when the text is too high to draw.
   bool (*set_text_attributes)(Text*, DisplayList&);
   // Height in drawing units below which the vector walk greeks: 75 on the
   // device transform, 5 otherwise.
   WorldCoord (*greeking_height)(const Text*, bool device);
+  // Whether a text `height` drawing units high is greeked (below greeking_height).
   bool (*is_text_greeked)(const Text*, WorldCoord height, bool device);
   // The text height in drawing units, truncated toward zero (saturating).
   WorldCoord (*height)(const Text*, const DisplayList&);
+  // The entries of the measures below (see Text::accumulated_normalized_widths,
+  // get_text_bbox, get_character_bbox, get_character_contour).
   void (*accumulated_normalized_widths)(Text*, float* widths);
+  // See Text::get_text_bbox.
   void (*get_text_bbox)(Text*, DoublePoint* box);
+  // See Text::get_character_bbox.
   void (*get_character_bbox)(const Text*, int index, const float* widths, const DoublePoint& origin,
                              const DoublePoint* box, DoublePoint* character_box,
                              DoublePoint& next_origin);
+  // See Text::get_character_contour.
   ZR_Contour_Set (*get_character_contour)(Text*, int index, const float* widths,
                                           const DoublePoint& origin, const DoublePoint* box,
                                           DoublePoint& next_origin, ZR_Matrix& matrix);
@@ -85,13 +92,13 @@ struct TextTable : DrawableTable {
 // and the string record (16 bytes plus the characters) live on the default heap.
 class Text : public Drawable {
  public:
-  using Table = TextTable;
+  using Table = TextTable;  // the class's table of operations
   DL_DRAWABLE(Text);
 
  public:
   // The rendition form's tables.
   static const Table rendition_visible_table_;
-  static const Table rendition_hidden_table_;
+  static const Table rendition_hidden_table_;  // see rendition_visible_table_
 
   // -- The record ------------------------------------------------------------
   DisplayList* display_list;  // the list the text belongs to; not owned, not counted
@@ -105,6 +112,7 @@ class Text : public Drawable {
   // Empty texts: no list, font or string, zero position, height and rotation,
   // empty bounds.
   explicit Text(const ZR_RGB32& color);
+  // The same in rendition form.
   explicit Text(ZR_Rendition* rendition);
   // The full forms. `unicode` chooses the form the string is stored in,
   // whichever form `text` comes in; `length` counts characters and may include
@@ -112,12 +120,15 @@ class Text : public Drawable {
   Text(const ZR_RGB32& color, const ZR_Font& font, DoublePoint position, const char* text,
        int length, double height, double rotation, WorldBounds bounds, DisplayList* list,
        bool unicode);
+  // The full form in RGB, from 16-bit characters.
   Text(const ZR_RGB32& color, const ZR_Font& font, DoublePoint position, const unsigned short* text,
        int length, double height, double rotation, WorldBounds bounds, DisplayList* list,
        bool unicode);
+  // The full form in rendition form, from a multibyte string.
   Text(ZR_Rendition* rendition, const ZR_Font& font, DoublePoint position, const char* text,
        int length, double height, double rotation, WorldBounds bounds, DisplayList* list,
        bool unicode);
+  // The full form in rendition form, from 16-bit characters.
   Text(ZR_Rendition* rendition, const ZR_Font& font, DoublePoint position,
        const unsigned short* text, int length, double height, double rotation, WorldBounds bounds,
        DisplayList* list, bool unicode);
@@ -129,9 +140,12 @@ class Text : public Drawable {
   // -- Operations of Text (through the table) ----------------------------------
   const TextTable* text_table() const { return static_cast<const TextTable*>(table); }
 
+  // Replaces the string by one made from a multibyte source; `unicode`
+  // chooses the form stored. `bounds` stays and the tree is not told.
   void set_text_string(const char* s, int length, bool unicode) {
     text_table()->set_text_string_mb(this, s, length, unicode);
   }
+  // The same from 16-bit characters.
   void set_text_string(const unsigned short* s, int length, bool unicode) {
     text_table()->set_text_string_u16(this, s, length, unicode);
   }
@@ -142,6 +156,8 @@ class Text : public Drawable {
   bool set_text_attributes(DisplayList& list) {
     return text_table()->set_text_attributes(this, list);
   }
+  // Height in drawing units below which the vector walk greeks: 75 on the
+  // device transform, 5 otherwise.
   WorldCoord greeking_height(bool device) const {
     return text_table()->greeking_height(this, device);
   }
@@ -190,6 +206,7 @@ class Text : public Drawable {
   ZR_Text_Engine* measuring_engine() const;
 
   template <class U>
+  // Fills the Text entries of a table of class U (visible or hidden).
   static constexpr void fill_extra_entries(Table& t, bool hidden);
 
  protected:
@@ -290,6 +307,8 @@ constexpr void Text::fill_extra_entries(Table& t, bool) {
 // contours counts as no outline.
 class DrawableVectorIteratorText : public DrawableVectorIterator {
  public:
+  // A walk over the vectors of `text`: the outlines of its characters, or the
+  // fixed figure on its `bounds` when `bounds_figure` is true.
   DrawableVectorIteratorText(Text* text, bool bounds_figure);
   ~DrawableVectorIteratorText() override;
 

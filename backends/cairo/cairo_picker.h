@@ -28,6 +28,7 @@
 
 namespace DL {
 
+// The picker described above.
 class CairoPicker : public ZR_Renderer {
  public:
   CairoPicker();

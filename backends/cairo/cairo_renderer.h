@@ -84,8 +84,10 @@
 
 namespace DL {
 
+// Which way device y runs on the surface: up from the bottom row, or down.
 enum class DeviceOrientation { y_up, y_down };
 
+// The renderer described above.
 class CairoRenderer : public ZR_Renderer, public ContourPainter {
  public:
   // Paints on `context` (referenced), whose target is `height` pixels high.
@@ -95,8 +97,8 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   CairoRenderer(const CairoRenderer&) = delete;
   CairoRenderer& operator=(const CairoRenderer&) = delete;
 
-  cairo_t* context() const { return cr_; }
-  DeviceOrientation orientation() const { return orientation_; }
+  cairo_t* context() const { return cr_; }                        // the context painted on
+  DeviceOrientation orientation() const { return orientation_; }  // which way device y runs
 
   // Whether the device itself clips to the rendition's complex clip.
   void set_complex_clip_supported(bool on) { options.complex_clip = on; }
@@ -131,7 +133,7 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
     if (!on) flush_direct();
     direct_dots_on_ = on;
   }
-  long long direct_dots() const { return direct_dots_; }
+  long long direct_dots() const { return direct_dots_; }  // see set_direct_dots
 
   // Used by the entry functions; not for hosts.
   struct Access;
@@ -180,6 +182,7 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
 // `finish`. Sizes are in pixels (PDF and SVG take one pixel as one point).
 class CairoCanvas {
  public:
+  // The kinds of output.
   enum class Format { png, pdf, svg };
 
   // The format named by the path's extension (.png, .pdf, .svg, any case);
@@ -196,12 +199,12 @@ class CairoCanvas {
   CairoCanvas(const CairoCanvas&) = delete;
   CairoCanvas& operator=(const CairoCanvas&) = delete;
 
-  CairoRenderer* renderer() const { return renderer_; }
-  cairo_t* context() const { return cr_; }
-  cairo_surface_t* surface() const { return surface_; }
-  int width() const { return width_; }
-  int height() const { return height_; }
-  Format format() const { return format_; }
+  CairoRenderer* renderer() const { return renderer_; }  // the renderer on the canvas
+  cairo_t* context() const { return cr_; }               // its cairo context
+  cairo_surface_t* surface() const { return surface_; }  // and surface
+  int width() const { return width_; }                   // in pixels
+  int height() const { return height_; }                 // in pixels
+  Format format() const { return format_; }              // the kind of output
 
   // Paints the whole canvas in one colour.
   void clear(ZR_RGB32 color);

@@ -26,6 +26,7 @@
 
 namespace DL {
 
+// The text painter described above.
 class CairoTextPainter : public ZR_Text_Engine, public ZR_Glyph_Sink {
  public:
   // Wraps `inner` (referenced; must not be null).
@@ -36,13 +37,13 @@ class CairoTextPainter : public ZR_Text_Engine, public ZR_Glyph_Sink {
 
   // The device the glyphs go to: a cairo renderer, or a draft renderer.
   void set_renderer(ContourPainter* renderer) { renderer_ = renderer; }
-  ContourPainter* renderer() const { return renderer_; }
+  ContourPainter* renderer() const { return renderer_; }  // null for none
   // Text below this size, in device units, is greeked; 0 greeks nothing.
   void set_greeking_size(float size) { greeking_size_ = size; }
-  float greeking_size() const { return greeking_size_; }
+  float greeking_size() const { return greeking_size_; }  // see set_greeking_size
   // Strings drawn as glyphs and as greeked boxes since construction.
   long drawn_strings() const { return drawn_; }
-  long greeked_strings() const { return greeked_; }
+  long greeked_strings() const { return greeked_; }  // see drawn_strings
 
   // -- ZR_Glyph_Sink ----------------------------------------------------------
   void glyphs(ZR_Rendition* rendition, const ZR_Point* start, int count,

@@ -9,6 +9,7 @@
 
 namespace DL {
 
+// The interface described above.
 class ContourPainter {
  public:
   // Fills `glyphs` (contours in device units around `origin`, read even-odd,

@@ -59,8 +59,10 @@
 
 namespace DL {
 
+// The draft renderer described above.
 class DraftRenderer : public ZR_Renderer, public ContourPainter {
  public:
+  // Writes into `surface` (referenced), flushed first.
   explicit DraftRenderer(cairo_surface_t* surface,
                          DeviceOrientation orientation = DeviceOrientation::y_up);
   ~DraftRenderer() override;
@@ -69,10 +71,10 @@ class DraftRenderer : public ZR_Renderer, public ContourPainter {
 
   // Whether the surface is an image surface the draft can write.
   bool ok() const { return data_ != nullptr; }
-  cairo_surface_t* surface() const { return surface_; }
-  int width() const { return width_; }
-  int height() const { return height_; }
-  DeviceOrientation orientation() const { return orientation_; }
+  cairo_surface_t* surface() const { return surface_; }           // the surface written
+  int width() const { return width_; }                            // its width in pixels
+  int height() const { return height_; }                          // its height in pixels
+  DeviceOrientation orientation() const { return orientation_; }  // which way device y runs
 
   // The list being drawn, as `CairoRenderer::set_outer_list`.
   void set_outer_list(const DisplayList* list, bool cut_nested = true) {

@@ -41,6 +41,7 @@
 
 namespace DL {
 
+// The text engine described above.
 class FreeTypeTextEngine : public ZR_Text_Engine {
  public:
   FreeTypeTextEngine();
@@ -62,10 +63,10 @@ class FreeTypeTextEngine : public ZR_Text_Engine {
   // Outline lookups served from the sized cache, and those that had to build
   // a contour set (for benchmarks and tests of the cache).
   struct CacheStatistics {
-    long hits;
-    long misses;
+    long hits;    // lookups served from the sized cache
+    long misses;  // lookups that built a contour set
   };
-  CacheStatistics cache_statistics() const;
+  CacheStatistics cache_statistics() const;  // the counts so far
 
   ZR_Font prepare_font(ZR_Font* font) override;
   void draw_unicode_text(ZR_Rendition* rendition, const ZR_Point* point, const unsigned short* text,

@@ -25,27 +25,29 @@ struct RecordedCall {
 
   // The rendition at call time.
   ZR_RGB32 rendition_color = 0;
-  int line_weight = 0;
-  int face_mode = 0;
-  ZR_Int_Rectangle hard_clip{};
-  const void* complex_clip = nullptr;  // body of the complex clip, null for none
-  const void* selector_drawable = nullptr;
+  int line_weight = 0;                      // its line weight
+  int face_mode = 0;                        // its face mode
+  ZR_Int_Rectangle hard_clip{};             // its hard clip
+  const void* complex_clip = nullptr;       // body of the complex clip, null for none
+  const void* selector_drawable = nullptr;  // the option source's drawable in a selection traversal
 
   // "entry count (x,y) (x,y) ... [color=0xRRGGBB]": the call without state.
   std::string to_string() const;
 };
 
+// A renderer whose every entry appends a RecordedCall; it draws nothing.
 class RecordingRenderer : public ZR_Renderer {
  public:
+  // Every entry set to record.
   RecordingRenderer();
 
-  std::vector<RecordedCall> calls;
+  std::vector<RecordedCall> calls;  // every call, in order
 
   // The calls as lines of `RecordedCall::to_string`.
   std::vector<std::string> trace() const;
   // The entry names alone, in order.
   std::vector<std::string> entries() const;
-  void clear() { calls.clear(); }
+  void clear() { calls.clear(); }  // forgets the calls
   // Turns the "Is Selector" option on or off.
   void set_selector(bool on);
   // Whether the device clips to complex clips by itself.

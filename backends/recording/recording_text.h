@@ -12,19 +12,20 @@ namespace DL {
 
 // One draw as a sink received it.
 struct RecordedGlyphs {
-  ZR_Point start{};
-  std::vector<unsigned short> characters;
-  std::vector<ZR_Point> origins;
-  std::vector<int> contours;  // contours of each glyph's outline, 0 without one
-  std::vector<int> points;    // their points in all
-  ZR_RGB32 rendition_color = 0;
-  float size = 0.0f;
-  float rotation = 0.0f;
+  ZR_Point start{};                        // the start point of the draw
+  std::vector<unsigned short> characters;  // the glyphs' characters
+  std::vector<ZR_Point> origins;           // and their origins
+  std::vector<int> contours;               // contours of each glyph's outline, 0 without one
+  std::vector<int> points;                 // their points in all
+  ZR_RGB32 rendition_color = 0;            // the rendition's colour
+  float size = 0.0f;                       // its text size
+  float rotation = 0.0f;                   // its text rotation
 };
 
+// A glyph sink that keeps every draw it receives.
 class RecordingGlyphSink : public ZR_Glyph_Sink {
  public:
-  std::vector<RecordedGlyphs> draws;
+  std::vector<RecordedGlyphs> draws;  // every draw, in order
   void glyphs(ZR_Rendition* rendition, const ZR_Point* start, int count,
               const ZR_Placed_Glyph* glyphs) override;
 };
@@ -35,14 +36,14 @@ struct RecordedTextCall {
   std::string entry;  // "prepare_font", "draw_unicode_text", "measure_multibyte_text", ...
   ZR_Point point{};   // start point of draws and measures
   std::vector<unsigned short> text;  // the characters (multibyte: the bytes)
-  int length = 0;
-  unsigned short character = 0;  // character_contour
-  bool has_detail = false;       // a measure was given a detail record with widths
-  const void* font = nullptr;    // prepare_font: the holder; others: the rendition's body
-  float size = 0.0f;
-  float rotation = 0.0f;
-  float scale = 0.0f;
-  ZR_RGB32 rendition_color = 0;
+  int length = 0;                    // the length argument
+  unsigned short character = 0;      // character_contour
+  bool has_detail = false;           // a measure was given a detail record with widths
+  const void* font = nullptr;        // prepare_font: the holder; others: the rendition's body
+  float size = 0.0f;                 // the rendition's text size
+  float rotation = 0.0f;             // its text rotation
+  float scale = 0.0f;                // its text scale
+  ZR_RGB32 rendition_color = 0;      // its colour
 };
 
 // Records and forwards. Without an engine to wrap it answers as a fixed-pitch
@@ -52,13 +53,14 @@ struct RecordedTextCall {
 // rendition's rotation. Holds a reference on the wrapped engine.
 class RecordingTextEngine : public ZR_Text_Engine {
  public:
+  // Wraps `inner` (referenced), or answers alone when it is null.
   explicit RecordingTextEngine(ZR_Text_Engine* inner = nullptr);
   ~RecordingTextEngine() override;
 
-  std::vector<RecordedTextCall> calls;
+  std::vector<RecordedTextCall> calls;  // every call, in order
   // The entry names alone, in order.
   std::vector<std::string> entries() const;
-  void clear() { calls.clear(); }
+  void clear() { calls.clear(); }  // forgets the calls
 
   ZR_Font prepare_font(ZR_Font* font) override;
   void draw_unicode_text(ZR_Rendition* rendition, const ZR_Point* point, const unsigned short* text,
