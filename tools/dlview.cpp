@@ -4,6 +4,7 @@
 //          [--repeat N] [--layer-off NAME]... [--complex-clip] [--out PATH.png]
 //   dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--clip circle|polygon]
 //          [--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}]
+//          [--layout NAME] [--strict]
 //
 // Without files it builds the demo city (demo_drawing.h; --blocks N city
 // blocks a side, 330 by default: about two million drawables) and renders four
@@ -20,6 +21,11 @@
 // the sheet (or --view, in sheet coordinates) to --out (default dlview.png),
 // under --clip if given.
 //
+// Model space is shown; --layout NAME shows a paper-space layout instead. A
+// file cut short (no EOF, or ending inside a section) is drawn as far as it
+// goes with one warning line, or refused with --strict. --out is checked for
+// a writable place before anything is loaded.
+//
 // --dots N builds a plain grid of N dots instead of the city, tile by tile,
 // and renders it to --out: the simplest large drawing, for measuring.
 //
@@ -31,6 +37,9 @@
 // classification unless --complex-clip says the renderer clips to them.
 //
 // Bad arguments or input give a one-line message and exit status 2.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <clocale>
@@ -49,10 +58,10 @@
 #include "backends/freetype/freetype_engine.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
+#include "dxf/dxf_loader.h"
+#include "dxf/dxf_mapping.h"
 #include "nested/drawable_display_list.h"
 #include "tools/demo_drawing.h"
-#include "tools/dxf_loader.h"
-#include "tools/dxf_mapping.h"
 #ifdef DLVIEW_HAVE_GUI
 #include "tools/gui/gui.h"
 #endif
@@ -106,6 +115,30 @@ bool parse_view(const std::string& text, DL::WorldBounds& view) {
   if (!parse_numbers(text, 4, v) || v[0] >= v[2] || v[1] >= v[3]) return false;
   view = {{static_cast<DL::WorldCoord>(v[0]), static_cast<DL::WorldCoord>(v[1])},
           {static_cast<DL::WorldCoord>(v[2]), static_cast<DL::WorldCoord>(v[3])}};
+  return true;
+}
+
+// Whether a file can be written at `path` (it or its folder is writable),
+// without creating it.
+bool writable(const std::string& path, std::string& error) {
+  struct stat st;
+  if (::stat(path.c_str(), &st) == 0) {
+    if (S_ISDIR(st.st_mode)) {
+      error = "--out " + path + " is a directory";
+      return false;
+    }
+    if (::access(path.c_str(), W_OK) != 0) {
+      error = "cannot write --out " + path + ": " + std::strerror(errno);
+      return false;
+    }
+    return true;
+  }
+  const std::size_t slash = path.find_last_of('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  if (::access(folder.c_str(), W_OK) != 0) {
+    error = "cannot write --out " + path + ": " + std::strerror(errno);
+    return false;
+  }
   return true;
 }
 
@@ -303,6 +336,8 @@ struct Arguments {
   long long blocks = 330;
   long long dots = 0;  // a plain grid of dots instead of the city, when not 0
   bool complex_clip = false;
+  std::string layout;   // --layout: a paper-space layout instead of model space
+  bool strict = false;  // --strict: a file cut short is an error
 };
 
 // A square grid of `a.dots` dots, 16 world units apart, added in tiles of 64 x 64
@@ -421,21 +456,28 @@ int run_demo(const Arguments& a, Output& out) {
 
 int run_dxf(const Arguments& a, Output& out) {
   auto start = Clock::now();
-  std::vector<dlview::DxfDrawing> drawings(a.files.size());
+  std::vector<DL::dxf::DxfDrawing> drawings(a.files.size());
   for (std::size_t i = 0; i < a.files.size(); ++i) {
     std::string error;
-    if (!dlview::load_dxf(a.files[i], drawings[i], error)) return fail(error);
+    DL::dxf::DxfLoadOptions options;
+    options.layout = a.layout;
+    if (!DL::dxf::load_dxf(a.files[i], drawings[i], error, options)) return fail(error);
+    if (!drawings[i].truncated.empty()) {
+      const std::string cut = a.files[i] + " ends " + drawings[i].truncated;
+      if (a.strict) return fail(cut + " (--strict)");
+      std::fprintf(stderr, "dlview: warning: %s: drawn as far as it goes\n", cut.c_str());
+    }
   }
   auto loaded = Clock::now();
   DL::WorldBounds sheet_extent;
-  std::vector<dlview::Placement> placements = dlview::lay_out(drawings, sheet_extent);
+  std::vector<DL::dxf::Placement> placements = DL::dxf::lay_out(drawings, sheet_extent);
 
-  dlview::SheetContext context(out.painter, DL::FreeTypeTextEngine::make_font("DejaVu Sans"));
+  DL::dxf::SheetContext context(out.painter, DL::FreeTypeTextEngine::make_font("DejaVu Sans"));
   DL::DisplayList sheet;
   sheet.saturate_device_points = true;  // far points of a zoomed view must not wrap
-  std::vector<dlview::MappingReport> reports;
+  std::vector<DL::dxf::MappingReport> reports;
   for (std::size_t i = 0; i < drawings.size(); ++i)
-    reports.push_back(dlview::add_to_display_list(drawings[i], placements[i], context, sheet));
+    reports.push_back(DL::dxf::add_to_display_list(drawings[i], placements[i], context, sheet));
   auto built = Clock::now();
   for (const std::string& name : a.layers_off)
     if (!context.layers.turn_off(name))
@@ -443,11 +485,11 @@ int run_dxf(const Arguments& a, Output& out) {
 
   long long drawables = 0;
   for (std::size_t i = 0; i < drawings.size(); ++i) {
-    const dlview::DxfDrawing& d = drawings[i];
-    const dlview::MappingReport& r = reports[i];
+    const DL::dxf::DxfDrawing& d = drawings[i];
+    const DL::dxf::MappingReport& r = reports[i];
     std::string shown, not_shown, in_blocks, skipped;
-    for (int k = 0; k < dlview::kDxfKindCount; ++k) {
-      const std::string name = dlview::dxf_kind_name(static_cast<dlview::DxfKind>(k));
+    for (int k = 0; k < DL::dxf::kDxfKindCount; ++k) {
+      const std::string name = DL::dxf::dxf_kind_name(static_cast<DL::dxf::DxfKind>(k));
       if (r.shown[k]) shown += " " + name + " " + std::to_string(r.shown[k]);
       if (r.not_shown[k]) not_shown += " " + name + " " + std::to_string(r.not_shown[k]);
       if (r.not_shown_in_blocks[k])
@@ -455,7 +497,8 @@ int run_dxf(const Arguments& a, Output& out) {
     }
     drawables += r.drawables;
     for (const auto& [name, n] : d.skipped) skipped += " " + name + " " + std::to_string(n);
-    if (d.invalid) skipped += " invalid " + std::to_string(d.invalid);
+    std::string invalid;
+    for (const auto& [name, n] : d.invalid) invalid += " " + name + " " + std::to_string(n);
     std::printf("%s: %zu entities, %zu blocks, %zu layers; %ld drawables, %ld block lists\n",
                 d.path.c_str(), d.entities.size(), d.blocks.size(), d.layers.size(), r.drawables,
                 r.block_lists);
@@ -463,6 +506,8 @@ int run_dxf(const Arguments& a, Output& out) {
     std::printf("  not shown:%s\n", not_shown.empty() ? " none" : not_shown.c_str());
     if (!in_blocks.empty()) std::printf("  not shown in blocks:%s\n", in_blocks.c_str());
     std::printf("  skipped:%s\n", skipped.empty() ? " none" : skipped.c_str());
+    if (!invalid.empty()) std::printf("  dropped for bad numbers:%s\n", invalid.c_str());
+    if (d.paper_space) std::printf("  paper space (not shown): %ld entities\n", d.paper_space);
   }
   std::printf("sheet: %d,%d,%d,%d\n", sheet_extent.min.x, sheet_extent.min.y, sheet_extent.max.x,
               sheet_extent.max.y);
@@ -506,7 +551,7 @@ int main(int argc, char** argv) {
     const bool takes_value = arg == "--out" || arg == "--size" || arg == "--view" ||
                              arg == "--layer-off" || arg == "--clip" || arg == "--pick" ||
                              arg == "--repeat" || arg == "--blocks" || arg == "--dots" ||
-                             arg == "--script";
+                             arg == "--script" || arg == "--layout";
     if (takes_value && !has_value) return fail(arg + " needs a value");
     if (arg == "--out") {
       a.out = argv[++i];
@@ -552,6 +597,10 @@ int main(int argc, char** argv) {
       (arg == "--gui" ? gui.on : gui.bench) = true;
     } else if (arg == "--script") {
       gui.script = argv[++i];
+    } else if (arg == "--layout") {
+      a.layout = argv[++i];
+    } else if (arg == "--strict") {
+      a.strict = true;
     } else if (arg == "--complex-clip") {
       a.complex_clip = true;
     } else if (arg == "--help" || arg == "-h") {
@@ -559,7 +608,8 @@ int main(int argc, char** argv) {
           "usage: dlview [--blocks N] [--size WxH] [--clip circle|polygon] [--pick X,Y] "
           "[--repeat N] [--layer-off NAME]... [--complex-clip] [--out PATH.png]\n"
           "       dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--clip circle|polygon] "
-          "[--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}]\n"
+          "[--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}] "
+          "[--layout NAME] [--strict]\n"
           "       dlview --dots N [--size WxH] [--out PATH]\n"
           "       dlview --gui [FILE.dxf...] [--dots N] [--size WxH] [--script PATH] [--bench]\n");
       return 0;
@@ -594,7 +644,12 @@ int main(int argc, char** argv) {
       status = run_demo(a, out);
   } else {
     if (a.out.empty()) a.out = "dlview.png";
-    status = run_dxf(a, out);
+    // Before a long load: the picture must have somewhere to go.
+    std::string error;
+    if (!gui.on && !writable(a.out, error))
+      status = fail(error);
+    else
+      status = run_dxf(a, out);
   }
   freetype->set_sink(nullptr);
   release(painter);

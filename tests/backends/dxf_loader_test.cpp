@@ -1,7 +1,7 @@
 // The DXF loader of dlview: small files written here are read back with the
 // right entity counts, flattened geometry, colours and extents; bad files are
 // refused with a reason; the sheet layout keeps every drawing inside 32 bits.
-#include "tools/dxf_loader.h"
+#include "dxf/dxf_loader.h"
 
 #include <gtest/gtest.h>
 
@@ -16,14 +16,16 @@
 #include "backends/freetype/freetype_engine.h"
 #include "displaylist/display_list.h"
 #include "drawables/polything.h"
+#include "dxf/dxf_mapping.h"
 #include "tests/support/fontconfig_leaks.h"
 #include "tests/support/test_files.h"
 #include "tests/support/tree_check.h"
 #include "tools/demo_drawing.h"
-#include "tools/dxf_mapping.h"
 
-namespace dlview {
+namespace DL::dxf {
 namespace {
+
+using dlview::class_name;
 
 using Pair = std::pair<int, std::string>;
 
@@ -659,4 +661,4 @@ TEST(DxfLoader, StandardColourIndex) {
 }
 
 }  // namespace
-}  // namespace dlview
+}  // namespace DL::dxf

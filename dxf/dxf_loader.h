@@ -1,31 +1,54 @@
-// Loading DXF drawings for dlview, and placing them on one sheet of 32-bit
-// world coordinates.
+// Loading DXF drawings, and placing them on one sheet of 32-bit world
+// coordinates.
 //
-// A file is read with dxflib (ASCII DXF only) into a list of entities in the
-// drawing's own units: model space, plus the blocks that INSERTs refer to.
-// What is kept, per kind:
+// A file is read by the library's own reader (ASCII DXF; a binary DXF is
+// refused with a message) into a list of entities in the drawing's own units:
+// model space, plus the blocks that INSERTs refer to. The reader walks the
+// file's group-code/value pairs once, in memory, and reads the HEADER
+// ($LTSCALE, $INSUNITS, $EXTMIN/$EXTMAX, kept as hints only), the LAYER, LTYPE
+// and BLOCK_RECORD tables, the BLOCKS, the ENTITIES and the IMAGEDEF and
+// LAYOUT objects. What is kept, per kind:
 //
 // - LINE: two points. LWPOLYLINE and POLYLINE: the vertices with every bulge
 //   flattened into short chords (at most 5 degrees of arc each), `closed` from
-//   the flags. Polyface and polygon meshes are skipped.
+//   the flags. Polyface and polygon meshes are skipped; the frame of a
+//   spline-fit POLYLINE is left out, its fitted vertices kept.
 // - CIRCLE, ARC, ELLIPSE: centre, radii, rotation of the first axis, start
 //   and end angles in radians (ARC angles are turned from degrees; an ELLIPSE's
 //   are parametric, as the file gives them). Every angle kept is in radians.
 // - POINT: one point. SOLID and TRACE: their corners in outline order (the
 //   file's third and fourth corners swapped). TEXT and MTEXT: the insertion
-//   point, height, angle in radians and the text; TEXT its justification and
-//   alignment point, MTEXT its attachment point and line spacing. ATTRIB (the
-//   values an INSERT carries, title blocks above all) is read as TEXT.
+//   point, height, angle in radians and the text (an MTEXT's chunks, code 3,
+//   joined before its last, code 1); TEXT its justification and alignment
+//   point, MTEXT its attachment point and line spacing. ATTRIB (the values an
+//   INSERT carries, title blocks above all) is read as TEXT; an invisible one
+//   is left out.
 // - HATCH: solid fills only, each boundary loop flattened into a closed
 //   contour; patterned hatches are skipped.
 // - INSERT: block name, insertion point, scales, rotation and the rows and
 //   columns of an array. An array of more than 65536 cells is skipped.
 //
+// Object coordinate systems: the planar entities (ARC, CIRCLE, TEXT, ATTRIB,
+// LWPOLYLINE, 2D POLYLINE, SOLID, TRACE, HATCH, INSERT) give their points in
+// the plane of their extrusion direction (codes 210, 220, 230); the reader
+// maps them to the drawing's x-y plane by the arbitrary-axis rule, so a
+// mirrored arc (extrusion 0,0,-1) lands where CAD shows it. ELLIPSE and MTEXT
+// are in world coordinates, the ellipse's sweep turned by its extrusion. A
+// plane tilted out of x-y is projected onto it: its circles are flattened
+// into polylines, its texts and INSERTs keep their direction only.
+//
+// Model and paper space: entities flagged with code 67 belong to a paper-space
+// layout and are left out, counted in `paper_space`. With
+// `DxfLoadOptions::layout`, a layout's entities are read instead of model
+// space: the first layout's from ENTITIES, the others' from their blocks.
+//
 // Anything else the file holds (SPLINE, DIMENSION, LEADER, 3DFACE, IMAGE, ...)
-// is counted by name in `skipped`, never silently lost: before dxflib reads the
-// file, a scan of its ENTITIES and BLOCKS sections counts every entity whose
-// name no callback receives (ATTDEF, MLINE, VIEWPORT, ...). Entities with a number
-// that is not finite are counted in `invalid` and dropped.
+// is counted by name in `skipped`, never silently lost. An entity with a
+// number that does not parse or is not finite is dropped and counted by name
+// in `invalid`.
+//
+// A file that ends before its EOF marker, or inside a section, is read as far
+// as it goes: `truncated` says where it ended.
 //
 // Colours: a true colour when the entity has one, else the ACI index, BYLAYER
 // taking the layer's colour. The picture's background is white, so ACI 7
@@ -43,7 +66,7 @@
 #include "displaylist/display_list.h"
 #include "drawables/drawable.h"
 
-namespace dlview {
+namespace DL::dxf {
 
 enum class DxfKind {
   line,
@@ -106,24 +129,51 @@ struct DxfLayer {
   bool frozen = false;  // flag 1
 };
 
-struct DxfBlock {
-  DxfPoint base;
-  std::vector<DxfEntity> entities;
-};
-
 struct DxfBounds {
   double min_x = 0, min_y = 0, max_x = -1, max_y = -1;  // empty while min > max
   bool empty() const { return min_x > max_x; }
   void add(double x, double y);
 };
 
+// A line type of the LTYPE table: dash lengths in drawing units, positive
+// for a dash, negative for a gap, 0 for a dot.
+struct DxfLineType {
+  std::string name;
+  std::vector<double> dashes;
+};
+
+// The HEADER's variables the reader keeps. Hints only: the extent is always
+// measured from the entities.
+struct DxfHeader {
+  double ltscale = 1;  // $LTSCALE: global scale of line type dashes
+  int insunits = 0;    // $INSUNITS: 0 unitless, 1 inches, 4 millimetres, 6 metres...
+  DxfBounds extent;    // $EXTMIN, $EXTMAX as the file states them
+};
+
+// A paper-space layout of the OBJECTS section.
+struct DxfLayout {
+  std::string name;
+  std::string block;  // its block: "*Paper_Space" (in ENTITIES), "*Paper_Space0", ...
+};
+
+struct DxfBlock {
+  DxfPoint base;
+  std::vector<DxfEntity> entities;
+};
+
 struct DxfDrawing {
   std::string path;
   std::vector<DxfEntity> entities;  // model space, in file order
   std::map<std::string, DxfBlock> blocks;
-  std::map<std::string, DxfLayer> layers;  // by name as written
-  std::map<std::string, long> skipped;     // entity name -> count
-  long invalid = 0;
+  std::map<std::string, DxfLayer> layers;         // by name as written
+  std::map<std::string, DxfLineType> line_types;  // by name as written
+  std::vector<DxfLayout> layouts;                 // in file order
+  DxfHeader header;
+  std::map<std::string, long> skipped;  // entity name -> count
+  std::map<std::string, long> invalid;  // entity name -> count, dropped for bad numbers
+  long paper_space = 0;                 // entities of layouts not read
+  // Empty for a complete file; else where it ended, e.g. "inside ENTITIES".
+  std::string truncated;
   DxfBounds extent;  // model space, INSERTs included through their blocks
   // Extents of the blocks that model space reaches, in block units.
   std::map<std::string, DxfBounds> block_extents;
@@ -132,9 +182,17 @@ struct DxfDrawing {
   std::vector<long> counts() const;
 };
 
+struct DxfLoadOptions {
+  // Empty: model space. Else the name of a paper-space layout to read instead
+  // (compared without regard to case).
+  std::string layout;
+};
+
 // Reads `path`. False with a one-line reason in `error` for a file that cannot
-// be read, is not an ASCII DXF, or holds no entity in model space.
-bool load_dxf(const std::string& path, DxfDrawing& drawing, std::string& error);
+// be read, is not an ASCII DXF, holds no entity in the space read, or has no
+// layout of the name asked for.
+bool load_dxf(const std::string& path, DxfDrawing& drawing, std::string& error,
+              const DxfLoadOptions& options = {});
 
 // ACI colour index 1..255 to 0x00RRGGBB (7 is black; others outside give black).
 ZR_RGB32 aci_color(int index);
@@ -165,4 +223,4 @@ class LayerTable {
   std::map<std::string, std::unique_ptr<DL::Extra_Layer_Info>> layers_;
 };
 
-}  // namespace dlview
+}  // namespace DL::dxf

@@ -52,10 +52,10 @@
 #include <vector>
 
 #include "displaylist/display_list.h"
+#include "dxf/dxf_loader.h"
 #include "foundation/rendering.h"
-#include "tools/dxf_loader.h"
 
-namespace dlview {
+namespace DL::dxf {
 
 // x' = a x + b y + e, y' = c x + d y + f.
 struct Affine {
@@ -135,4 +135,4 @@ std::vector<std::string> mtext_lines(const std::string& text);
 // dropped).
 std::string text_codes(const std::string& text);
 
-}  // namespace dlview
+}  // namespace DL::dxf

@@ -1,5 +1,5 @@
 // The mapping of DXF entities to drawables; see dxf_mapping.h.
-#include "tools/dxf_mapping.h"
+#include "dxf/dxf_mapping.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,11 +7,11 @@
 #include "drawables/dot.h"
 #include "drawables/polything.h"
 #include "drawables/polytriangle.h"
+#include "dxf/text_label.h"
 #include "ellipse/ellipse.h"
 #include "nested/drawable_display_list.h"
-#include "tools/text_label.h"
 
-namespace dlview {
+namespace DL::dxf {
 
 namespace {
 
@@ -483,4 +483,4 @@ std::vector<std::string> mtext_lines(const std::string& text) {
   return lines;
 }
 
-}  // namespace dlview
+}  // namespace DL::dxf
