@@ -362,17 +362,22 @@ bool Reader::read(const DxfLoadOptions& options, std::string& error) {
   else if (!eof)
     d_.truncated = "before its EOF";
 
-  if (options.layout.empty() || iequals(options.layout, "Model")) {
-    d_.paper_space = static_cast<long>(paper_.size());
-    return true;
-  }
+  // Entities of the layouts not read: the paper-space ones of ENTITIES and
+  // those of the other layouts' blocks.
+  auto layout_entities = [&](const DxfLayout& layout) {
+    auto block = d_.blocks.find(layout.block);
+    return block == d_.blocks.end() ? 0L : static_cast<long>(block->second.entities.size());
+  };
+  d_.paper_space = static_cast<long>(paper_.size());
+  for (const DxfLayout& layout : d_.layouts) d_.paper_space += layout_entities(layout);
+  if (options.layout.empty() || iequals(options.layout, "Model")) return true;
   std::string names;
   for (const DxfLayout& layout : d_.layouts) {
     names += (names.empty() ? "" : ", ") + layout.name;
     if (!iequals(layout.name, options.layout)) continue;
-    d_.paper_space = static_cast<long>(paper_.size());
+    d_.paper_space -= layout_entities(layout);
     if (iequals(layout.block, "*Paper_Space")) {
-      d_.paper_space = 0;
+      d_.paper_space -= static_cast<long>(paper_.size());
       d_.entities = std::move(paper_);
     } else {
       d_.entities.clear();

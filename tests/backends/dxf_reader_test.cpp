@@ -1,0 +1,276 @@
+// The DXF reader on files written by another program (tests/data/dxf, from
+// make_dxf.py): what each rule of the file makes of the records, and what the
+// mapping draws from them, seen through the recording backend. And the
+// honest-input faults: files cut short, bad numbers, directories.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "backends/recording/recording.h"
+#include "backends/recording/recording_text.h"
+#include "displaylist/display_list.h"
+#include "drawables/polything.h"
+#include "dxf/dxf_loader.h"
+#include "dxf/dxf_mapping.h"
+#include "tests/support/test_files.h"
+#include "tests/support/tree_check.h"
+#include "tools/demo_drawing.h"
+
+namespace DL::dxf {
+namespace {
+
+std::string data(const char* name) {
+  return std::string(DL_DXF_DATA_DIR) + "/" + name;
+}
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::string write(const std::string& name, const std::string& text) {
+  const std::string path = test::test_file(name);
+  std::ofstream(path, std::ios::binary) << text;
+  return path;
+}
+
+DxfDrawing load(const std::string& path, const DxfLoadOptions& options = {}) {
+  DxfDrawing d;
+  std::string error;
+  EXPECT_TRUE(load_dxf(path, d, error, options)) << error;
+  return d;
+}
+
+// A drawing mapped with one drawing unit to 1000 world units and drawn into a
+// 400 x 400 recording in which one pixel is one drawing unit, the drawing's
+// origin at pixel (200, 200).
+struct Drawn {
+  explicit Drawn(const DxfDrawing& d)
+      : engine(new RecordingTextEngine), context(engine), renderer(new RecordingRenderer) {
+    add_ref(engine);
+    add_ref(renderer);
+    Placement p;
+    p.scale = 1000;
+    p.offset_x = p.offset_y = 200000;
+    report = add_to_display_list(d, p, context, list);
+    EXPECT_TRUE(test::tree_is_valid(list, nullptr));
+    list.set_renderer(renderer);
+    list.text_engine = engine;
+    add_ref(engine);
+    list.set_screen_bounds({{0, 0}, {399, 399}});
+    list.set_world_bounds({{0, 0}, {399000, 399000}});
+    list.draw_view();
+    list.set_renderer(nullptr);
+    for (const Drawable* x : test::drawables_in_order(list.root)) drawables.push_back(x);
+  }
+  ~Drawn() {
+    release(renderer);
+    release(engine);
+  }
+  // The polylines' points, back in drawing units.
+  std::vector<std::vector<DxfPoint>> polylines() const {
+    std::vector<std::vector<DxfPoint>> out;
+    auto unit = [](WorldPoint p) {
+      return DxfPoint{(p.x - 200000) / 1000.0, (p.y - 200000) / 1000.0};
+    };
+    for (const Drawable* x : drawables) {
+      if (std::string(dlview::class_name(x)) != "Polyline") continue;
+      std::vector<DxfPoint>& pts = out.emplace_back();
+      WorldVector v;
+      for (int i = 0; i + 1 < static_cast<const Polyline*>(x)->count && x->get_vector(i, v); ++i) {
+        if (i == 0) pts.push_back(unit(v.start));
+        pts.push_back(unit(v.end));
+      }
+    }
+    return out;
+  }
+
+  RecordingTextEngine* engine;
+  SheetContext context;
+  DisplayList list;
+  RecordingRenderer* renderer;  // ref-counted, as renderers are
+  MappingReport report;
+  std::vector<const Drawable*> drawables;
+};
+
+TEST(DxfReader, MtextChunksComeBeforeTheLastPart) {
+  // Fault: MTEXT over 250 characters lost its first chunks (code 3).
+  const DxfDrawing d = load(data("mtext_chunks.dxf"));
+  ASSERT_EQ(d.entities.size(), 1u);
+  const DxfEntity& e = d.entities[0];
+  EXPECT_EQ(e.kind, DxfKind::mtext);
+  EXPECT_EQ(e.text.size(), 649u);
+  EXPECT_EQ(e.text.rfind("BEGIN word000 word001", 0), 0u);
+  EXPECT_NE(e.text.find("word040 word041"), std::string::npos);
+  EXPECT_EQ(e.text.substr(e.text.size() - 11), "word079 END");
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::mtext)], 1);
+  ASSERT_EQ(drawn.engine->calls.empty(), false);
+}
+
+TEST(DxfReader, ExtrusionMirrorsArcsPolylinesAndInserts) {
+  // Fault: the extrusion direction was dropped, so an arc drawn from below
+  // (extrusion 0,0,-1) landed on the other side of the origin.
+  const DxfDrawing d = load(data("ocs_mirrored.dxf"));
+  ASSERT_EQ(d.entities.size(), 4u);
+  auto end_points = [](const DxfEntity& e, DxfPoint& a, DxfPoint& b) {
+    const double c = std::cos(e.rotation), s = std::sin(e.rotation);
+    auto at = [&](double t) {
+      const double x = e.radius_x * std::cos(t), y = e.radius_y * std::sin(t);
+      return DxfPoint{e.center.x + c * x - s * y, e.center.y + s * x + c * y};
+    };
+    a = at(e.start);
+    b = at(e.end);
+  };
+  // Counter-clockwise from (-10, 5) to (-15, 0) about (-10, 0).
+  const DxfEntity& arc = d.entities[0];
+  ASSERT_EQ(arc.kind, DxfKind::arc);
+  DxfPoint a, b;
+  end_points(arc, a, b);
+  EXPECT_NEAR(arc.center.x, -10, 1e-9);
+  EXPECT_NEAR(arc.center.y, 0, 1e-9);
+  EXPECT_NEAR(a.x, -10, 1e-9);
+  EXPECT_NEAR(a.y, 5, 1e-9);
+  EXPECT_NEAR(b.x, -15, 1e-9);
+  EXPECT_NEAR(b.y, 0, 1e-9);
+  // The plain arc stays as it is.
+  const DxfEntity& plain = d.entities[3];
+  end_points(plain, a, b);
+  EXPECT_NEAR(a.x, 5, 1e-9);
+  EXPECT_NEAR(a.y, -20, 1e-9);
+  EXPECT_NEAR(b.x, 0, 1e-9);
+  EXPECT_NEAR(b.y, -15, 1e-9);
+
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.drawables, 4);
+  // The arcs reach the renderer centred where CAD draws them.
+  std::vector<ZR_DCI_Point> centres;
+  for (const RecordedCall& call : drawn.renderer->calls)
+    if (call.entry.find("ellip") != std::string::npos) centres.push_back(call.points.at(0));
+  ASSERT_EQ(centres.size(), 2u);
+  EXPECT_NEAR(centres[0].x, 190, 1);  // -10 + 200
+  EXPECT_NEAR(centres[0].y, 200, 1);
+  EXPECT_NEAR(centres[1].x, 200, 1);
+  EXPECT_NEAR(centres[1].y, 180, 1);
+  // The polyline and the INSERT's line, mirrored in x.
+  const auto lines = drawn.polylines();
+  ASSERT_EQ(lines.size(), 2u);
+  ASSERT_EQ(lines[0].size(), 2u);
+  EXPECT_NEAR(lines[0][0].x, -1, 1e-3);
+  EXPECT_NEAR(lines[0][1].x, -4, 1e-3);
+  EXPECT_NEAR(lines[0][1].y, 1, 1e-3);
+  ASSERT_EQ(lines[1].size(), 2u);
+  EXPECT_NEAR(lines[1][0].x, -20, 1e-3);
+  EXPECT_NEAR(lines[1][1].x, -23, 1e-3);
+  EXPECT_NEAR(lines[1][1].y, 1, 1e-3);
+}
+
+TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {
+  // Fault: a layout's title frame was drawn over model space.
+  const DxfDrawing model = load(data("paper_space.dxf"));
+  ASSERT_EQ(model.entities.size(), 1u);
+  EXPECT_EQ(model.entities[0].kind, DxfKind::line);
+  EXPECT_EQ(model.paper_space, 3);
+  EXPECT_TRUE(model.skipped.empty());  // fault: "EOF" was listed as skipped
+  EXPECT_TRUE(model.truncated.empty());
+
+  DxfLoadOptions title;
+  title.layout = "Title";
+  const DxfDrawing frame = load(data("paper_space.dxf"), title);
+  ASSERT_EQ(frame.entities.size(), 1u);
+  EXPECT_EQ(frame.entities[0].kind, DxfKind::polyline);
+  EXPECT_TRUE(frame.entities[0].closed);
+  EXPECT_NEAR(frame.extent.max_x, 420, 1e-9);
+
+  DxfLoadOptions second;
+  second.layout = "SECOND";  // names compare without regard to case
+  const DxfDrawing circles = load(data("paper_space.dxf"), second);
+  ASSERT_EQ(circles.entities.size(), 2u);
+  EXPECT_EQ(circles.entities[1].kind, DxfKind::circle);
+
+  DxfLoadOptions missing;
+  missing.layout = "Nowhere";
+  DxfDrawing d;
+  std::string error;
+  EXPECT_FALSE(load_dxf(data("paper_space.dxf"), d, error, missing));
+  EXPECT_NE(error.find("no layout named 'Nowhere' (layouts: Layout1, Title, Second)"),
+            std::string::npos)
+      << error;
+}
+
+TEST(DxfReader, FilesCutShortAreReadAsFarAsTheyGo) {
+  // Fault: a file cut inside ENTITIES was drawn in part without a word.
+  const std::string text = slurp(data("ocs_mirrored.dxf"));
+  const std::size_t entities = text.find("ENTITIES");
+  const std::size_t plain_arc = text.rfind("\nARC\n");
+  ASSERT_NE(plain_arc, std::string::npos);
+  ASSERT_LT(entities, plain_arc);
+  const DxfDrawing cut = load(write("cut-entities.dxf", text.substr(0, plain_arc + 1)));
+  EXPECT_EQ(cut.truncated, "inside ENTITIES");
+  EXPECT_EQ(cut.entities.size(), 3u);  // all but the last arc
+
+  const std::size_t eof = text.rfind("EOF");
+  const DxfDrawing no_eof = load(write("cut-eof.dxf", text.substr(0, eof - 4)));
+  EXPECT_EQ(no_eof.truncated, "before its EOF");
+  EXPECT_EQ(no_eof.entities.size(), 4u);
+
+  // A code line without its value, and a line that is no group code.
+  const DxfDrawing half_pair = load(write("cut-pair.dxf", text.substr(0, plain_arc - 3)));
+  EXPECT_EQ(half_pair.truncated, "inside ENTITIES");
+  std::string garbled = text;
+  garbled.replace(plain_arc - 3, 3, "xx\n");
+  const DxfDrawing bad_code = load(write("cut-code.dxf", garbled));
+  EXPECT_NE(bad_code.truncated.find("which is not a group code"), std::string::npos)
+      << bad_code.truncated;
+}
+
+TEST(DxfReader, BadNumbersDropTheEntityAndAreCounted) {
+  // Fault: nan, inf and unparsable numbers became 0 and were drawn there.
+  auto file = [](const std::string& x) {
+    std::ostringstream s;
+    s << "0\nSECTION\n2\nENTITIES\n";
+    s << "0\nLINE\n8\n0\n10\n" << x << "\n20\n0\n11\n5\n21\n5\n";
+    s << "0\nCIRCLE\n8\n0\n10\n0\n20\n0\n40\n" << x << "\n";
+    s << "0\nLINE\n8\n0\n10\n1\n20\n1\n11\n2\n21\n2\n";
+    s << "0\nENDSEC\n0\nEOF\n";
+    return s.str();
+  };
+  for (const char* bad : {"nan", "inf", "-inf", "1e999", "12abc", "", "0x10"}) {
+    SCOPED_TRACE(bad);
+    const DxfDrawing d = load(write("bad-number.dxf", file(bad)));
+    ASSERT_EQ(d.entities.size(), 1u);
+    EXPECT_EQ(d.entities[0].points[0].x, 1);
+    EXPECT_EQ(d.invalid.at("LINE"), 1);
+    EXPECT_EQ(d.invalid.at("CIRCLE"), 1);
+  }
+  // Numbers as writers put them: signs, spaces, exponents.
+  const DxfDrawing good = load(write("good-number.dxf", file("  +1.5e1 ")));
+  ASSERT_EQ(good.entities.size(), 3u);
+  EXPECT_EQ(good.entities[0].points[0].x, 15);
+  EXPECT_EQ(good.entities[1].radius_x, 15);
+  EXPECT_TRUE(good.invalid.empty());
+}
+
+TEST(DxfReader, RefusalsSayWhy) {
+  DxfDrawing d;
+  std::string error;
+  // Fault: a directory was "not a DXF file".
+  EXPECT_FALSE(load_dxf(DL_DXF_DATA_DIR, d, error));
+  EXPECT_NE(error.find("is a directory"), std::string::npos) << error;
+  EXPECT_FALSE(load_dxf(write("empty-file.dxf", ""), d, error));
+  EXPECT_NE(error.find("not a DXF file"), std::string::npos) << error;
+  // A byte order mark and comments before the first section are fine.
+  const DxfDrawing bom = load(write("bom.dxf",
+                                    "\xEF\xBB\xBF"
+                                    "999\nwritten by hand\n0\nSECTION\n2\nENTITIES\n0\nPOINT\n"
+                                    "10\n1\n20\n2\n0\nENDSEC\n0\nEOF\n"));
+  EXPECT_EQ(bom.entities.size(), 1u);
+}
+
+}  // namespace
+}  // namespace DL::dxf

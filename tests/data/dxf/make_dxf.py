@@ -1,0 +1,51 @@
+#!/usr/bin/python3
+# Writes the small DXF files of tests/data/dxf, one per rule the reader keeps.
+# Run from anywhere: python3-ezdxf (Debian) writes them; the tests read the
+# committed files and do not need it.
+import math
+import os
+
+import ezdxf
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+def save(doc, name):
+    doc.saveas(os.path.join(HERE, name))
+
+
+# MTEXT longer than one chunk of 250 characters: the chunks (code 3) come
+# before the last part (code 1), and all of it is the text.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+words = " ".join("word%03d" % i for i in range(80))  # 639 characters
+msp.add_mtext("BEGIN " + words + " END", dxfattribs={"insert": (0, 0), "char_height": 2.5})
+save(doc, "mtext_chunks.dxf")
+
+# Extrusion (0, 0, -1): the plane seen from below, x mirrored. An arc centred
+# at (10, 0) of the plane from 0 to 90 degrees lands centred at (-10, 0),
+# from (-15, 0) to (-10, 5); a polyline at (1, 1)-(4, 1) lands at (-1, 1)-(-4, 1);
+# an INSERT at (20, 0) lands at (-20, 0) with its block mirrored.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+mirror = {"extrusion": (0, 0, -1)}
+msp.add_arc((10, 0), 5, 0, 90, dxfattribs=mirror)
+msp.add_lwpolyline([(1, 1), (4, 1)], dxfattribs=mirror)
+block = doc.blocks.new("ARROW")
+block.add_line((0, 0), (3, 1))
+msp.add_blockref("ARROW", (20, 0), dxfattribs=mirror)
+# A reference: an arc of the same place in the plain plane.
+msp.add_arc((0, -20), 5, 0, 90)
+save(doc, "ocs_mirrored.dxf")
+
+# Model space holds one line; layout "Title" a frame, layout "Second" a
+# circle. Only model space is read unless a layout is asked for.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_line((0, 0), (100, 50))
+title = doc.layouts.new("Title")
+title.add_lwpolyline([(0, 0), (420, 0), (420, 297), (0, 297)], close=True)
+second = doc.layouts.new("Second")
+second.add_circle((50, 50), 25)
+second.add_circle((150, 50), 25)
+save(doc, "paper_space.dxf")
