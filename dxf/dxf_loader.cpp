@@ -2,7 +2,10 @@
 // layout of a sheet and the colour table.
 #include "dxf/dxf_loader.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -23,35 +26,79 @@ std::string upper(std::string s) {
   return s;
 }
 
-// The whole file at `path` into `text`; false with a reason in `error`.
-bool read_file(const std::string& path, std::string& text, std::string& error) {
-  struct stat st;
-  if (::stat(path.c_str(), &st) != 0) {
-    error = "cannot open " + path + ": " + std::strerror(errno);
-    return false;
+// A file's bytes, mapped into memory when it is a regular file (read into a
+// string otherwise): the pages the reader is done with are given back as it
+// goes, so a large file never sits in memory whole.
+class FileText {
+ public:
+  FileText() = default;
+  FileText(const FileText&) = delete;
+  FileText& operator=(const FileText&) = delete;
+  ~FileText() {
+    if (map_) ::munmap(map_, size_);
   }
-  if (S_ISDIR(st.st_mode)) {
-    error = path + " is a directory, not a DXF file";
-    return false;
+
+  // False with a reason in `error`.
+  bool open(const std::string& path, std::string& error) {
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0) {
+      error = "cannot open " + path + ": " + std::strerror(errno);
+      return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+      error = path + " is a directory, not a DXF file";
+      return false;
+    }
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+      error = "cannot open " + path + ": " + std::strerror(errno);
+      return false;
+    }
+    if (S_ISREG(st.st_mode) && st.st_size > 0) {
+      void* map =
+          ::mmap(nullptr, static_cast<std::size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+      if (map != MAP_FAILED) {
+        ::madvise(map, static_cast<std::size_t>(st.st_size), MADV_SEQUENTIAL);
+        ::close(fd);
+        map_ = map;
+        size_ = static_cast<std::size_t>(st.st_size);
+        return true;
+      }
+    }
+    // Pipes, devices and whatever cannot be mapped: read.
+    char buffer[1 << 16];
+    ssize_t n;
+    while ((n = ::read(fd, buffer, sizeof buffer)) > 0)
+      copy_.append(buffer, static_cast<std::size_t>(n));
+    const int read_errno = errno;
+    ::close(fd);
+    if (n < 0) {
+      error = "cannot read " + path + ": " + std::strerror(read_errno);
+      return false;
+    }
+    return true;
   }
-  std::FILE* f = std::fopen(path.c_str(), "rb");
-  if (!f) {
-    error = "cannot open " + path + ": " + std::strerror(errno);
-    return false;
+
+  std::string_view text() const {
+    return map_ ? std::string_view(static_cast<const char*>(map_), size_) : std::string_view(copy_);
   }
-  text.clear();
-  if (S_ISREG(st.st_mode) && st.st_size > 0) text.reserve(static_cast<std::size_t>(st.st_size));
-  char buffer[1 << 16];
-  std::size_t n;
-  while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) text.append(buffer, n);
-  const bool failed = std::ferror(f) != 0;
-  std::fclose(f);
-  if (failed) {
-    error = "cannot read " + path;
-    return false;
+
+  // The first `bytes` are read: their whole pages leave memory.
+  void done(std::size_t bytes) {
+    if (!map_) return;
+    const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t end = std::min(bytes, size_) / page * page;
+    if (end > released_)
+      ::madvise(static_cast<char*>(map_) + released_, end - released_, MADV_DONTNEED);
+    released_ = std::max(released_, end);
   }
-  return true;
-}
+
+ private:
+  void* map_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t released_ = 0;
+  std::string copy_;
+};
 
 struct BlockExtents {
   const DxfDrawing& d;
@@ -64,46 +111,46 @@ struct BlockExtents {
       case DxfKind::arc:
       case DxfKind::ellipse: {
         // The whole ellipse's box: enough for a view's extent.
-        const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
-        const double hx = std::hypot(e.radius_x * cs, e.radius_y * sn);
-        const double hy = std::hypot(e.radius_x * sn, e.radius_y * cs);
-        b.add(e.center.x - hx, e.center.y - hy);
-        b.add(e.center.x + hx, e.center.y + hy);
+        const double cs = std::cos(e.detail().rotation), sn = std::sin(e.detail().rotation);
+        const double hx = std::hypot(e.detail().radius_x * cs, e.detail().radius_y * sn);
+        const double hy = std::hypot(e.detail().radius_x * sn, e.detail().radius_y * cs);
+        b.add(e.detail().center.x - hx, e.detail().center.y - hy);
+        b.add(e.detail().center.x + hx, e.detail().center.y + hy);
         break;
       }
       case DxfKind::text:
       case DxfKind::attrib:
       case DxfKind::mtext: {
         // A box a character high and roughly as long as the text, turned.
-        const double w = 0.7 * e.height * static_cast<double>(e.text.size());
+        const double w = 0.7 * e.detail().height * static_cast<double>(e.detail().text.size());
         const DxfPoint o = e.points[0];
-        const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
-        for (DxfPoint c :
-             {DxfPoint{0, 0}, DxfPoint{w, 0}, DxfPoint{0, e.height}, DxfPoint{w, e.height}})
+        const double cs = std::cos(e.detail().rotation), sn = std::sin(e.detail().rotation);
+        for (DxfPoint c : {DxfPoint{0, 0}, DxfPoint{w, 0}, DxfPoint{0, e.detail().height},
+                           DxfPoint{w, e.detail().height}})
           b.add(o.x + cs * c.x - sn * c.y, o.y + sn * c.x + cs * c.y);
         break;
       }
       case DxfKind::insert: {
-        auto it = d.blocks.find(e.block);
+        auto it = d.blocks.find(e.detail().block);
         if (it == d.blocks.end()) break;
-        DxfBounds inner = block(e.block);
+        DxfBounds inner = block(e.detail().block);
         if (inner.empty()) break;
         const DxfPoint base = it->second.base;
-        const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
-        for (int col = 0; col < e.columns; ++col)
-          for (int row = 0; row < e.rows; ++row)
+        const double cs = std::cos(e.detail().rotation), sn = std::sin(e.detail().rotation);
+        for (int col = 0; col < e.detail().columns; ++col)
+          for (int row = 0; row < e.detail().rows; ++row)
             for (DxfPoint c :
                  {DxfPoint{inner.min_x, inner.min_y}, DxfPoint{inner.max_x, inner.min_y},
                   DxfPoint{inner.min_x, inner.max_y}, DxfPoint{inner.max_x, inner.max_y}}) {
-              double x = (c.x - base.x) * e.scale.x + col * e.spacing.x;
-              double y = (c.y - base.y) * e.scale.y + row * e.spacing.y;
+              double x = (c.x - base.x) * e.detail().scale.x + col * e.detail().spacing.x;
+              double y = (c.y - base.y) * e.detail().scale.y + row * e.detail().spacing.y;
               b.add(e.points[0].x + cs * x - sn * y, e.points[0].y + sn * x + cs * y);
             }
         break;
       }
       default:
         for (const DxfPoint& p : e.points) b.add(p.x, p.y);
-        for (const auto& loop : e.loops)
+        for (const auto& loop : e.detail().loops)
           for (const DxfPoint& p : loop) b.add(p.x, p.y);
     }
   }
@@ -138,6 +185,16 @@ void DxfBounds::add(double x, double y) {
   max_x = std::max(max_x, x);
   min_y = std::min(min_y, y);
   max_y = std::max(max_y, y);
+}
+
+const DxfDetail& DxfEntity::detail() const {
+  static const DxfDetail none;
+  return detail_ ? *detail_ : none;
+}
+
+DxfDetail& DxfEntity::edit() {
+  if (!detail_) detail_ = std::make_shared<DxfDetail>();
+  return *detail_;
 }
 
 std::vector<long> DxfDrawing::counts() const {
@@ -223,14 +280,15 @@ bool load_dxf(const std::string& path, DxfDrawing& drawing, std::string& error,
               const DxfLoadOptions& options) {
   drawing = DxfDrawing{};
   drawing.path = path;
-  std::string text;
-  if (!read_file(path, text, error)) return false;
+  FileText file;
+  if (!file.open(path, error)) return false;
+  const std::string_view text = file.text();
   if (text.rfind("AutoCAD Binary DXF", 0) == 0) {
     error = path + ": binary DXF is not supported (save it as ASCII DXF)";
     return false;
   }
-  if (!read_dxf_text(text, drawing, options, error)) return false;
-  text = std::string();  // the entities own their strings: the text can go
+  if (!read_dxf_text(text, drawing, options, error, [&](std::size_t n) { file.done(n); }))
+    return false;
   BlockExtents extents{drawing, {}, {}};
   for (const DxfEntity& e : drawing.entities) extents.add_entity(e, drawing.extent);
   drawing.block_extents = extents.done;

@@ -58,6 +58,7 @@
 // brightnesses, full and half saturated, 250 to 255 greys.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -91,15 +92,10 @@ struct DxfPoint {
   double y = 0;
 };
 
-struct DxfEntity {
-  DxfKind kind = DxfKind::point;
-  std::string layer;
-  ZR_RGB32 color = 0;     // resolved, 0x00RRGGBB
-  bool by_block = false;  // colour BYBLOCK: the INSERT's colour applies
-  // line: 2 points; polyline: flattened vertices; point, text, mtext: 1;
-  // solid: 3 or 4 corners in outline order; insert: the insertion point.
-  std::vector<DxfPoint> points;
-  bool closed = false;                       // polyline
+// What an entity has beyond its points: curves, texts, inserts and hatches
+// carry one, lines and polylines do not. Shared between copies of a drawing:
+// it is not changed once the file is read.
+struct DxfDetail {
   std::vector<std::vector<DxfPoint>> loops;  // hatch: closed contours
   // circle, arc, ellipse: centre, radii, rotation, angles (radians).
   DxfPoint center;
@@ -115,11 +111,34 @@ struct DxfEntity {
   DxfPoint align_point;
   int attachment = 1;
   double line_spacing = 1.0;
-  // insert
+  // insert: the block, its scales and the array's cells.
   std::string block;
   DxfPoint scale{1, 1};
   int columns = 1, rows = 1;
   DxfPoint spacing;
+};
+
+// One entity. 56 bytes on a 64-bit host, its points apart (a LINE's two take
+// 32 more on the heap): a drawing of a million lines holds about 90 MB of
+// them.
+struct DxfEntity {
+  DxfKind kind = DxfKind::point;
+  bool by_block = false;    // colour BYBLOCK: the INSERT's colour applies
+  bool closed = false;      // polyline
+  ZR_RGB32 color = 0;       // resolved, 0x00RRGGBB
+  std::uint32_t layer = 0;  // index into DxfDrawing::layer_names
+  // line: 2 points; polyline: flattened vertices; point, text, mtext: 1;
+  // solid: 3 or 4 corners in outline order; insert: the insertion point.
+  std::vector<DxfPoint> points;
+
+  // The detail, or one of default values when the entity has none.
+  const DxfDetail& detail() const;
+  // The detail to fill, made on first use.
+  DxfDetail& edit();
+  bool has_detail() const { return detail_ != nullptr; }
+
+ private:
+  std::shared_ptr<DxfDetail> detail_;
 };
 
 struct DxfLayer {
@@ -165,7 +184,9 @@ struct DxfDrawing {
   std::string path;
   std::vector<DxfEntity> entities;  // model space, in file order
   std::map<std::string, DxfBlock> blocks;
-  std::map<std::string, DxfLayer> layers;         // by name as written
+  std::map<std::string, DxfLayer> layers;  // by name as written
+  // The layer names entities refer to by index; "0" first.
+  std::vector<std::string> layer_names{"0"};
   std::map<std::string, DxfLineType> line_types;  // by name as written
   std::vector<DxfLayout> layouts;                 // in file order
   DxfHeader header;
@@ -180,6 +201,7 @@ struct DxfDrawing {
 
   // Entities of model space per kind (INSERTs counted once each).
   std::vector<long> counts() const;
+  const std::string& layer_of(const DxfEntity& e) const { return layer_names[e.layer]; }
 };
 
 struct DxfLoadOptions {

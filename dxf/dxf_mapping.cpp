@@ -128,24 +128,26 @@ class Mapper {
 
   bool curve(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
     const bool whole = e.kind == DxfKind::circle ||
-                       (e.kind == DxfKind::ellipse && std::fabs(e.end - e.start) >= 2 * kPi - 1e-9);
+                       (e.kind == DxfKind::ellipse &&
+                        std::fabs(e.detail().end - e.detail().start) >= 2 * kPi - 1e-9);
     if (!m.conformal()) {
-      std::vector<DxfPoint> pts = flatten(e.center, e.radius_x, e.radius_y, e.rotation,
-                                          whole ? 0.0 : e.start, whole ? 2 * kPi : e.end);
+      std::vector<DxfPoint> pts =
+          flatten(e.detail().center, e.detail().radius_x, e.detail().radius_y, e.detail().rotation,
+                  whole ? 0.0 : e.detail().start, whole ? 2 * kPi : e.detail().end);
       return polyline(pts, m, color);
     }
     const double k = std::hypot(m.a, m.c);
     const double turn = std::atan2(m.c, m.a);
-    const DL::WorldPoint c = to_world(m.apply(e.center));
-    const DL::WorldPoint r{DL::round_to_int32_saturated(std::fabs(e.radius_x) * k),
-                           DL::round_to_int32_saturated(std::fabs(e.radius_y) * k)};
-    const auto rotation = static_cast<float>(std::remainder(e.rotation + turn, 2 * kPi));
+    const DL::WorldPoint c = to_world(m.apply(e.detail().center));
+    const DL::WorldPoint r{DL::round_to_int32_saturated(std::fabs(e.detail().radius_x) * k),
+                           DL::round_to_int32_saturated(std::fabs(e.detail().radius_y) * k)};
+    const auto rotation = static_cast<float>(std::remainder(e.detail().rotation + turn, 2 * kPi));
     DL::Drawable* drawable;
     if (whole) {
       drawable = new DL::Ellipse(color, c, r, rotation, list_);
     } else {
-      drawable = new DL::EllipticalArc(color, c, r, rotation, static_cast<float>(e.start),
-                                       static_cast<float>(e.end), list_);
+      drawable = new DL::EllipticalArc(color, c, r, rotation, static_cast<float>(e.detail().start),
+                                       static_cast<float>(e.detail().end), list_);
     }
     DL::WorldBounds b = DL::WorldBounds::empty();
     drawable->add_bounds(b);
@@ -158,36 +160,40 @@ class Mapper {
     ZR_Text_Engine* engine = cx_.engine();
     if (!engine) return false;
     const double k = std::sqrt(std::fabs(m.a * m.d - m.b * m.c));
-    const double cap = e.height * k;  // capital height in world units
+    const double cap = e.detail().height * k;  // capital height in world units
     if (!(cap > 0)) return false;
     const double em = cap / kCapitalHeight;
     // The writing direction: the entity's angle carried through the map.
-    const DxfPoint dir = {m.a * std::cos(e.rotation) + m.b * std::sin(e.rotation),
-                          m.c * std::cos(e.rotation) + m.d * std::sin(e.rotation)};
+    const DxfPoint dir = {
+        m.a * std::cos(e.detail().rotation) + m.b * std::sin(e.detail().rotation),
+        m.c * std::cos(e.detail().rotation) + m.d * std::sin(e.detail().rotation)};
     const double angle = std::atan2(dir.y, dir.x);
     const double cs = std::cos(angle), sn = std::sin(angle);
     std::vector<std::string> lines = e.kind == DxfKind::mtext
-                                         ? mtext_lines(e.text)
-                                         : std::vector<std::string>{text_codes(e.text)};
+                                         ? mtext_lines(e.detail().text)
+                                         : std::vector<std::string>{text_codes(e.detail().text)};
     // Baseline offsets in the text's own frame, world units.
     bool any = false;
-    const double spacing = cap * 5.0 / 3.0 * e.line_spacing;
+    const double spacing = cap * 5.0 / 3.0 * e.detail().line_spacing;
     const double total = cap + spacing * static_cast<double>(lines.size() - 1);
     DxfPoint anchor = e.points[0];
     int column = 0;
     double first_y = 0;
     if (e.kind == DxfKind::mtext) {
-      const int row = (e.attachment - 1) / 3;
-      column = (e.attachment - 1) % 3;
+      const int row = (e.detail().attachment - 1) / 3;
+      column = (e.detail().attachment - 1) % 3;
       first_y = row == 0 ? -cap : row == 1 ? total / 2 - cap : total - cap;
-    } else if (e.halign != 0 || e.valign != 0) {
-      anchor = e.align_point;
-      column = e.halign == 1 || e.halign == 4 ? 1 : e.halign == 2 ? 2 : 0;
-      if (e.halign == 3 || e.halign == 5) anchor = e.points[0];  // aligned, fit: from the start
-      first_y = e.valign == 3                    ? -cap
-                : e.valign == 2 || e.halign == 4 ? -cap / 2
-                : e.valign == 1                  ? 0.21 * em  // the descender of the face
-                                                 : 0.0;
+    } else if (e.detail().halign != 0 || e.detail().valign != 0) {
+      anchor = e.detail().align_point;
+      column = e.detail().halign == 1 || e.detail().halign == 4 ? 1
+               : e.detail().halign == 2                         ? 2
+                                                                : 0;
+      if (e.detail().halign == 3 || e.detail().halign == 5)
+        anchor = e.points[0];  // aligned, fit: from the start
+      first_y = e.detail().valign == 3                             ? -cap
+                : e.detail().valign == 2 || e.detail().halign == 4 ? -cap / 2
+                : e.detail().valign == 1 ? 0.21 * em  // the descender of the face
+                                         : 0.0;
     }
     const DxfPoint origin = m.apply(anchor);
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -209,7 +215,7 @@ class Mapper {
   bool hatch(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
     std::vector<DL::WorldPoint> pts;
     DL::WorldPoint anchor{};
-    for (const auto& loop : e.loops) {
+    for (const auto& loop : e.detail().loops) {
       if (loop.size() < 3) continue;
       const std::size_t start = pts.size();
       for (const DxfPoint& p : loop) pts.push_back(to_world(m.apply(p)));
@@ -227,25 +233,26 @@ class Mapper {
   }
 
   bool insert(const DxfEntity& e, const Affine& m, ZR_RGB32 color, int depth) {
-    auto block = d_.blocks.find(e.block);
+    auto block = d_.blocks.find(e.detail().block);
     if (block == d_.blocks.end() || depth >= kMaxBlockDepth) return false;
     // A block expanded inside itself: cyclic, not shown (the shared lists
     // catch their cycles while they are built).
     if (std::find(expanding_.begin(), expanding_.end(), &block->second) != expanding_.end())
       return false;
-    const double turn = std::remainder(e.rotation, 2 * kPi);
-    const bool nest = m.axis_aligned() && std::fabs(turn) < 1e-12 && e.scale.x > 0 && e.scale.y > 0;
+    const double turn = std::remainder(e.detail().rotation, 2 * kPi);
+    const bool nest = m.axis_aligned() && std::fabs(turn) < 1e-12 && e.detail().scale.x > 0 &&
+                      e.detail().scale.y > 0;
     DL::DisplayList& list = *list_;
     DL::Extra_Layer_Info* layer = layer_;
     bool any = false;
-    const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
-    for (int col = 0; col < e.columns; ++col) {
-      for (int row = 0; row < e.rows; ++row) {
+    const double cs = std::cos(e.detail().rotation), sn = std::sin(e.detail().rotation);
+    for (int col = 0; col < e.detail().columns; ++col) {
+      for (int row = 0; row < e.detail().rows; ++row) {
         if (points_ >= cx_.max_points) return any;
         // Block point p lands at ip + R (S (p - base) + cell).
-        const double cell_x = col * e.spacing.x, cell_y = row * e.spacing.y;
+        const double cell_x = col * e.detail().spacing.x, cell_y = row * e.detail().spacing.y;
         const DxfPoint base = block->second.base;
-        const double sx = e.scale.x, sy = e.scale.y;
+        const double sx = e.detail().scale.x, sy = e.detail().scale.y;
         Affine local{cs * sx,
                      -sn * sy,
                      sn * sx,
@@ -253,7 +260,7 @@ class Mapper {
                      e.points[0].x + cs * (cell_x - sx * base.x) - sn * (cell_y - sy * base.y),
                      e.points[0].y + sn * (cell_x - sx * base.x) + cs * (cell_y - sy * base.y)};
         if (nest) {
-          SheetContext::BlockList* bl = block_list(e.block, color, depth);
+          SheetContext::BlockList* bl = block_list(e.detail().block, color, depth);
           if (!bl || !bl->list) continue;
           // Each cell draws the whole block list: within the budget or not at all.
           if (bl->points + 1 > cx_.max_points - points_) return any;
@@ -316,7 +323,8 @@ class Mapper {
     DL::Extra_Layer_Info* outer_layer = layer_;
     for (const DxfEntity& e : block.entities) {
       DL::Extra_Layer_Info* layer =
-          e.layer == "0" ? nullptr : cx_.layers.find_or_add(e.layer, layer_shown(e.layer));
+          e.layer == 0 ? nullptr
+                       : cx_.layers.find_or_add(d_.layer_of(e), layer_shown(d_.layer_of(e)));
       if (!map(e, to_block, *list, layer, by_block, depth + 1))
         ++report_.not_shown_in_blocks[static_cast<int>(e.kind)];
     }
@@ -376,7 +384,8 @@ MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& pl
   Mapper mapper(drawing, context, report);
   const Affine m = Affine::from(placement);
   for (const DxfEntity& e : drawing.entities) {
-    DL::Extra_Layer_Info* layer = context.layers.find_or_add(e.layer, mapper.layer_shown(e.layer));
+    DL::Extra_Layer_Info* layer =
+        context.layers.find_or_add(drawing.layer_of(e), mapper.layer_shown(drawing.layer_of(e)));
     const int kind = static_cast<int>(e.kind);
     if (mapper.map(e, m, list, layer, 0, 0))
       ++report.shown[kind];

@@ -10,7 +10,9 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
 
 #include "dxf/dxf_reader_p.h"
@@ -152,7 +154,8 @@ struct Common {
 // One pass over the pairs of the text.
 class Reader {
  public:
-  Reader(std::string_view text, DxfDrawing& d) : p_(text.data()), end_(p_ + text.size()), d_(d) {}
+  Reader(std::string_view text, DxfDrawing& d, const std::function<void(std::size_t)>& done)
+      : begin_(text.data()), p_(begin_), end_(p_ + text.size()), d_(d), done_(done) {}
 
   bool read(const DxfLoadOptions& options, std::string& error);
 
@@ -276,7 +279,20 @@ class Reader {
   // The entity `name` whose pairs are in `pairs_`, into `target` (null: model
   // or paper space by its flag); `in_block` for BYBLOCK colours.
   void entity(std::string_view name, std::vector<DxfEntity>* target);
-  DxfEntity make(DxfKind kind, const Common& c) const;
+  DxfEntity make(DxfKind kind, const Common& c);
+  // The index of a layer name in the drawing's list, added on first use.
+  std::uint32_t layer_index(std::string_view name) {
+    if (name == last_layer_name_) return last_layer_;
+    auto it = layer_indexes_.find(name);
+    if (it == layer_indexes_.end()) {
+      it = layer_indexes_
+               .emplace(std::string(name), static_cast<std::uint32_t>(d_.layer_names.size()))
+               .first;
+      d_.layer_names.emplace_back(name);
+    }
+    last_layer_name_ = it->first;  // a view of the map's key, which stays
+    return last_layer_ = it->second;
+  }
   void keep(std::string_view name, DxfEntity&& e, const Common& c, std::vector<DxfEntity>* target);
   void apply_ocs(DxfEntity& e, const Common& c) const;
   void finish_polyline();
@@ -285,9 +301,21 @@ class Reader {
     ++m[std::string(name.substr(0, kMaxNameLength))];
   }
 
+  // Tells the caller that the text before `p` is read, every few megabytes:
+  // call only between entities, when no view into the text is kept.
+  void read_up_to(const char* p) {
+    if (done_ && p - begin_ >= reported_ + (std::ptrdiff_t{8} << 20)) {
+      reported_ = p - begin_;
+      done_(static_cast<std::size_t>(reported_));
+    }
+  }
+
+  const char* begin_;
   const char* p_;
   const char* end_;
   DxfDrawing& d_;
+  const std::function<void(std::size_t)>& done_;
+  std::ptrdiff_t reported_ = 0;
   long long line_ = 0;      // lines read
   long long bad_line_ = 0;  // the line that is not a group code, or 0
   Pair peek_;
@@ -295,7 +323,10 @@ class Reader {
   bool bad_number_ = false;  // in the entity being read
   bool in_block_ = false;
   std::vector<Pair> pairs_;
-  std::vector<DxfEntity> paper_;                      // paper-space entities of ENTITIES
+  std::vector<DxfEntity> paper_;  // paper-space entities of ENTITIES
+  std::map<std::string, std::uint32_t, std::less<>> layer_indexes_{{"0", 0}};
+  std::string_view last_layer_name_ = "0";
+  std::uint32_t last_layer_ = 0;
   std::map<std::string, std::string> block_records_;  // handle -> block name
   // The POLYLINE taking VERTEX entities: its list and place, its vertices.
   std::vector<DxfEntity>* polyline_list_ = nullptr;
@@ -538,6 +569,7 @@ bool Reader::entities() {
   Pair p;
   while (next(p)) {
     if (p.code != 0) continue;
+    read_up_to(p.value.data() - 8);  // the code line before it, too
     const std::string_view name = trim(p.value);
     if (name == "ENDSEC") {
       finish_polyline();
@@ -549,14 +581,14 @@ bool Reader::entities() {
   return false;
 }
 
-DxfEntity Reader::make(DxfKind kind, const Common& c) const {
+DxfEntity Reader::make(DxfKind kind, const Common& c) {
   DxfEntity e;
   e.kind = kind;
-  e.layer = std::string(c.layer);
+  e.layer = layer_index(c.layer);
   if (c.true_color >= 0) {
     e.color = static_cast<ZR_RGB32>(c.true_color) & 0xffffff;
   } else if (c.aci == 256) {
-    auto it = d_.layers.find(e.layer);
+    auto it = d_.layers.find(d_.layer_names[e.layer]);
     e.color = it == d_.layers.end() ? 0 : it->second.color;
   } else if (c.aci == 0) {
     e.by_block = in_block_;
@@ -571,50 +603,52 @@ void Reader::apply_ocs(DxfEntity& e, const Common& c) const {
   const Ocs o = Ocs::from(c.nx, c.ny, c.nz);
   if (o.identity) return;
   for (DxfPoint& p : e.points) p = o.map(p);
-  for (auto& loop : e.loops)
-    for (DxfPoint& p : loop) p = o.map(p);
-  e.align_point = o.map(e.align_point);
+  if (e.has_detail()) {
+    for (auto& loop : e.edit().loops)
+      for (DxfPoint& p : loop) p = o.map(p);
+    e.edit().align_point = o.map(e.edit().align_point);
+  }
   switch (e.kind) {
     case DxfKind::circle:
     case DxfKind::arc: {
       if (o.tilted) {
         // A circle seen at a slant: its outline, projected.
         std::vector<DxfPoint> pts;
-        const double start = e.kind == DxfKind::circle ? 0.0 : e.start;
-        double sweep = e.kind == DxfKind::circle ? 2 * kPi : e.end - e.start;
+        const double start = e.kind == DxfKind::circle ? 0.0 : e.edit().start;
+        double sweep = e.kind == DxfKind::circle ? 2 * kPi : e.edit().end - e.edit().start;
         if (sweep <= 0) sweep += 2 * kPi;
-        pts.push_back(
-            {e.center.x + e.radius_x * std::cos(start), e.center.y + e.radius_x * std::sin(start)});
-        append_arc(pts, e.center, e.radius_x, e.radius_x, 0, start, sweep);
+        pts.push_back({e.edit().center.x + e.edit().radius_x * std::cos(start),
+                       e.edit().center.y + e.edit().radius_x * std::sin(start)});
+        append_arc(pts, e.edit().center, e.edit().radius_x, e.edit().radius_x, 0, start, sweep);
         for (DxfPoint& p : pts) p = o.map(p);
         e.points = std::move(pts);
         e.kind = DxfKind::polyline;
         return;
       }
-      e.center = o.map(e.center);
+      e.edit().center = o.map(e.edit().center);
       if (o.mirrored) {
         // The plane's angle t lands at phi - t: the sweep runs the other way.
-        const double start = e.start;
-        e.rotation = o.phi - e.rotation;
-        e.start = -e.end;
-        e.end = -start;
+        const double start = e.edit().start;
+        e.edit().rotation = o.phi - e.edit().rotation;
+        e.edit().start = -e.edit().end;
+        e.edit().end = -start;
       } else {
-        e.rotation += o.phi;
+        e.edit().rotation += o.phi;
       }
       return;
     }
     case DxfKind::text:
     case DxfKind::attrib:
-      e.rotation = o.direction(e.rotation);
+      e.edit().rotation = o.direction(e.edit().rotation);
       return;
     case DxfKind::insert:
       if (o.mirrored && !o.tilted) {
         // R(phi) M R(r) S = R(phi - r) M S, M the mirror of y.
-        e.rotation = o.phi - e.rotation;
-        e.scale.y = -e.scale.y;
-        e.spacing.y = -e.spacing.y;
+        e.edit().rotation = o.phi - e.edit().rotation;
+        e.edit().scale.y = -e.edit().scale.y;
+        e.edit().spacing.y = -e.edit().spacing.y;
       } else {
-        e.rotation = o.direction(e.rotation);
+        e.edit().rotation = o.direction(e.edit().rotation);
       }
       return;
     default:
@@ -716,13 +750,13 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     for (const Pair& g : pairs_) {
       switch (g.code) {
         case 10:
-          e.center.x = real(g);
+          e.edit().center.x = real(g);
           break;
         case 20:
-          e.center.y = real(g);
+          e.edit().center.y = real(g);
           break;
         case 40:
-          e.radius_x = e.radius_y = real(g);
+          e.edit().radius_x = e.edit().radius_y = real(g);
           break;
         case 50:
           start = real(g);
@@ -735,10 +769,10 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
       }
     }
     if (e.kind == DxfKind::arc) {
-      e.start = start * kDegree;
-      e.end = end * kDegree;
+      e.edit().start = start * kDegree;
+      e.edit().end = end * kDegree;
     } else {
-      e.end = 2 * kPi;
+      e.edit().end = 2 * kPi;
     }
     apply_ocs(e, c);
     keep(name, std::move(e), c, target);
@@ -773,17 +807,17 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
       }
     }
     DxfEntity e = make(DxfKind::ellipse, c);
-    e.center = center;
-    e.radius_x = std::hypot(major.x, major.y);
-    e.radius_y = e.radius_x * ratio;
-    e.rotation = std::atan2(major.y, major.x);
-    e.start = start;
-    e.end = end;
+    e.edit().center = center;
+    e.edit().radius_x = std::hypot(major.x, major.y);
+    e.edit().radius_y = e.edit().radius_x * ratio;
+    e.edit().rotation = std::atan2(major.y, major.x);
+    e.edit().start = start;
+    e.edit().end = end;
     // World coordinates, but the minor axis is N x major: seen from below,
     // the parameter runs clockwise.
     if (c.nz < 0) {
-      e.start = -end;
-      e.end = -start;
+      e.edit().start = -end;
+      e.edit().end = -start;
     }
     keep(name, std::move(e), c, target);
   } else if (name == "LWPOLYLINE") {
@@ -900,12 +934,12 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     if (attrib && (flags & 1)) return;  // invisible
     DxfEntity e = make(attrib ? DxfKind::attrib : DxfKind::text, c);
     e.points = {at};
-    e.align_point = align;
-    e.height = height;
-    e.rotation = angle * kDegree;
-    e.text = std::string(text);
-    e.halign = std::clamp(halign, 0, 5);
-    e.valign = std::clamp(valign, 0, 3);
+    e.edit().align_point = align;
+    e.edit().height = height;
+    e.edit().rotation = angle * kDegree;
+    e.edit().text = std::string(text);
+    e.edit().halign = std::clamp(halign, 0, 5);
+    e.edit().valign = std::clamp(valign, 0, 3);
     apply_ocs(e, c);
     keep(name, std::move(e), c, target);
   } else if (name == "MTEXT") {
@@ -955,14 +989,14 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     }
     DxfEntity e = make(DxfKind::mtext, c);
     e.points = {at};
-    e.height = height;
-    e.text = std::move(text);
-    e.text += last;
-    e.rotation = has_direction && (direction.x != 0 || direction.y != 0)
-                     ? std::atan2(direction.y, direction.x)
-                     : angle * kDegree;
-    e.attachment = attachment >= 1 && attachment <= 9 ? attachment : 1;
-    e.line_spacing = spacing > 0 ? spacing : 1.0;
+    e.edit().height = height;
+    e.edit().text = std::move(text);
+    e.edit().text += last;
+    e.edit().rotation = has_direction && (direction.x != 0 || direction.y != 0)
+                            ? std::atan2(direction.y, direction.x)
+                            : angle * kDegree;
+    e.edit().attachment = attachment >= 1 && attachment <= 9 ? attachment : 1;
+    e.edit().line_spacing = spacing > 0 ? spacing : 1.0;
     keep(name, std::move(e), c, target);
   } else if (name == "INSERT") {
     DxfEntity e = make(DxfKind::insert, c);
@@ -972,7 +1006,7 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     for (const Pair& g : pairs_) {
       switch (g.code) {
         case 2:
-          e.block = std::string(trim(g.value));
+          e.edit().block = std::string(trim(g.value));
           break;
         case 10:
           at.x = real(g);
@@ -981,10 +1015,10 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
           at.y = real(g);
           break;
         case 41:
-          e.scale.x = real(g);
+          e.edit().scale.x = real(g);
           break;
         case 42:
-          e.scale.y = real(g);
+          e.edit().scale.y = real(g);
           break;
         case 50:
           angle = real(g);
@@ -996,10 +1030,10 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
           rows = integer(g);
           break;
         case 44:
-          e.spacing.x = real(g);
+          e.edit().spacing.x = real(g);
           break;
         case 45:
-          e.spacing.y = real(g);
+          e.edit().spacing.y = real(g);
           break;
         default:
           break;
@@ -1012,9 +1046,9 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
       return;
     }
     e.points = {at};
-    e.rotation = angle * kDegree;
-    e.columns = static_cast<int>(columns);
-    e.rows = static_cast<int>(rows);
+    e.edit().rotation = angle * kDegree;
+    e.edit().columns = static_cast<int>(columns);
+    e.edit().rows = static_cast<int>(rows);
     apply_ocs(e, c);
     keep(name, std::move(e), c, target);
   } else if (name == "HATCH") {
@@ -1030,7 +1064,7 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
   }
 }
 
-// The boundary of a solid hatch into `e.loops`; false for a patterned one.
+// The boundary of a solid hatch into `e.edit().loops`; false for a patterned one.
 bool Reader::hatch(DxfEntity& e) {
   std::size_t i = 0;
   const std::vector<Pair>& v = pairs_;
@@ -1052,7 +1086,7 @@ bool Reader::hatch(DxfEntity& e) {
   if (!solid) return false;
   for (long long n = 0; n < loops && at(92); ++n) {
     const long long type = integer(v[i++]);
-    std::vector<DxfPoint>& loop = e.loops.emplace_back();
+    std::vector<DxfPoint>& loop = e.edit().loops.emplace_back();
     if (type & 2) {  // a polyline: x, y and maybe a bulge per vertex
       const bool bulged = take(72, 0) != 0;
       take(73, 0);
@@ -1137,8 +1171,8 @@ bool Reader::hatch(DxfEntity& e) {
 }  // namespace
 
 bool read_dxf_text(std::string_view text, DxfDrawing& drawing, const DxfLoadOptions& options,
-                   std::string& error) {
-  Reader reader(text, drawing);
+                   std::string& error, const std::function<void(std::size_t)>& done) {
+  Reader reader(text, drawing, done);
   return reader.read(options, error);
 }
 

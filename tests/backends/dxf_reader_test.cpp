@@ -104,10 +104,10 @@ TEST(DxfReader, MtextChunksComeBeforeTheLastPart) {
   ASSERT_EQ(d.entities.size(), 1u);
   const DxfEntity& e = d.entities[0];
   EXPECT_EQ(e.kind, DxfKind::mtext);
-  EXPECT_EQ(e.text.size(), 649u);
-  EXPECT_EQ(e.text.rfind("BEGIN word000 word001", 0), 0u);
-  EXPECT_NE(e.text.find("word040 word041"), std::string::npos);
-  EXPECT_EQ(e.text.substr(e.text.size() - 11), "word079 END");
+  EXPECT_EQ(e.detail().text.size(), 649u);
+  EXPECT_EQ(e.detail().text.rfind("BEGIN word000 word001", 0), 0u);
+  EXPECT_NE(e.detail().text.find("word040 word041"), std::string::npos);
+  EXPECT_EQ(e.detail().text.substr(e.detail().text.size() - 11), "word079 END");
   Drawn drawn(d);
   EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::mtext)], 1);
   ASSERT_EQ(drawn.engine->calls.empty(), false);
@@ -119,21 +119,21 @@ TEST(DxfReader, ExtrusionMirrorsArcsPolylinesAndInserts) {
   const DxfDrawing d = load(data("ocs_mirrored.dxf"));
   ASSERT_EQ(d.entities.size(), 4u);
   auto end_points = [](const DxfEntity& e, DxfPoint& a, DxfPoint& b) {
-    const double c = std::cos(e.rotation), s = std::sin(e.rotation);
+    const double c = std::cos(e.detail().rotation), s = std::sin(e.detail().rotation);
     auto at = [&](double t) {
-      const double x = e.radius_x * std::cos(t), y = e.radius_y * std::sin(t);
-      return DxfPoint{e.center.x + c * x - s * y, e.center.y + s * x + c * y};
+      const double x = e.detail().radius_x * std::cos(t), y = e.detail().radius_y * std::sin(t);
+      return DxfPoint{e.detail().center.x + c * x - s * y, e.detail().center.y + s * x + c * y};
     };
-    a = at(e.start);
-    b = at(e.end);
+    a = at(e.detail().start);
+    b = at(e.detail().end);
   };
   // Counter-clockwise from (-10, 5) to (-15, 0) about (-10, 0).
   const DxfEntity& arc = d.entities[0];
   ASSERT_EQ(arc.kind, DxfKind::arc);
   DxfPoint a, b;
   end_points(arc, a, b);
-  EXPECT_NEAR(arc.center.x, -10, 1e-9);
-  EXPECT_NEAR(arc.center.y, 0, 1e-9);
+  EXPECT_NEAR(arc.detail().center.x, -10, 1e-9);
+  EXPECT_NEAR(arc.detail().center.y, 0, 1e-9);
   EXPECT_NEAR(a.x, -10, 1e-9);
   EXPECT_NEAR(a.y, 5, 1e-9);
   EXPECT_NEAR(b.x, -15, 1e-9);
@@ -252,7 +252,7 @@ TEST(DxfReader, BadNumbersDropTheEntityAndAreCounted) {
   const DxfDrawing good = load(write("good-number.dxf", file("  +1.5e1 ")));
   ASSERT_EQ(good.entities.size(), 3u);
   EXPECT_EQ(good.entities[0].points[0].x, 15);
-  EXPECT_EQ(good.entities[1].radius_x, 15);
+  EXPECT_EQ(good.entities[1].detail().radius_x, 15);
   EXPECT_TRUE(good.invalid.empty());
 }
 
