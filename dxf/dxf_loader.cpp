@@ -11,8 +11,12 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
+#include <utility>
+#include <vector>
 
 #include "dxf/dxf_reader_p.h"
 
@@ -166,6 +170,76 @@ struct BlockExtents {
   }
 };
 
+// A far-away entity is one that reaches this many times farther than the
+// one before it in the outer half (see DxfDrawing::too_far).
+constexpr double kFarRatio = 65536.0;
+
+// The extent of model space without the entities too far from the rest,
+// which leave the list and are counted.
+void measure(DxfDrawing& d, BlockExtents& extents) {
+  // Boxes are measured again in each pass rather than kept: 32 bytes an
+  // entity would be the largest block of the load.
+  const std::size_t n = d.entities.size();
+  auto box = [&](std::size_t i) {
+    DxfBounds b;
+    extents.add_entity(d.entities[i], b);
+    return b;
+  };
+  double mx = 0, my = 0;
+  {
+    std::vector<double> xs, ys;
+    xs.reserve(n);
+    ys.reserve(n);
+    for (std::size_t i = 0; i < n; ++i) {
+      const DxfBounds b = box(i);
+      if (b.empty()) continue;
+      xs.push_back(b.min_x / 2 + b.max_x / 2);
+      ys.push_back(b.min_y / 2 + b.max_y / 2);
+    }
+    if (xs.empty()) return;
+    const auto mid = static_cast<std::ptrdiff_t>((xs.size() - 1) / 2);
+    std::nth_element(xs.begin(), xs.begin() + mid, xs.end());
+    std::nth_element(ys.begin(), ys.begin() + mid, ys.end());
+    mx = xs[static_cast<std::size_t>(mid)];
+    my = ys[static_cast<std::size_t>(mid)];
+  }
+  // (reach, entity), the reach in float: only its ratios matter.
+  std::vector<std::pair<float, std::uint32_t>> reach;
+  reach.reserve(n);
+  for (std::size_t i = 0; i < n && i < UINT32_MAX; ++i) {
+    const DxfBounds b = box(i);
+    if (b.empty()) continue;
+    const double r = std::max({std::fabs(b.min_x - mx), std::fabs(b.max_x - mx),
+                               std::fabs(b.min_y - my), std::fabs(b.max_y - my)});
+    const float f = r <= std::numeric_limits<float>::max() ? static_cast<float>(r)
+                                                           : std::numeric_limits<float>::infinity();
+    reach.emplace_back(f, static_cast<std::uint32_t>(i));
+  }
+  std::sort(reach.begin(), reach.end());
+  std::vector<bool> far(n, false);
+  for (std::size_t k = (reach.size() - 1) / 2; k + 1 < reach.size(); ++k) {
+    if (!(reach[k].first > 0 && reach[k + 1].first > kFarRatio * reach[k].first)) continue;
+    for (std::size_t j = k + 1; j < reach.size(); ++j) {
+      far[reach[j].second] = true;
+      ++d.too_far[dxf_kind_name(d.entities[reach[j].second].kind)];
+    }
+    break;
+  }
+  reach = {};
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (far[i]) continue;
+    const DxfBounds b = box(i);
+    if (!b.empty()) {
+      d.extent.add(b.min_x, b.min_y);
+      d.extent.add(b.max_x, b.max_y);
+    }
+    if (kept != i) d.entities[kept] = std::move(d.entities[i]);
+    ++kept;
+  }
+  d.entities.resize(kept);
+}
+
 }  // namespace
 
 const char* dxf_kind_name(DxfKind kind) {
@@ -290,7 +364,7 @@ bool load_dxf(const std::string& path, DxfDrawing& drawing, std::string& error,
   if (!read_dxf_text(text, drawing, options, error, [&](std::size_t n) { file.done(n); }))
     return false;
   BlockExtents extents{drawing, {}, {}};
-  for (const DxfEntity& e : drawing.entities) extents.add_entity(e, drawing.extent);
+  measure(drawing, extents);
   drawing.block_extents = extents.done;
   if (drawing.entities.empty() || drawing.extent.empty()) {
     error = path + ": empty drawing (no entity in " +

@@ -196,6 +196,13 @@ struct DxfDrawing {
   // Empty for a complete file; else where it ended, e.g. "inside ENTITIES".
   std::string truncated;
   DxfBounds extent;  // model space, INSERTs included through their blocks
+  // Entities left out because they lie too far from the rest to share a
+  // 32-bit sheet with it at a useful precision, by name. The rule: from the
+  // lower median of the entities' centres, each entity's reach (the largest
+  // distance along x or y to its box); sorted by reach, the outer half is cut
+  // at the first entity that reaches more than 65536 times the one before.
+  // The rest then keeps at least 2^10 world units across.
+  std::map<std::string, long> too_far;
   // Extents of the blocks that model space reaches, in block units.
   std::map<std::string, DxfBounds> block_extents;
 
@@ -228,7 +235,10 @@ struct Placement {
 
 // Lays the drawings out left to right with a small gap, their bottoms on y 0.
 // Each gets one uniform scale so that its larger side spans the same number
-// of world units, chosen so that the whole sheet stays inside 2^30.
+// of world units (2^26 for up to 15 drawings, fewer for more), chosen so that
+// the whole sheet stays inside 2^30. A drawing's extent leaves out the
+// entities too far from the rest for that sheet (see `too_far`): one stray
+// line at 1e300 would otherwise shrink the drawing to nothing.
 std::vector<Placement> lay_out(const std::vector<DxfDrawing>& drawings, DL::WorldBounds& sheet);
 
 // The layers of a sheet, by name (compared without regard to case, as DXF

@@ -507,6 +507,10 @@ int run_dxf(const Arguments& a, Output& out) {
     if (!in_blocks.empty()) std::printf("  not shown in blocks:%s\n", in_blocks.c_str());
     std::printf("  skipped:%s\n", skipped.empty() ? " none" : skipped.c_str());
     if (!invalid.empty()) std::printf("  dropped for bad numbers:%s\n", invalid.c_str());
+    std::string far;
+    for (const auto& [name, n] : d.too_far) far += " " + name + " " + std::to_string(n);
+    if (!far.empty())
+      std::printf("  left out, too far from the rest for the sheet:%s\n", far.c_str());
     if (d.paper_space) std::printf("  paper space (not shown): %ld entities\n", d.paper_space);
   }
   std::printf("sheet: %d,%d,%d,%d\n", sheet_extent.min.x, sheet_extent.min.y, sheet_extent.max.x,

@@ -256,6 +256,29 @@ TEST(DxfReader, BadNumbersDropTheEntityAndAreCounted) {
   EXPECT_TRUE(good.invalid.empty());
 }
 
+TEST(DxfReader, EntitiesTooFarForTheSheetAreLeftOutOfTheExtent) {
+  // Fault: one line at 1e300 shrank the real drawing to nothing.
+  auto file = [](const char* far_x) {
+    std::ostringstream s;
+    s << "0\nSECTION\n2\nENTITIES\n";
+    s << "0\nLINE\n8\n0\n10\n0\n20\n0\n11\n100\n21\n50\n";
+    s << "0\nCIRCLE\n8\n0\n10\n50\n20\n20\n40\n10\n";
+    s << "0\nLINE\n8\n0\n10\n" << far_x << "\n20\n0\n11\n" << far_x << "\n21\n1\n";
+    s << "0\nENDSEC\n0\nEOF\n";
+    return s.str();
+  };
+  const DxfDrawing stray = load(write("far.dxf", file("1e300")));
+  EXPECT_EQ(stray.entities.size(), 2u);
+  EXPECT_EQ(stray.too_far.at("LINE"), 1);
+  EXPECT_NEAR(stray.extent.max_x, 100, 1e-9);
+  EXPECT_NEAR(stray.extent.max_y, 50, 1e-9);
+  // A part a thousand drawings away is still part of the drawing.
+  const DxfDrawing apart = load(write("apart.dxf", file("1e5")));
+  EXPECT_EQ(apart.entities.size(), 3u);
+  EXPECT_TRUE(apart.too_far.empty());
+  EXPECT_NEAR(apart.extent.max_x, 1e5, 1e-9);
+}
+
 TEST(DxfReader, RefusalsSayWhy) {
   DxfDrawing d;
   std::string error;
