@@ -18,11 +18,14 @@
 #include <utility>
 #include <vector>
 
+#include "dxf/dxf_mapping.h"
 #include "dxf/dxf_reader_p.h"
 
 namespace DL::dxf {
 
 namespace {
+
+constexpr double kPi = 3.14159265358979323846;
 
 std::string upper(std::string s) {
   std::transform(s.begin(), s.end(), s.begin(),
@@ -104,6 +107,71 @@ class FileText {
   std::string copy_;
 };
 
+// The box of an ellipse's sweep: its end points and the extremes along x and
+// y that the sweep passes (a whole ellipse has all four).
+void curve_box(const DxfEntity& e, DxfBounds& b) {
+  const DxfDetail& x = e.detail();
+  const double cs = std::cos(x.rotation), sn = std::sin(x.rotation);
+  auto at = [&](double t) {
+    const double u = x.radius_x * std::cos(t), v = x.radius_y * std::sin(t);
+    b.add(x.center.x + cs * u - sn * v, x.center.y + sn * u + cs * v);
+  };
+  double sweep = x.end - x.start;
+  const bool whole = e.kind == DxfKind::circle || !(std::fabs(sweep) < 2 * kPi - 1e-12);
+  if (!whole) {
+    sweep = std::fmod(sweep, 2 * kPi);
+    if (sweep <= 0) sweep += 2 * kPi;
+    at(x.start);
+    at(x.start + sweep);
+  }
+  // dx/dt = 0 and dy/dt = 0, each twice a turn.
+  const double tx = std::atan2(-x.radius_y * sn, x.radius_x * cs);
+  const double ty = std::atan2(x.radius_y * cs, x.radius_x * sn);
+  for (double t : {tx, tx + kPi, ty, ty + kPi}) {
+    if (whole) {
+      at(t);
+      continue;
+    }
+    double from_start = std::fmod(t - x.start, 2 * kPi);
+    if (from_start < 0) from_start += 2 * kPi;
+    if (from_start <= sweep) at(t);
+  }
+}
+
+// An estimate of a text's box before any font is at hand: 0.6 em a character
+// (DejaVu Sans averages a little less), em = height / 0.73, lines and
+// justification as the mapping sets them. The view is framed by the measured
+// drawables; this only sets the sheet's scale.
+void text_box(const DxfEntity& e, DxfBounds& b) {
+  const DxfDetail& x = e.detail();
+  const double cap = x.height, em = cap / 0.73;
+  const std::vector<std::string> lines =
+      e.kind == DxfKind::mtext ? mtext_lines(x.text) : std::vector<std::string>{text_codes(x.text)};
+  double width = 0;
+  for (const std::string& line : lines) {
+    double chars = 0;
+    for (unsigned char c : line) chars += (c & 0xc0) != 0x80;  // code points, not bytes
+    width = std::max(width, 0.6 * em * chars);
+  }
+  const double spacing = cap * 5.0 / 3.0 * x.line_spacing;
+  const double total = cap + spacing * static_cast<double>(lines.size() - 1);
+  DxfPoint anchor = e.points[0];
+  double column = 0, top = cap;  // the box spans [-column w, (1 - column) w] x [top - total, top]
+  if (e.kind == DxfKind::mtext) {
+    const int row = (x.attachment - 1) / 3;
+    column = ((x.attachment - 1) % 3) / 2.0;
+    top = row == 0 ? 0 : row == 1 ? total / 2 : total;
+  } else if (x.halign != 0 || x.valign != 0) {
+    if (x.halign != 3 && x.halign != 5) anchor = x.align_point;
+    column = x.halign == 1 || x.halign == 4 ? 0.5 : x.halign == 2 ? 1 : 0;
+    top = x.valign == 3 ? 0 : x.valign == 2 || x.halign == 4 ? cap / 2 : cap;
+  }
+  const double cs = std::cos(x.rotation), sn = std::sin(x.rotation);
+  for (double u : {-column * width, (1 - column) * width})
+    for (double v : {top - total - 0.21 * em, top})
+      b.add(anchor.x + cs * u - sn * v, anchor.y + sn * u + cs * v);
+}
+
 struct BlockExtents {
   const DxfDrawing& d;
   std::map<std::string, DxfBounds> done;
@@ -113,27 +181,14 @@ struct BlockExtents {
     switch (e.kind) {
       case DxfKind::circle:
       case DxfKind::arc:
-      case DxfKind::ellipse: {
-        // The whole ellipse's box: enough for a view's extent.
-        const double cs = std::cos(e.detail().rotation), sn = std::sin(e.detail().rotation);
-        const double hx = std::hypot(e.detail().radius_x * cs, e.detail().radius_y * sn);
-        const double hy = std::hypot(e.detail().radius_x * sn, e.detail().radius_y * cs);
-        b.add(e.detail().center.x - hx, e.detail().center.y - hy);
-        b.add(e.detail().center.x + hx, e.detail().center.y + hy);
+      case DxfKind::ellipse:
+        curve_box(e, b);
         break;
-      }
       case DxfKind::text:
       case DxfKind::attrib:
-      case DxfKind::mtext: {
-        // A box a character high and roughly as long as the text, turned.
-        const double w = 0.7 * e.detail().height * static_cast<double>(e.detail().text.size());
-        const DxfPoint o = e.points[0];
-        const double cs = std::cos(e.detail().rotation), sn = std::sin(e.detail().rotation);
-        for (DxfPoint c : {DxfPoint{0, 0}, DxfPoint{w, 0}, DxfPoint{0, e.detail().height},
-                           DxfPoint{w, e.detail().height}})
-          b.add(o.x + cs * c.x - sn * c.y, o.y + sn * c.x + cs * c.y);
+      case DxfKind::mtext:
+        text_box(e, b);
         break;
-      }
       case DxfKind::insert: {
         auto it = d.blocks.find(e.detail().block);
         if (it == d.blocks.end()) break;

@@ -46,8 +46,8 @@ std::vector<DxfPoint> flatten(DxfPoint c, double rx, double ry, double rotation,
 
 class Mapper {
  public:
-  Mapper(const DxfDrawing& d, SheetContext& context, MappingReport& report)
-      : d_(d), cx_(context), report_(report) {}
+  Mapper(const DxfDrawing& d, SheetContext& context, MappingReport& report, DL::DisplayList& top)
+      : d_(d), cx_(context), report_(report), top_(&top) {}
 
   // Maps `e` into `list` through `m`; false when it shows nothing. `layer` is
   // the layer to give the drawables, `by_block` the colour BYBLOCK takes.
@@ -99,6 +99,7 @@ class Mapper {
   // `points`: what a draw of the drawable hands on (see max_points).
   void add(DL::Drawable* drawable, const DL::WorldBounds& b, long points = 1) {
     drawable->set_layer(layer_);
+    if (list_ == top_) report_.bounds.merge(b);
     list_->add(drawable, b);
     ++report_.drawables;
     points_ += points;
@@ -347,6 +348,7 @@ class Mapper {
   const DxfDrawing& d_;
   SheetContext& cx_;
   MappingReport& report_;
+  DL::DisplayList* top_;  // the list whose drawables `report_.bounds` covers
   DL::DisplayList* list_ = nullptr;
   DL::Extra_Layer_Info* layer_ = nullptr;
   // Points a draw of everything added so far hands on (see max_points).
@@ -381,7 +383,7 @@ SheetContext::~SheetContext() {
 MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
                                   SheetContext& context, DL::DisplayList& list) {
   MappingReport report;
-  Mapper mapper(drawing, context, report);
+  Mapper mapper(drawing, context, report, list);
   const Affine m = Affine::from(placement);
   for (const DxfEntity& e : drawing.entities) {
     DL::Extra_Layer_Info* layer =

@@ -82,6 +82,11 @@ struct MappingReport {
   std::vector<long> not_shown_in_blocks = std::vector<long>(kDxfKindCount, 0);
   long drawables = 0;    // drawables added, to every list
   long block_lists = 0;  // block lists built
+  // The world rectangle of what was added to the list: the drawables' own
+  // bounds (arcs by their sweep, texts as the engine measures them), so a view
+  // framed by it shows all that is drawn and nothing more. Empty when nothing
+  // was added.
+  DL::WorldBounds bounds = DL::WorldBounds::empty();
 };
 
 // What the drawables of a sheet refer to: the layers, the block lists, the

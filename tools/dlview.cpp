@@ -18,7 +18,8 @@
 //
 // With DXF files it loads them, lays them out side by side on one sheet, prints
 // per file what was shown, what could not be and what was skipped, and renders
-// the sheet (or --view, in sheet coordinates) to --out (default dlview.png),
+// the sheet, framed by what was drawn with a margin of 2% as in the window (or
+// --view X0,Y0,X1,Y1 in the first drawing's units), to --out (default dlview.png),
 // under --clip if given.
 //
 // Model space is shown; --layout NAME shows a paper-space layout instead. A
@@ -109,13 +110,18 @@ bool parse_numbers(const std::string& text, int n, long long* v) {
   return true;
 }
 
-// "X0,Y0,X1,Y1": X0 < X1, Y0 < Y1.
-bool parse_view(const std::string& text, DL::WorldBounds& view) {
-  long long v[4];
-  if (!parse_numbers(text, 4, v) || v[0] >= v[2] || v[1] >= v[3]) return false;
-  view = {{static_cast<DL::WorldCoord>(v[0]), static_cast<DL::WorldCoord>(v[1])},
-          {static_cast<DL::WorldCoord>(v[2]), static_cast<DL::WorldCoord>(v[3])}};
-  return true;
+// "X0,Y0,X1,Y1" in drawing units: finite, X0 < X1, Y0 < Y1.
+bool parse_view(const std::string& text, double v[4]) {
+  const char* p = text.c_str();
+  for (int i = 0; i < 4; ++i) {
+    char* end = nullptr;
+    errno = 0;
+    v[i] = std::strtod(p, &end);
+    if (errno || end == p || !std::isfinite(v[i])) return false;
+    if (*end != (i < 3 ? ',' : '\0')) return false;
+    p = end + 1;
+  }
+  return v[0] < v[2] && v[1] < v[3];
 }
 
 // Whether a file can be written at `path` (it or its folder is writable),
@@ -180,24 +186,23 @@ int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
 #endif
 }
 
-// Widens `view` about its centre to the proportions of a w x h picture, kept
-// inside 32 bits.
-DL::WorldBounds fit_view(const DL::WorldBounds& view, int w, int h) {
-  double x0 = view.min.x, y0 = view.min.y, x1 = view.max.x, y1 = view.max.y;
-  double vw = std::max(1.0, x1 - x0), vh = std::max(1.0, y1 - y0);
-  double want = static_cast<double>(w) / h;
-  if (vw / vh < want) {
-    double grow = (vh * want - vw) / 2;
-    x0 -= grow;
-    x1 += grow;
-  } else {
-    double grow = (vw / want - vh) / 2;
-    y0 -= grow;
-    y1 += grow;
-  }
+// The view of a w x h picture that shows `view` whole, centred, with
+// `margin` of its size free on every side (the window frames a drawing with
+// the same 2%), kept inside 32 bits.
+DL::WorldBounds fit_view(const DL::WorldBounds& view, int w, int h, double margin = 0.0) {
+  const double cx = (static_cast<double>(view.min.x) + view.max.x) / 2;
+  const double cy = (static_cast<double>(view.min.y) + view.max.y) / 2;
+  const double vw = std::max(1.0, static_cast<double>(view.max.x) - view.min.x);
+  const double vh = std::max(1.0, static_cast<double>(view.max.y) - view.min.y);
+  const double pw = std::max(1, w - 1), ph = std::max(1, h - 1);
+  const double upp = (1 + 2 * margin) * std::max(vw / pw, vh / ph);  // world units a pixel
+  const double hw = upp * pw / 2, hh = upp * ph / 2;
   auto clamp = [](double v) { return DL::round_to_int32_saturated(v); };
-  return {{clamp(x0), clamp(y0)}, {clamp(x1), clamp(y1)}};
+  return {{clamp(cx - hw), clamp(cy - hh)}, {clamp(cx + hw), clamp(cy + hh)}};
 }
+
+// The margin of a whole drawing in every picture and in the window.
+constexpr double kFrameMargin = 0.02;
 
 enum class Clip { none, circle, polygon };
 
@@ -328,7 +333,7 @@ struct Arguments {
   std::string out;
   int width = 1024, height = 768;
   bool has_view = false;
-  DL::WorldBounds view;
+  double view[4] = {0, 0, 0, 0};  // --view, in the first drawing's units
   Clip clip = Clip::none;
   bool has_pick = false;
   long long pick_x = 0, pick_y = 0;
@@ -369,7 +374,7 @@ int run_dots(const Arguments& a, Output& out) {
   if (gui.on) return show_in_window(list, extent, {}, added, a.width, a.height, nullptr);
   std::printf("added %lld dots in %.1f ms\n", added, ms_built);
   print_tree_counts(list);
-  list.set_world_bounds(fit_view(extent, a.width, a.height));
+  list.set_world_bounds(fit_view(extent, a.width, a.height, kFrameMargin));
   const std::string path = a.out.empty() ? "dlview.png" : a.out;
   std::string error;
   double ms = 0;
@@ -421,7 +426,7 @@ int run_demo(const Arguments& a, Output& out) {
 
   const std::string base = a.out.empty() ? "dlview.png" : a.out;
   const int w = a.width, h = a.height;
-  const DL::WorldBounds overview = fit_view(extent, w, h);
+  const DL::WorldBounds overview = fit_view(extent, w, h, kFrameMargin);
   const double cx = (static_cast<double>(extent.min.x) + extent.max.x) / 2;
   const double cy = (static_cast<double>(extent.min.y) + extent.max.y) / 2;
   const double half = (static_cast<double>(extent.max.x) - extent.min.x) / 200;
@@ -517,20 +522,29 @@ int run_dxf(const Arguments& a, Output& out) {
               sheet_extent.max.y);
   print_tree_counts(sheet);
 
+  // Framed by what was drawn: arcs by their sweeps, texts as measured.
+  DL::WorldBounds drawn = DL::WorldBounds::empty();
+  for (const DL::dxf::MappingReport& r : reports) drawn.merge(r.bounds);
   DL::DisplayList outer;
   DL::DisplayList* shown = &sheet;
-  DL::WorldBounds extent = sheet_extent;
+  DL::WorldBounds extent = drawn.is_valid() ? drawn : sheet_extent;
   if (a.repeat > 1) {
     extent = repeat_sheet(sheet, extent, static_cast<int>(a.repeat), outer);
     outer.saturate_device_points = true;
     shown = &outer;
   }
+  // --view, from the first drawing's units to the sheet's.
+  DL::WorldBounds view = extent;
+  if (a.has_view) {
+    view = {placements[0].map({a.view[0], a.view[1]}), placements[0].map({a.view[2], a.view[3]})};
+    if (a.repeat > 1) return fail("--view cannot be combined with --repeat");
+  }
   add_ref(out.painter);
   shown->text_engine = out.painter;
   if (gui.on)
-    return show_in_window(*shown, a.has_view ? a.view : extent, context.layers.entries(), drawables,
-                          a.width, a.height, out.painter);
-  shown->set_world_bounds(fit_view(a.has_view ? a.view : extent, a.width, a.height));
+    return show_in_window(*shown, view, context.layers.entries(), drawables, a.width, a.height,
+                          out.painter);
+  shown->set_world_bounds(fit_view(view, a.width, a.height, a.has_view ? 0.0 : kFrameMargin));
   const std::string path = a.out.empty() ? "dlview.png" : a.out;
   std::string error;
   double ms = 0;
@@ -568,7 +582,7 @@ int main(int argc, char** argv) {
     } else if (arg == "--view") {
       if (!parse_view(argv[++i], a.view))
         return fail(std::string("bad value for --view: '") + argv[i] +
-                    "' (X0,Y0,X1,Y1: whole numbers, X0 < X1 and Y0 < Y1)");
+                    "' (X0,Y0,X1,Y1 in drawing units, X0 < X1 and Y0 < Y1)");
       a.has_view = true;
     } else if (arg == "--layer-off") {
       a.layers_off.push_back(argv[++i]);

@@ -146,8 +146,20 @@ TEST(DxfReader, ExtrusionMirrorsArcsPolylinesAndInserts) {
   EXPECT_NEAR(b.x, 0, 1e-9);
   EXPECT_NEAR(b.y, -15, 1e-9);
 
+  // Framed by the arcs' sweeps, not their whole circles (a fault: drawings
+  // sat in a quarter of the picture), both as read and as drawn.
+  EXPECT_NEAR(d.extent.min_x, -23, 1e-9);
+  EXPECT_NEAR(d.extent.max_x, 5, 1e-9);
+  EXPECT_NEAR(d.extent.min_y, -20, 1e-9);
+  EXPECT_NEAR(d.extent.max_y, 5, 1e-9);
   Drawn drawn(d);
   EXPECT_EQ(drawn.report.drawables, 4);
+  // (The arcs' own bounds may be a tenth of a radius generous; whole circles
+  // would reach 175000 below.)
+  EXPECT_NEAR(drawn.report.bounds.min.x, 177000, 600);
+  EXPECT_NEAR(drawn.report.bounds.max.x, 205000, 600);
+  EXPECT_NEAR(drawn.report.bounds.min.y, 180000, 600);
+  EXPECT_NEAR(drawn.report.bounds.max.y, 205000, 600);
   // The arcs reach the renderer centred where CAD draws them.
   std::vector<ZR_DCI_Point> centres;
   for (const RecordedCall& call : drawn.renderer->calls)
