@@ -11,8 +11,9 @@
 //
 // - LINE: two points. LWPOLYLINE and POLYLINE: the vertices with every bulge
 //   flattened into short chords (at most 5 degrees of arc each), `closed` from
-//   the flags. Polyface and polygon meshes are skipped; the frame of a
-//   spline-fit POLYLINE is left out, its fitted vertices kept.
+//   the flags, and the widths of every segment when the polyline has any
+//   (constant, per vertex, or the POLYLINE's defaults). Polyface and polygon meshes are skipped;
+//   the frame of a spline-fit POLYLINE is left out, its fitted vertices kept.
 // - CIRCLE, ARC, ELLIPSE: centre, radii, rotation of the first axis, start
 //   and end angles in radians (ARC angles are turned from degrees; an ELLIPSE's
 //   are parametric, as the file gives them). Every angle kept is in radians.
@@ -97,6 +98,10 @@ struct DxfPoint {
 // it is not changed once the file is read.
 struct DxfDetail {
   std::vector<std::vector<DxfPoint>> loops;  // hatch: closed contours
+  // polyline with widths: start and end width of every segment drawn (the
+  // closing one of a closed polyline included), two values a segment; empty
+  // for a hairline.
+  std::vector<double> widths;
   // circle, arc, ellipse: centre, radii, rotation, angles (radians).
   DxfPoint center;
   double radius_x = 0, radius_y = 0, rotation = 0, start = 0, end = 0;

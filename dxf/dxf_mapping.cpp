@@ -60,6 +60,7 @@ class Mapper {
     switch (e.kind) {
       case DxfKind::line:
       case DxfKind::polyline: {
+        if (!e.detail().widths.empty()) return wide_polyline(e, m, color);
         std::vector<DxfPoint> pts = e.points;
         if (e.closed && pts.size() > 2) pts.push_back(pts.front());
         return polyline(pts, m, color);
@@ -124,6 +125,36 @@ class Mapper {
     }
     add(new DL::Polyline(color, static_cast<int>(world.size()), world.data()), b,
         static_cast<long>(world.size()));
+    return true;
+  }
+
+  // A polyline with widths: one triangle strip, a quad a segment from its
+  // start width to its end width, the triangles between quads filling the
+  // joints' inner wedge.
+  bool wide_polyline(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    const std::vector<double>& widths = e.detail().widths;
+    std::vector<DxfPoint> pts = e.points;
+    if (e.closed && pts.size() > 1 &&
+        (pts.back().x != pts.front().x || pts.back().y != pts.front().y))
+      pts.push_back(pts.front());
+    if (pts.size() < 2 || widths.size() != 2 * (pts.size() - 1))
+      return polyline(e.points, m, color);
+    std::vector<DL::WorldPoint> strip;
+    strip.reserve(4 * (pts.size() - 1));
+    for (std::size_t k = 0; k + 1 < pts.size(); ++k) {
+      const DxfPoint a = pts[k], b = pts[k + 1];
+      const double len = std::hypot(b.x - a.x, b.y - a.y);
+      if (!(len > 0)) continue;
+      const double nx = -(b.y - a.y) / len, ny = (b.x - a.x) / len;  // left normal
+      const double h0 = widths[2 * k] / 2, h1 = widths[2 * k + 1] / 2;
+      for (DxfPoint p :
+           {DxfPoint{a.x + nx * h0, a.y + ny * h0}, DxfPoint{a.x - nx * h0, a.y - ny * h0},
+            DxfPoint{b.x + nx * h1, b.y + ny * h1}, DxfPoint{b.x - nx * h1, b.y - ny * h1}})
+        strip.push_back(to_world(m.apply(p)));
+    }
+    if (strip.size() < 3) return polyline(e.points, m, color);
+    add(new DL::PolytriangleWithNoBorder(color, static_cast<int>(strip.size()), strip.data()),
+        bounds_of(strip), static_cast<long>(strip.size()));
     return true;
   }
 

@@ -7,6 +7,12 @@
 // - LINE, LWPOLYLINE, POLYLINE: a `Polyline` through the mapped points (bulges
 //   are flattened by the loader); a closed one gets its first point again at
 //   the end. A line whose points all round to one world point is a `Dot`.
+//   A polyline with widths is a filled outline instead: one
+//   `PolytriangleWithNoBorder` strip, a quad a segment (its start width to
+//   its end width across it), the strip's triangles between two quads
+//   filling the inside of their joint. The outer corner of a turn keeps a
+//   notch where CAD draws a miter; the chords of a flattened bulge turn too
+//   little for it to show.
 // - CIRCLE: an `Ellipse`; ARC: an `EllipticalArc` (angles counter-clockwise
 //   from start to end, as both DXF and the library read them); ELLIPSE: an
 //   `Ellipse` when whole, else an `EllipticalArc`, with its tilt. Under a map

@@ -88,16 +88,40 @@ void append_bulge(std::vector<DxfPoint>& out, DxfPoint a, DxfPoint b, double bul
 
 // Vertices with bulges to a flattened outline; `closed` adds the closing
 // segment when it bulges (a straight one is drawn by the closing point).
+// With `widths` (start and end width per vertex), `widths_out` gets the start
+// and end width of every segment drawn, the closing one included, each
+// bulge's chords shading from its start width to its end width.
 std::vector<DxfPoint> flatten_bulges(const std::vector<DxfPoint>& raw,
-                                     const std::vector<double>& bulges, bool closed) {
+                                     const std::vector<double>& bulges, bool closed,
+                                     const std::vector<DxfPoint>* widths = nullptr,
+                                     std::vector<double>* widths_out = nullptr) {
   std::vector<DxfPoint> out;
   if (raw.empty()) return out;
   out.reserve(raw.size());
   out.push_back(raw[0]);
-  for (std::size_t i = 1; i < raw.size(); ++i) append_bulge(out, raw[i - 1], raw[i], bulges[i - 1]);
-  if (closed && raw.size() > 1 && bulges.back() != 0.0)
-    append_bulge(out, raw.back(), raw.front(), bulges.back());
+  const std::size_t n = raw.size();
+  const std::size_t segments = closed && n > 1 ? n : n - 1;
+  for (std::size_t i = 0; i < segments; ++i) {
+    const std::size_t before = out.size();
+    const bool closing = i == n - 1;
+    if (!closing || bulges.back() != 0.0) append_bulge(out, raw[i], raw[(i + 1) % n], bulges[i]);
+    if (!widths || !widths_out) continue;
+    const std::size_t chords = std::max<std::size_t>(1, out.size() - before);
+    const double w0 = (*widths)[i].x, w1 = (*widths)[i].y;
+    for (std::size_t j = 0; j < chords; ++j) {
+      widths_out->push_back(w0 + (w1 - w0) * static_cast<double>(j) / static_cast<double>(chords));
+      widths_out->push_back(w0 +
+                            (w1 - w0) * static_cast<double>(j + 1) / static_cast<double>(chords));
+    }
+  }
   return out;
+}
+
+// Whether any width of `widths` is drawn (over zero).
+bool has_width(const std::vector<DxfPoint>& widths) {
+  for (const DxfPoint& w : widths)
+    if (w.x > 0 || w.y > 0) return true;
+  return false;
 }
 
 // The plane of an entity (its object coordinate system) seen from above: the
@@ -336,6 +360,8 @@ class Reader {
   Common polyline_common_;
   std::vector<DxfPoint> raw_;
   std::vector<double> bulges_;
+  std::vector<DxfPoint> widths_;  // start and end width per vertex
+  DxfPoint polyline_width_;       // the POLYLINE's default widths
 };
 
 bool Reader::read(const DxfLoadOptions& options, std::string& error) {
@@ -676,7 +702,13 @@ void Reader::finish_polyline() {
     list.erase(list.begin() + static_cast<std::ptrdiff_t>(polyline_index_));
     return;
   }
-  e.points = flatten_bulges(raw_, bulges_, e.closed);
+  if (has_width(widths_) && !polyline_3d_) {
+    std::vector<double> widths;
+    e.points = flatten_bulges(raw_, bulges_, e.closed, &widths_, &widths);
+    e.edit().widths = std::move(widths);
+  } else {
+    e.points = flatten_bulges(raw_, bulges_, e.closed);
+  }
   if (!polyline_3d_) apply_ocs(e, polyline_common_);
 }
 
@@ -686,10 +718,17 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
   if (name == "VERTEX") {
     if (!polyline_list_) return;
     DxfPoint p;
+    DxfPoint width = polyline_width_;
     double bulge = 0;
     int flags = 0;
     for (const Pair& g : pairs_) {
       switch (g.code) {
+        case 40:
+          width.x = real(g);
+          break;
+        case 41:
+          width.y = real(g);
+          break;
         case 10:
           p.x = real(g);
           break;
@@ -710,6 +749,7 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     if (flags & 16) return;  // a spline's frame, not its curve
     raw_.push_back(p);
     bulges_.push_back(bulge);
+    widths_.push_back(width);
     return;
   }
   finish_polyline();
@@ -822,13 +862,25 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     keep(name, std::move(e), c, target);
   } else if (name == "LWPOLYLINE") {
     int flags = 0;
+    double constant = 0;
     raw_.clear();
     bulges_.clear();
+    widths_.clear();
     for (const Pair& g : pairs_) {
       switch (g.code) {
         case 10:
           raw_.push_back({real(g), 0});
           bulges_.push_back(0);
+          widths_.push_back({-1, -1});  // the constant width unless given
+          break;
+        case 43:
+          constant = real(g);
+          break;
+        case 40:
+          if (!widths_.empty()) widths_.back().x = real(g);
+          break;
+        case 41:
+          if (!widths_.empty()) widths_.back().y = real(g);
           break;
         case 20:
           if (!raw_.empty()) raw_.back().y = real(g);
@@ -845,14 +897,27 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     }
     DxfEntity e = make(DxfKind::polyline, c);
     e.closed = (flags & 1) != 0;
-    e.points = flatten_bulges(raw_, bulges_, e.closed);
+    for (DxfPoint& w : widths_) {
+      if (w.x < 0) w.x = constant;
+      if (w.y < 0) w.y = constant;
+    }
+    if (has_width(widths_)) {
+      std::vector<double> widths;
+      e.points = flatten_bulges(raw_, bulges_, e.closed, &widths_, &widths);
+      e.edit().widths = std::move(widths);
+    } else {
+      e.points = flatten_bulges(raw_, bulges_, e.closed);
+    }
     if (e.points.empty()) return;
     apply_ocs(e, c);
     keep(name, std::move(e), c, target);
   } else if (name == "POLYLINE") {
     int flags = 0;
+    DxfPoint width;  // default start and end widths of the vertices
     for (const Pair& g : pairs_) {
       if (g.code == 70) flags = small(g);
+      if (g.code == 40) width.x = real(g);
+      if (g.code == 41) width.y = real(g);
     }
     if (flags & (16 | 64)) {  // polygon or polyface mesh
       count(d_.skipped, "POLYLINE (mesh)");
@@ -870,6 +935,8 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     polyline_common_.layer = {};  // the view would outlive its pairs
     raw_.clear();
     bulges_.clear();
+    widths_.clear();
+    polyline_width_ = width;
   } else if (name == "SOLID" || name == "TRACE") {
     DxfPoint corner[4];
     bool has_fourth = false;

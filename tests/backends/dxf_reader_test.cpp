@@ -182,6 +182,37 @@ TEST(DxfReader, ExtrusionMirrorsArcsPolylinesAndInserts) {
   EXPECT_NEAR(lines[1][1].y, 1, 1e-3);
 }
 
+TEST(DxfReader, PolylineWidthsAreFilledOutlines) {
+  // Fault: a wide polyline showed as a hairline.
+  const DxfDrawing d = load(data("polyline_widths.dxf"));
+  ASSERT_EQ(d.entities.size(), 3u);
+  // Two segments of width 2; one of 4 to 0; four of 1, the closing one too.
+  EXPECT_EQ(d.entities[0].detail().widths, (std::vector<double>{2, 2, 2, 2}));
+  EXPECT_EQ(d.entities[1].detail().widths, (std::vector<double>{4, 0}));
+  EXPECT_EQ(d.entities[2].detail().widths, (std::vector<double>(8, 1.0)));
+  Drawn drawn(d);
+  std::vector<std::string> strips;
+  for (const RecordedCall& call : drawn.renderer->calls) strips.push_back(call.to_string());
+  ASSERT_EQ(strips.size(), 3u);
+  for (const std::string& s : strips) EXPECT_NE(s.find("triangle"), std::string::npos) << s;
+  // A quad a segment, its corners half the width off the centre line.
+  const auto& first = drawn.renderer->calls[0].points;
+  ASSERT_EQ(first.size(), 8u);
+  EXPECT_NEAR(first[0].x, 200, 1);  // (0, 1)
+  EXPECT_NEAR(first[0].y, 201, 1);
+  EXPECT_NEAR(first[1].y, 199, 1);  // (0, -1)
+  EXPECT_NEAR(first[6].x, 209, 1);  // (9, 10): the second segment's far end, left
+  EXPECT_NEAR(first[6].y, 210, 1);
+  EXPECT_NEAR(first[7].x, 211, 1);
+  const auto& arrow = drawn.renderer->calls[1].points;
+  ASSERT_EQ(arrow.size(), 4u);
+  EXPECT_NEAR(arrow[0].y, 202, 1);  // 4 wide at the start
+  EXPECT_NEAR(arrow[1].y, 198, 1);
+  EXPECT_NEAR(arrow[2].x, 230, 1);  // a point at the end
+  EXPECT_NEAR(arrow[2].y, arrow[3].y, 1);
+  EXPECT_EQ(drawn.renderer->calls[2].points.size(), 16u);  // closed: four quads
+}
+
 TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {
   // Fault: a layout's title frame was drawn over model space.
   const DxfDrawing model = load(data("paper_space.dxf"));

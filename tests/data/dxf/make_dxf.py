@@ -49,3 +49,14 @@ second = doc.layouts.new("Second")
 second.add_circle((50, 50), 25)
 second.add_circle((150, 50), 25)
 save(doc, "paper_space.dxf")
+
+# Polyline widths: a constant width of 2 along (0, 0)-(10, 0)-(10, 10); an
+# arrow head from 4 wide at (20, 0) to a point at (30, 0); a POLYLINE whose
+# default width of 1 applies to its vertices, closed into a square.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_lwpolyline([(0, 0), (10, 0), (10, 10)], dxfattribs={"const_width": 2})
+msp.add_lwpolyline([(20, 0, 4, 0), (30, 0, 0, 0)], format="xyse")
+msp.add_polyline2d([(40, 0), (50, 0), (50, 10), (40, 10)], close=True,
+                   dxfattribs={"default_start_width": 1, "default_end_width": 1})
+save(doc, "polyline_widths.dxf")
