@@ -20,6 +20,7 @@
 
 #include "dxf/dxf_mapping.h"
 #include "dxf/dxf_reader_p.h"
+#include "dxf/dxf_spline_p.h"
 
 namespace DL::dxf {
 
@@ -189,6 +190,7 @@ struct BlockExtents {
       case DxfKind::mtext:
         text_box(e, b);
         break;
+      case DxfKind::dimension:
       case DxfKind::insert: {
         auto it = d.blocks.find(e.detail().block);
         if (it == d.blocks.end()) break;
@@ -295,12 +297,36 @@ void measure(DxfDrawing& d, BlockExtents& extents) {
   d.entities.resize(kept);
 }
 
+// Every SPLINE's curve into its points, to 1/16384 of the drawing's larger
+// side. Until then its points were its control points, which bound the
+// curve for the extent.
+void flatten_splines(DxfDrawing& d) {
+  const double side = std::max(d.extent.max_x - d.extent.min_x, d.extent.max_y - d.extent.min_y);
+  auto flatten_all = [&](std::vector<DxfEntity>& list) {
+    for (DxfEntity& e : list) {
+      if (e.kind != DxfKind::spline) continue;
+      DxfDetail& x = e.edit();
+      // A layout's copies share their detail: the control points move once.
+      if (x.control.empty()) x.control = std::move(e.points);
+      double tolerance = side > 0 ? side / 16384 : 0;
+      if (!(tolerance > 0)) {
+        DxfBounds b;
+        for (const DxfPoint& p : x.control) b.add(p.x, p.y);
+        tolerance = std::max(b.max_x - b.min_x, b.max_y - b.min_y) / 16384;
+      }
+      e.points = flatten_spline(x, x.control, e.closed, tolerance);
+    }
+  };
+  flatten_all(d.entities);
+  for (auto& [name, block] : d.blocks) flatten_all(block.entities);
+}
+
 }  // namespace
 
 const char* dxf_kind_name(DxfKind kind) {
-  static const char* const names[kDxfKindCount] = {"LINE",    "POLYLINE", "CIRCLE", "ARC",
-                                                   "ELLIPSE", "POINT",    "TEXT",   "MTEXT",
-                                                   "SOLID",   "HATCH",    "INSERT", "ATTRIB"};
+  static const char* const names[kDxfKindCount] = {
+      "LINE",  "POLYLINE", "CIRCLE", "ARC",    "ELLIPSE", "POINT",  "TEXT",     "MTEXT",
+      "SOLID", "HATCH",    "INSERT", "ATTRIB", "SPLINE",  "LEADER", "DIMENSION"};
   return names[static_cast<int>(kind)];
 }
 
@@ -421,6 +447,7 @@ bool load_dxf(const std::string& path, DxfDrawing& drawing, std::string& error,
   BlockExtents extents{drawing, {}, {}};
   measure(drawing, extents);
   drawing.block_extents = extents.done;
+  flatten_splines(drawing);
   if (drawing.entities.empty() || drawing.extent.empty()) {
     error = path + ": empty drawing (no entity in " +
             (options.layout.empty() ? std::string("model space") : "layout " + options.layout) +

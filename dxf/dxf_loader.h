@@ -28,6 +28,15 @@
 //   contour; patterned hatches are skipped.
 // - INSERT: block name, insertion point, scales, rotation and the rows and
 //   columns of an array. An array of more than 65536 cells is skipped.
+// - SPLINE: degree, knots, weights and control points (B-spline or NURBS),
+//   or fit points alone; once the drawing's extent is known it is flattened
+//   into `points` to a tolerance of 1/16384 of the extent's larger side (a
+//   quarter pixel when the drawing spans 4096 pixels). A fit-point spline is
+//   drawn as a Catmull-Rom curve through its points, not CAD's exact
+//   interpolation.
+// - LEADER: its vertices, as a polyline (no arrow head yet).
+// - DIMENSION: its geometry block ("*D...") shown as an INSERT at the origin;
+//   one without a block is counted not shown.
 //
 // Object coordinate systems: the planar entities (ARC, CIRCLE, TEXT, ATTRIB,
 // LWPOLYLINE, 2D POLYLINE, SOLID, TRACE, HATCH, INSERT) give their points in
@@ -82,9 +91,12 @@ enum class DxfKind {
   solid,
   hatch,
   insert,
-  attrib
+  attrib,
+  spline,
+  leader,
+  dimension
 };
-constexpr int kDxfKindCount = 12;
+constexpr int kDxfKindCount = 15;
 // The DXF name of a kind: "LINE", "POLYLINE", ...
 const char* dxf_kind_name(DxfKind kind);
 
@@ -116,7 +128,14 @@ struct DxfDetail {
   DxfPoint align_point;
   int attachment = 1;
   double line_spacing = 1.0;
-  // insert: the block, its scales and the array's cells.
+  // spline: the degree, the knots and the weights (empty: all 1); the
+  // control points are the entity's points until the load flattens them,
+  // then they move here. A spline given by fit points alone keeps them here
+  // with no knots.
+  int degree = 3;
+  std::vector<double> knots, weights;
+  std::vector<DxfPoint> control;
+  // insert, dimension: the block, its scales and the array's cells.
   std::string block;
   DxfPoint scale{1, 1};
   int columns = 1, rows = 1;

@@ -59,6 +59,8 @@ class Mapper {
     layer_ = layer;
     switch (e.kind) {
       case DxfKind::line:
+      case DxfKind::spline:
+      case DxfKind::leader:
       case DxfKind::polyline: {
         if (!e.detail().widths.empty()) return wide_polyline(e, m, color);
         std::vector<DxfPoint> pts = e.points;
@@ -91,6 +93,7 @@ class Mapper {
       case DxfKind::hatch:
         return hatch(e, m, color);
       case DxfKind::insert:
+      case DxfKind::dimension:
         return insert(e, m, color, depth);
     }
     return false;

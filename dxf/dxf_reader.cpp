@@ -1126,6 +1126,78 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     }
     apply_ocs(e, c);
     keep(name, std::move(e), c, target);
+  } else if (name == "SPLINE") {
+    int flags = 0, degree = 3;
+    std::vector<DxfPoint> control, fit;
+    std::vector<double> knots, weights;
+    for (const Pair& g : pairs_) {
+      switch (g.code) {
+        case 70:
+          flags = small(g);
+          break;
+        case 71:
+          degree = small(g);
+          break;
+        case 40:
+          knots.push_back(real(g));
+          break;
+        case 41:
+          weights.push_back(real(g));
+          break;
+        case 10:
+          control.push_back({real(g), 0});
+          break;
+        case 20:
+          if (!control.empty()) control.back().y = real(g);
+          break;
+        case 11:
+          fit.push_back({real(g), 0});
+          break;
+        case 21:
+          if (!fit.empty()) fit.back().y = real(g);
+          break;
+        default:
+          break;
+      }
+    }
+    DxfEntity e = make(DxfKind::spline, c);
+    e.closed = (flags & 1) != 0;
+    DxfDetail& x = e.edit();
+    if (control.size() >= 2) {
+      e.points = std::move(control);
+      x.degree = std::clamp(degree, 1, 11);
+      x.knots = std::move(knots);
+      if (weights.size() == e.points.size()) x.weights = std::move(weights);
+    } else if (fit.size() >= 2) {
+      e.points = std::move(fit);
+      x.degree = 0;  // through the fit points
+    } else {
+      count(d_.skipped, "SPLINE (no points)");
+      return;
+    }
+    keep(name, std::move(e), c, target);
+  } else if (name == "LEADER") {
+    DxfEntity e = make(DxfKind::leader, c);
+    for (const Pair& g : pairs_) {
+      if (g.code == 10) e.points.push_back({real(g), 0});
+      if (g.code == 20 && !e.points.empty()) e.points.back().y = real(g);
+    }
+    if (e.points.size() < 2) {
+      count(d_.skipped, "LEADER (no vertices)");
+      return;
+    }
+    keep(name, std::move(e), c, target);
+  } else if (name == "DIMENSION") {
+    DxfEntity e = make(DxfKind::dimension, c);
+    for (const Pair& g : pairs_)
+      if (g.code == 2) e.edit().block = std::string(trim(g.value));
+    if (e.detail().block.empty()) {
+      count(d_.skipped, "DIMENSION (no block)");
+      return;
+    }
+    // The block holds the dimension's lines, arrows and text in place.
+    e.points = {{0, 0}};
+    keep(name, std::move(e), c, target);
   } else {
     count(d_.skipped, name);
   }

@@ -213,6 +213,47 @@ TEST(DxfReader, PolylineWidthsAreFilledOutlines) {
   EXPECT_EQ(drawn.renderer->calls[2].points.size(), 16u);  // closed: four quads
 }
 
+TEST(DxfReader, SplinesLeadersAndDimensionsAreDrawn) {
+  // Fault: SPLINE, LEADER and DIMENSION were skipped (a wavy outline showed
+  // as its frame only).
+  const DxfDrawing d = load(data("spline_leader_dimension.dxf"));
+  ASSERT_EQ(d.entities.size(), 5u);
+  EXPECT_TRUE(d.skipped.empty());
+  const double tolerance = 90.0 / 16384;  // the extent's larger side over 16384
+  // The cubic: ends on its end control points, (15, 15) at its middle.
+  const DxfEntity& cubic = d.entities[0];
+  ASSERT_EQ(cubic.kind, DxfKind::spline);
+  EXPECT_GT(cubic.points.size(), 8u);
+  EXPECT_NEAR(cubic.points.front().x, 0, 1e-9);
+  EXPECT_NEAR(cubic.points.back().x, 30, 1e-9);
+  double top = 0;
+  for (const DxfPoint& p : cubic.points) top = std::max(top, p.y);
+  EXPECT_NEAR(top, 15, tolerance);
+  EXPECT_EQ(cubic.detail().control.size(), 4u);
+  // The rational quadratic is an exact quarter circle.
+  const DxfEntity& quarter = d.entities[1];
+  EXPECT_GT(quarter.points.size(), 8u);
+  for (const DxfPoint& p : quarter.points) EXPECT_NEAR(std::hypot(p.x - 50, p.y), 10, 1e-9);
+  // The fit-point curve passes through its points.
+  const DxfEntity& fit = d.entities[2];
+  bool through = false;
+  for (const DxfPoint& p : fit.points) through = through || std::hypot(p.x - 10, p.y + 10) < 1e-9;
+  EXPECT_TRUE(through);
+  EXPECT_EQ(d.entities[3].kind, DxfKind::leader);
+  EXPECT_EQ(d.entities[3].points.size(), 3u);
+  const DxfEntity& dimension = d.entities[4];
+  ASSERT_EQ(dimension.kind, DxfKind::dimension);
+  EXPECT_EQ(dimension.detail().block.rfind("*D", 0), 0u);
+
+  Drawn drawn(d);
+  for (DxfKind k : {DxfKind::spline, DxfKind::leader, DxfKind::dimension})
+    EXPECT_EQ(drawn.report.not_shown[static_cast<int>(k)], 0) << dxf_kind_name(k);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::spline)], 3);
+  EXPECT_GE(drawn.report.block_lists, 1);  // the dimension's block
+  // The dimension line at y 30 and its text reach the list's bounds.
+  EXPECT_GE(drawn.report.bounds.max.y, 230000 - 1000);
+}
+
 TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {
   // Fault: a layout's title frame was drawn over model space.
   const DxfDrawing model = load(data("paper_space.dxf"));

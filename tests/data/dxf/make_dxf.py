@@ -60,3 +60,18 @@ msp.add_lwpolyline([(20, 0, 4, 0), (30, 0, 0, 0)], format="xyse")
 msp.add_polyline2d([(40, 0), (50, 0), (50, 10), (40, 10)], close=True,
                    dxfattribs={"default_start_width": 1, "default_end_width": 1})
 save(doc, "polyline_widths.dxf")
+
+# SPLINE: a clamped cubic B-spline through (0, 0) and (30, 0) with control
+# points (10, 20) and (20, 20), whose middle is at (15, 15); a rational
+# quadratic quarter circle of radius 10 about (50, 0) from (60, 0) to (50, 10)
+# (weights 1, 1/sqrt(2), 1); a fit-point spline through (0, -20), (10, -10),
+# (20, -20). LEADER: three vertices. DIMENSION: a linear one with its block.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_open_spline([(0, 0), (10, 20), (20, 20), (30, 0)], degree=3)
+msp.add_rational_spline([(60, 0), (60, 10), (50, 10)], [1, math.sqrt(0.5), 1], degree=2)
+msp.add_spline(fit_points=[(0, -20), (10, -10), (20, -20)])
+msp.add_leader([(40, -20), (45, -15), (55, -15)])
+dim = msp.add_linear_dim(base=(0, 30), p1=(0, 25), p2=(30, 25))
+dim.render()
+save(doc, "spline_leader_dimension.dxf")
