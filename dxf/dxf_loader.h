@@ -128,6 +128,7 @@ struct DxfDetail {
   DxfPoint align_point;
   int attachment = 1;
   double line_spacing = 1.0;
+  double box_width = 0;  // mtext: the width its lines wrap at; 0: no wrapping
   // spline: the degree, the knots and the weights (empty: all 1); the
   // control points are the entity's points until the load flattens them,
   // then they move here. A spline given by fit points alone keeps them here

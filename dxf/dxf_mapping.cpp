@@ -202,11 +202,60 @@ class Mapper {
     const DxfPoint dir = {
         m.a * std::cos(e.detail().rotation) + m.b * std::sin(e.detail().rotation),
         m.c * std::cos(e.detail().rotation) + m.d * std::sin(e.detail().rotation)};
-    const double angle = std::atan2(dir.y, dir.x);
-    const double cs = std::cos(angle), sn = std::sin(angle);
+
     std::vector<std::string> lines = e.kind == DxfKind::mtext
                                          ? mtext_lines(e.detail().text)
                                          : std::vector<std::string>{text_codes(e.detail().text)};
+    if (e.kind == DxfKind::mtext && e.detail().box_width > 0)
+      lines = wrap(lines, e.detail().box_width * k, em);
+    double angle = std::atan2(dir.y, dir.x);
+    double em_used = em, cap_used = cap;
+    if (e.kind != DxfKind::mtext && e.detail().halign == 3) {
+      // Aligned: the text runs from its first point to its second, its
+      // height scaled with its width to fit.
+      const DxfPoint a = m.apply(e.points[0]), b = m.apply(e.detail().align_point);
+      const double length = std::hypot(b.x - a.x, b.y - a.y);
+      const double width = label_width(engine, cx_.font(), to_utf16(lines[0]), em);
+      if (length > 0 && width > 0) {
+        em_used = em * length / width;
+        cap_used = cap * length / width;
+        angle = std::atan2(b.y - a.y, b.x - a.x);
+      }
+    }
+    return place_lines(e, m, color, lines, angle, em_used, cap_used);
+  }
+
+  // Greedy wrapping at `width` world units: words move to the next line
+  // while the line is too wide; a word wider than the box keeps a line.
+  std::vector<std::string> wrap(const std::vector<std::string>& lines, double width, double em) {
+    std::vector<std::string> out;
+    for (const std::string& line : lines) {
+      std::string current;
+      std::size_t start = 0;
+      bool any = false;
+      while (start <= line.size()) {
+        std::size_t space = line.find(' ', start);
+        if (space == std::string::npos) space = line.size();
+        const std::string word = line.substr(start, space - start);
+        start = space + 1;
+        const std::string joined = any ? current + " " + word : word;
+        if (any && label_width(cx_.engine(), cx_.font(), to_utf16(joined), em) > width) {
+          out.push_back(current);
+          current = word;
+        } else {
+          current = joined;
+        }
+        any = true;
+      }
+      out.push_back(current);
+    }
+    return out;
+  }
+
+  bool place_lines(const DxfEntity& e, const Affine& m, ZR_RGB32 color,
+                   const std::vector<std::string>& lines, double angle, double em, double cap) {
+    ZR_Text_Engine* engine = cx_.engine();
+    const double cs = std::cos(angle), sn = std::sin(angle);
     // Baseline offsets in the text's own frame, world units.
     bool any = false;
     const double spacing = cap * 5.0 / 3.0 * e.detail().line_spacing;

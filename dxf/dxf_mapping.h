@@ -22,11 +22,16 @@
 // - TEXT, ATTRIB, MTEXT: one `Text` per line, measured by the text engine.
 //   DXF gives the height of capitals; the em of the font is that over 0.73
 //   (the capital height of DejaVu Sans). TEXT justification and MTEXT
-//   attachment move the baseline as the file says; MTEXT lines are split at
-//   \P and spaced 5/3 of the height times the spacing factor, and its inline
-//   codes (fonts, colours, stacking) are dropped, leaving their text. MTEXT
-//   width wrapping and TEXT's width factor are not applied. Without a text
-//   engine texts are counted as not shown.
+//   attachment move the baseline as the file says; an aligned TEXT runs from
+//   its first point to its second, its height scaled to fit. MTEXT lines are
+//   split at \P, wrapped at the MTEXT's width (greedily, at spaces, as
+//   measured) and spaced 5/3 of the height times the spacing factor; its
+//   inline codes (fonts, colours, stacking) are dropped, leaving their text.
+//   TEXT's width factor and oblique angle, and "fit" alignment's squeeze,
+//   are not applied (the library's Text has neither). Without a text engine
+//   texts are counted as not shown.
+// - SPLINE, LEADER: a `Polyline` through their flattened points, as above.
+// - DIMENSION: as an INSERT of its geometry block at the origin.
 // - SOLID, TRACE: a `PolytriangleWithNoBorder`: the file's corner order is a
 //   triangle strip already.
 // - HATCH (solid): one `Polygon`. Several loops (islands) are chained into

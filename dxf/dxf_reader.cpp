@@ -1012,7 +1012,7 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
   } else if (name == "MTEXT") {
     DxfPoint at, direction;
     bool has_direction = false;
-    double height = 0, angle = 0, spacing = 1;
+    double height = 0, angle = 0, spacing = 1, box = 0;
     int attachment = 1;
     std::string text;
     std::string_view last;
@@ -1037,6 +1037,9 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
           break;
         case 44:
           spacing = real(g);
+          break;
+        case 41:
+          box = real(g);
           break;
         case 50:
           angle = real(g);
@@ -1064,6 +1067,7 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
                             : angle * kDegree;
     e.edit().attachment = attachment >= 1 && attachment <= 9 ? attachment : 1;
     e.edit().line_spacing = spacing > 0 ? spacing : 1.0;
+    e.edit().box_width = box > 0 ? box : 0;
     keep(name, std::move(e), c, target);
   } else if (name == "INSERT") {
     DxfEntity e = make(DxfKind::insert, c);

@@ -254,6 +254,35 @@ TEST(DxfReader, SplinesLeadersAndDimensionsAreDrawn) {
   EXPECT_GE(drawn.report.bounds.max.y, 230000 - 1000);
 }
 
+TEST(DxfReader, MtextWrapsAtItsWidthAndAlignedTextFitsItsPoints) {
+  // Fault: a paragraph in a 40-unit box ran on one line.
+  const DxfDrawing d = load(data("text_layout.dxf"));
+  ASSERT_EQ(d.entities.size(), 2u);
+  EXPECT_EQ(d.entities[0].detail().box_width, 40);
+  Drawn drawn(d);
+  // The recording engine sets 0.5 em a character: 2.5 / 0.73 high, 40 wide
+  // holds 23 characters a line; the paragraph's 112 take 5 lines or more.
+  std::vector<WorldBounds> lines;
+  WorldBounds aligned = WorldBounds::empty();
+  for (const Drawable* x : drawn.drawables) {
+    WorldBounds b = WorldBounds::empty();
+    x->add_bounds(b);
+    if (b.max.y < 200000 - 30000)
+      aligned = b;
+    else
+      lines.push_back(b);
+  }
+  EXPECT_GE(lines.size(), 5u);
+  for (const WorldBounds& b : lines) {
+    EXPECT_GE(b.min.x, 200000 - 10);
+    EXPECT_LE(b.max.x, 240000 + 10);
+  }
+  // "ALIGNED" spans (0, -40) to (30, -40), whatever its height said.
+  ASSERT_TRUE(aligned.is_valid());
+  EXPECT_NEAR(aligned.min.x, 200000, 10);
+  EXPECT_NEAR(aligned.max.x, 230000, 10);
+}
+
 TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {
   // Fault: a layout's title frame was drawn over model space.
   const DxfDrawing model = load(data("paper_space.dxf"));

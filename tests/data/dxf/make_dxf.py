@@ -75,3 +75,14 @@ msp.add_leader([(40, -20), (45, -15), (55, -15)])
 dim = msp.add_linear_dim(base=(0, 30), p1=(0, 25), p2=(30, 25))
 dim.render()
 save(doc, "spline_leader_dimension.dxf")
+
+# Text layout: an MTEXT paragraph of 2.5 high in a box 40 wide, which wraps;
+# a TEXT aligned between (0, -40) and (30, -40), its height scaled to fit.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_mtext("The quick brown fox jumps over the lazy dog and keeps running along the "
+              "fence until the field ends at the river",
+              dxfattribs={"insert": (0, 0), "char_height": 2.5, "width": 40})
+text = msp.add_text("ALIGNED", dxfattribs={"height": 2})
+text.set_placement((0, -40), (30, -40), align=ezdxf.enums.TextEntityAlignment.ALIGNED)
+save(doc, "text_layout.dxf")
