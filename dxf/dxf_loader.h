@@ -161,6 +161,11 @@ struct DxfEntity {
   // The detail to fill, made on first use.
   DxfDetail& edit();
   bool has_detail() const { return detail_ != nullptr; }
+  // Lets the points and the detail go (the kind, layer and colour stay).
+  void release() {
+    std::vector<DxfPoint>().swap(points);
+    detail_.reset();
+  }
 
  private:
   std::shared_ptr<DxfDetail> detail_;

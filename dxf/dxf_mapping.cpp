@@ -4,6 +4,10 @@
 #include <algorithm>
 #include <cmath>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include "drawables/dot.h"
 #include "drawables/polything.h"
 #include "drawables/polytriangle.h"
@@ -463,12 +467,18 @@ SheetContext::~SheetContext() {
   if (engine_) release(engine_);
 }
 
-MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
-                                  SheetContext& context, DL::DisplayList& list) {
+namespace {
+
+// The model-space entities of `drawing` into `list`; with `consume`, each
+// entity's points and detail are let go once it is mapped.
+MappingReport map_entities(const DxfDrawing& drawing, std::vector<DxfEntity>* consume,
+                           const Placement& placement, SheetContext& context,
+                           DL::DisplayList& list) {
   MappingReport report;
   Mapper mapper(drawing, context, report, list);
   const Affine m = Affine::from(placement);
-  for (const DxfEntity& e : drawing.entities) {
+  for (std::size_t i = 0; i < drawing.entities.size(); ++i) {
+    const DxfEntity& e = drawing.entities[i];
     DL::Extra_Layer_Info* layer =
         context.layers.find_or_add(drawing.layer_of(e), mapper.layer_shown(drawing.layer_of(e)));
     const int kind = static_cast<int>(e.kind);
@@ -476,7 +486,31 @@ MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& pl
       ++report.shown[kind];
     else
       ++report.not_shown[kind];
+    if (!consume) continue;
+    (*consume)[i].release();
+#ifdef __GLIBC__
+    // The freed points lie all over the heap: hand their pages back now and
+    // then, or the list grows beside memory nobody uses.
+    if (i % 65536 == 65535) ::malloc_trim(0);
+#endif
   }
+  return report;
+}
+
+}  // namespace
+
+MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
+                                  SheetContext& context, DL::DisplayList& list) {
+  return map_entities(drawing, nullptr, placement, context, list);
+}
+
+MappingReport consume_into_display_list(DxfDrawing& drawing, const Placement& placement,
+                                        SheetContext& context, DL::DisplayList& list) {
+  MappingReport report = map_entities(drawing, &drawing.entities, placement, context, list);
+  std::vector<DxfEntity>().swap(drawing.entities);
+#ifdef __GLIBC__
+  ::malloc_trim(0);
+#endif
   return report;
 }
 

@@ -145,6 +145,13 @@ class SheetContext {
 MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
                                   SheetContext& context, DL::DisplayList& list);
 
+// The same, for a drawing read only to be shown: each model-space entity's
+// points and detail are let go as soon as it is mapped and `drawing.entities`
+// is left empty (its blocks, layers and counts stay), so the records and the
+// list do not both sit in memory whole. A million LINEs peak some 50 MB lower.
+MappingReport consume_into_display_list(DxfDrawing& drawing, const Placement& placement,
+                                        SheetContext& context, DL::DisplayList& list);
+
 // An MTEXT string without its inline codes, split into lines.
 std::vector<std::string> mtext_lines(const std::string& text);
 // %%d, %%p, %%c, %%u, %%o and %%% of TEXT resolved (underline and overline

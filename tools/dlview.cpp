@@ -481,8 +481,11 @@ int run_dxf(const Arguments& a, Output& out) {
   DL::DisplayList sheet;
   sheet.saturate_device_points = true;  // far points of a zoomed view must not wrap
   std::vector<DL::dxf::MappingReport> reports;
+  std::vector<std::size_t> entity_counts;  // before the mapping lets them go
+  for (const DL::dxf::DxfDrawing& d : drawings) entity_counts.push_back(d.entities.size());
   for (std::size_t i = 0; i < drawings.size(); ++i)
-    reports.push_back(DL::dxf::add_to_display_list(drawings[i], placements[i], context, sheet));
+    reports.push_back(
+        DL::dxf::consume_into_display_list(drawings[i], placements[i], context, sheet));
   auto built = Clock::now();
   for (const std::string& name : a.layers_off)
     if (!context.layers.turn_off(name))
@@ -505,7 +508,7 @@ int run_dxf(const Arguments& a, Output& out) {
     std::string invalid;
     for (const auto& [name, n] : d.invalid) invalid += " " + name + " " + std::to_string(n);
     std::printf("%s: %zu entities, %zu blocks, %zu layers; %ld drawables, %ld block lists\n",
-                d.path.c_str(), d.entities.size(), d.blocks.size(), d.layers.size(), r.drawables,
+                d.path.c_str(), entity_counts[i], d.blocks.size(), d.layers.size(), r.drawables,
                 r.block_lists);
     std::printf("  shown:%s\n", shown.empty() ? " none" : shown.c_str());
     std::printf("  not shown:%s\n", not_shown.empty() ? " none" : not_shown.c_str());
