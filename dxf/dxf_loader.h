@@ -24,8 +24,9 @@
 //   point, MTEXT its attachment point and line spacing. ATTRIB (the values an
 //   INSERT carries, title blocks above all) is read as TEXT; an invisible one
 //   is left out.
-// - HATCH: solid fills only, each boundary loop flattened into a closed
-//   contour; patterned hatches are skipped.
+// - HATCH: each boundary loop flattened into a closed contour; a patterned
+//   hatch keeps its pattern lines. One whose pattern the file does not give
+//   is skipped.
 // - INSERT: block name, insertion point, scales, rotation and the rows and
 //   columns of an array. An array of more than 65536 cells is skipped.
 // - SPLINE: degree, knots, weights and control points (B-spline or NURBS),
@@ -105,11 +106,22 @@ struct DxfPoint {
   double y = 0;
 };
 
+// One line family of a hatch pattern, as the file stores it (already scaled
+// and turned by the hatch's own scale and angle): lines in direction `angle`
+// (radians) through `base` and every `base + k offset`, dashed by `dashes`
+// (positive a dash, negative a gap, 0 a dot; empty: continuous).
+struct DxfPatternLine {
+  double angle = 0;
+  DxfPoint base, offset;
+  std::vector<double> dashes;
+};
+
 // What an entity has beyond its points: curves, texts, inserts and hatches
 // carry one, lines and polylines do not. Shared between copies of a drawing:
 // it is not changed once the file is read.
 struct DxfDetail {
   std::vector<std::vector<DxfPoint>> loops;  // hatch: closed contours
+  std::vector<DxfPatternLine> pattern;       // hatch: empty for a solid fill
   // polyline with widths: start and end width of every segment drawn (the
   // closing one of a closed polyline included), two values a segment; empty
   // for a hairline.

@@ -11,6 +11,7 @@
 #include "drawables/dot.h"
 #include "drawables/polything.h"
 #include "drawables/polytriangle.h"
+#include "dxf/dxf_hatch_p.h"
 #include "dxf/text_label.h"
 #include "ellipse/ellipse.h"
 #include "nested/drawable_display_list.h"
@@ -22,6 +23,8 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kCapitalHeight = 0.73;  // capital height of DejaVu Sans, in ems
 constexpr int kMaxBlockDepth = 16;
+// Dashes of one patterned hatch at most; past it the hatch shows its outline.
+constexpr std::size_t kMaxHatchDashes = 100000;
 constexpr double kBlockSide = 268435456.0;  // 2^28: the larger side of a block's world
 
 DL::WorldPoint to_world(DxfPoint p) {
@@ -301,6 +304,7 @@ class Mapper {
   }
 
   bool hatch(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    if (!e.detail().pattern.empty()) return pattern(e, m, color);
     std::vector<DL::WorldPoint> pts;
     DL::WorldPoint anchor{};
     for (const auto& loop : e.detail().loops) {
@@ -318,6 +322,28 @@ class Mapper {
     add(new DL::Polygon(color, static_cast<int>(pts.size()), pts.data()), bounds_of(pts),
         static_cast<long>(pts.size()));
     return true;
+  }
+
+  // A patterned hatch: a `Polyline` a dash (a `Dot` a dot), or the boundary's
+  // outlines when the pattern would give more than kMaxHatchDashes.
+  bool pattern(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    std::vector<DxfSegment> dashes;
+    if (!hatch_segments(e.detail(), kMaxHatchDashes, dashes)) {
+      bool any = false;
+      for (const auto& loop : e.detail().loops) {
+        if (loop.size() < 2) continue;
+        std::vector<DxfPoint> closed = loop;
+        closed.push_back(loop.front());
+        any = polyline(closed, m, color) || any;
+      }
+      return any;
+    }
+    bool any = false;
+    for (const DxfSegment& s : dashes) {
+      if (points_ >= cx_.max_points) break;
+      any = polyline({s.first, s.second}, m, color) || any;
+    }
+    return any;
   }
 
   bool insert(const DxfEntity& e, const Affine& m, ZR_RGB32 color, int depth) {

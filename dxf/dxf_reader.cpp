@@ -633,6 +633,11 @@ void Reader::apply_ocs(DxfEntity& e, const Common& c) const {
     for (auto& loop : e.edit().loops)
       for (DxfPoint& p : loop) p = o.map(p);
     e.edit().align_point = o.map(e.edit().align_point);
+    for (DxfPatternLine& line : e.edit().pattern) {
+      line.base = o.map(line.base);
+      line.offset = o.map(line.offset);
+      line.angle = o.direction(line.angle);
+    }
   }
   switch (e.kind) {
     case DxfKind::circle:
@@ -1226,7 +1231,6 @@ bool Reader::hatch(DxfEntity& e) {
       break;
     }
   }
-  if (!solid) return false;
   for (long long n = 0; n < loops && at(92); ++n) {
     const long long type = integer(v[i++]);
     std::vector<DxfPoint>& loop = e.edit().loops.emplace_back();
@@ -1308,7 +1312,22 @@ bool Reader::hatch(DxfEntity& e) {
       for (long long k = 0; k < sources && at(330); ++k) ++i;
     }
   }
-  return true;
+  if (solid) return true;
+  // The pattern's line families, after style (75), type (76), angle (52),
+  // scale (41) and double flag (77).
+  while (i < v.size() && v[i].code != 78) ++i;
+  if (i == v.size()) return false;
+  const long long families = integer(v[i++]);
+  for (long long n = 0; n < families && at(53); ++n) {
+    DxfPatternLine line;
+    line.angle = take(53, 0) * kDegree;
+    line.base = {take(43, 0), take(44, 0)};
+    line.offset = {take(45, 0), take(46, 0)};
+    const long long dashes = static_cast<long long>(take(79, 0));
+    for (long long k = 0; k < dashes && at(49); ++k) line.dashes.push_back(take(49, 0));
+    e.edit().pattern.push_back(std::move(line));
+  }
+  return !e.detail().pattern.empty();
 }
 
 }  // namespace

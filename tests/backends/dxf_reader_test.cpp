@@ -284,6 +284,40 @@ TEST(DxfReader, MtextWrapsAtItsWidthAndAlignedTextFitsItsPoints) {
   EXPECT_NEAR(aligned.max.x, 230000, 10);
 }
 
+TEST(DxfReader, PatternedHatchesDrawTheirLinesInsideTheBoundary) {
+  // Fault: a section hatch showed as an empty boundary (it was skipped).
+  const DxfDrawing d = load(data("hatch_pattern.dxf"));
+  ASSERT_EQ(d.entities.size(), 2u);
+  EXPECT_TRUE(d.skipped.empty());
+  ASSERT_EQ(d.entities[0].detail().pattern.size(), 1u);
+  EXPECT_NEAR(d.entities[0].detail().pattern[0].angle, M_PI / 4, 1e-9);
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::hatch)], 2);
+  int left = 0, right = 0;
+  std::vector<double> right_lengths;
+  for (const auto& line : drawn.polylines()) {
+    ASSERT_EQ(line.size(), 2u);
+    const DxfPoint a = line[0], b = line[1];
+    const DxfPoint mid{(a.x + b.x) / 2, (a.y + b.y) / 2};
+    EXPECT_NEAR(std::atan2(b.y - a.y, b.x - a.x), M_PI / 4, 1e-3);  // ANSI31 and 33: 45 degrees
+    if (mid.x < 45) {
+      ++left;
+      // Inside the square, outside the island.
+      EXPECT_GE(std::min(a.x, a.y), -1e-3);
+      EXPECT_LE(std::max(b.x, b.y), 40 + 1e-3);
+      EXPECT_FALSE(mid.x > 10.01 && mid.x < 29.99 && mid.y > 10.01 && mid.y < 29.99);
+    } else {
+      ++right;
+      right_lengths.push_back(std::hypot(b.x - a.x, b.y - a.y));
+    }
+  }
+  EXPECT_GT(left, 10);
+  EXPECT_GT(right, 10);
+  // ANSI33 dashes its second family: short pieces among the long lines.
+  const auto [shortest, longest] = std::minmax_element(right_lengths.begin(), right_lengths.end());
+  EXPECT_LT(*shortest * 4, *longest);
+}
+
 TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {
   // Fault: a layout's title frame was drawn over model space.
   const DxfDrawing model = load(data("paper_space.dxf"));

@@ -86,3 +86,17 @@ msp.add_mtext("The quick brown fox jumps over the lazy dog and keeps running alo
 text = msp.add_text("ALIGNED", dxfattribs={"height": 2})
 text.set_placement((0, -40), (30, -40), align=ezdxf.enums.TextEntityAlignment.ALIGNED)
 save(doc, "text_layout.dxf")
+
+# Patterned HATCH: ANSI31 (lines at 45 degrees) at scale 2 in the square
+# (0, 0)-(40, 40) with a square island (10, 10)-(30, 30); a dashed pattern
+# (ANSI33: lines and dashes) in (50, 0)-(90, 40).
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+h = msp.add_hatch()
+h.set_pattern_fill("ANSI31", scale=2)
+h.paths.add_polyline_path([(0, 0), (40, 0), (40, 40), (0, 40)], is_closed=True, flags=1)
+h.paths.add_polyline_path([(10, 10), (30, 10), (30, 30), (10, 30)], is_closed=True, flags=16)
+h = msp.add_hatch()
+h.set_pattern_fill("ANSI33", scale=2)
+h.paths.add_polyline_path([(50, 0), (90, 0), (90, 40), (50, 40)], is_closed=True, flags=1)
+save(doc, "hatch_pattern.dxf")
