@@ -61,6 +61,9 @@
 // A file that ends before its EOF marker, or inside a section, is read as far
 // as it goes: `truncated` says where it ended.
 //
+// Line types: an entity's own (code 6) or its layer's for BYLAYER, with the
+// LTYPE table's dashes; BYBLOCK and names the table lacks are continuous.
+//
 // Colours: a true colour when the entity has one, else the ACI index, BYLAYER
 // taking the layer's colour. The picture's background is white, so ACI 7
 // (white on a dark screen) is black. BYBLOCK inside a block takes the colour
@@ -140,7 +143,8 @@ struct DxfDetail {
   DxfPoint align_point;
   int attachment = 1;
   double line_spacing = 1.0;
-  double box_width = 0;  // mtext: the width its lines wrap at; 0: no wrapping
+  double box_width = 0;        // mtext: the width its lines wrap at; 0: no wrapping
+  double line_type_scale = 1;  // code 48: the entity's own scale of its dashes
   // spline: the degree, the knots and the weights (empty: all 1); the
   // control points are the entity's points until the load flattens them,
   // then they move here. A spline given by fit points alone keeps them here
@@ -164,6 +168,9 @@ struct DxfEntity {
   bool closed = false;      // polyline
   ZR_RGB32 color = 0;       // resolved, 0x00RRGGBB
   std::uint32_t layer = 0;  // index into DxfDrawing::layer_names
+  // Index into DxfDrawing::line_type_names of its dashes (BYLAYER resolved);
+  // 0 for a continuous line.
+  std::uint16_t line_type = 0;
   // line: 2 points; polyline: flattened vertices; point, text, mtext: 1;
   // solid: 3 or 4 corners in outline order; insert: the insertion point.
   std::vector<DxfPoint> points;
@@ -185,6 +192,7 @@ struct DxfEntity {
 
 struct DxfLayer {
   std::string name;
+  std::string line_type;  // its entities' line type when they say BYLAYER
   ZR_RGB32 color = 0;
   bool off = false;     // negative colour in the table
   bool frozen = false;  // flag 1
@@ -229,6 +237,8 @@ struct DxfDrawing {
   std::map<std::string, DxfLayer> layers;  // by name as written
   // The layer names entities refer to by index; "0" first.
   std::vector<std::string> layer_names{"0"};
+  // The dashed line types entities refer to by index; "" (continuous) first.
+  std::vector<std::string> line_type_names{""};
   std::map<std::string, DxfLineType> line_types;  // by name as written
   std::vector<DxfLayout> layouts;                 // in file order
   DxfHeader header;

@@ -23,6 +23,8 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kCapitalHeight = 0.73;  // capital height of DejaVu Sans, in ems
 constexpr int kMaxBlockDepth = 16;
+// Pieces of one dashed entity at most; past it the entity is continuous.
+constexpr double kMaxDashes = 100000;
 // Dashes of one patterned hatch at most; past it the hatch shows its outline.
 constexpr std::size_t kMaxHatchDashes = 100000;
 constexpr double kBlockSide = 268435456.0;  // 2^28: the larger side of a block's world
@@ -64,6 +66,7 @@ class Mapper {
     const ZR_RGB32 color = e.by_block ? by_block : e.color;
     list_ = &list;
     layer_ = layer;
+    if (e.line_type != 0 && dashed(e, m, color)) return true;
     switch (e.kind) {
       case DxfKind::line:
       case DxfKind::spline:
@@ -135,6 +138,92 @@ class Mapper {
     }
     add(new DL::Polyline(color, static_cast<int>(world.size()), world.data()), b,
         static_cast<long>(world.size()));
+    return true;
+  }
+
+  // An entity with a dashed line type: its path (curves flattened) cut into
+  // a `Polyline` a dash and a `Dot` a dot, the pattern's lengths times
+  // $LTSCALE and the entity's own scale, starting at the path's start. False
+  // (drawn continuous) for kinds without a path, a polyline with widths, or
+  // a pattern so fine against the path that it would give over
+  // kMaxDashes pieces, as CAD draws such lines continuous too.
+  bool dashed(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    std::vector<DxfPoint> path;
+    const DxfDetail& x = e.detail();
+    switch (e.kind) {
+      case DxfKind::line:
+      case DxfKind::polyline:
+      case DxfKind::spline:
+      case DxfKind::leader:
+        if (!x.widths.empty()) return false;
+        path = e.points;
+        if (e.closed && path.size() > 2) path.push_back(path.front());
+        break;
+      case DxfKind::circle:
+      case DxfKind::arc:
+      case DxfKind::ellipse: {
+        const bool whole =
+            e.kind == DxfKind::circle ||
+            (e.kind == DxfKind::ellipse && std::fabs(x.end - x.start) >= 2 * kPi - 1e-9);
+        path = flatten(x.center, x.radius_x, x.radius_y, x.rotation, whole ? 0.0 : x.start,
+                       whole ? 2 * kPi : x.end);
+        break;
+      }
+      default:
+        return false;
+    }
+    auto type = d_.line_types.find(d_.line_type_names[e.line_type]);
+    if (type == d_.line_types.end() || path.size() < 2) return false;
+    const double scale = d_.header.ltscale * x.line_type_scale;
+    std::vector<double> dashes;
+    double period = 0;
+    for (double dash : type->second.dashes) {
+      dashes.push_back(dash * scale);
+      period += std::fabs(dash * scale);
+    }
+    double length = 0;
+    for (std::size_t i = 1; i < path.size(); ++i)
+      length += std::hypot(path[i].x - path[i - 1].x, path[i].y - path[i - 1].y);
+    if (!(period > 0) || !(length / period * static_cast<double>(dashes.size()) < kMaxDashes))
+      return false;
+    // Walk the path: `pos` along it, `k` the dash being laid, `left` of it.
+    std::vector<DxfPoint> run;
+    std::size_t k = 0;
+    double left = std::fabs(dashes[0]);
+    auto flush = [&]() {
+      if (dashes[k] > 0 && run.size() >= 2) polyline(run, m, color);
+      if (dashes[k] == 0 && !run.empty()) {
+        const DL::WorldPoint p = to_world(m.apply(run.front()));
+        add(new DL::Dot(color, p), {p, p});
+      }
+      run.clear();
+    };
+    run.push_back(path[0]);
+    for (std::size_t i = 1; i < path.size(); ++i) {
+      DxfPoint a = path[i - 1];
+      const DxfPoint b = path[i];
+      double segment = std::hypot(b.x - a.x, b.y - a.y);
+      while (segment >= left) {
+        const double f = segment > 0 ? left / segment : 0;
+        a = {a.x + (b.x - a.x) * f, a.y + (b.y - a.y) * f};
+        segment -= left;
+        if (dashes[k] >= 0) run.push_back(a);
+        flush();
+        k = (k + 1) % dashes.size();
+        left = std::fabs(dashes[k]);
+        if (dashes[k] >= 0) run.push_back(a);
+        if (left == 0) {  // a dot: laid where it falls
+          flush();
+          k = (k + 1) % dashes.size();
+          left = std::fabs(dashes[k]);
+          if (dashes[k] >= 0) run.push_back(a);
+        }
+        if (points_ >= cx_.max_points) return true;
+      }
+      left -= segment;
+      if (dashes[k] > 0) run.push_back(b);
+    }
+    flush();
     return true;
   }
 

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <set>
 
 #include "dxf/dxf_reader_p.h"
 
@@ -169,6 +170,8 @@ struct Ocs {
 // What every entity has: layer, colour, space, extrusion.
 struct Common {
   std::string_view layer = "0";
+  std::string_view line_type;  // empty: BYLAYER
+  double line_type_scale = 1;
   int aci = 256;  // BYLAYER
   long long true_color = -1;
   bool paper = false;
@@ -277,6 +280,12 @@ class Reader {
       case 67:
         c.paper = integer(g) != 0;
         return true;
+      case 6:
+        c.line_type = trim(g.value);
+        return true;
+      case 48:
+        c.line_type_scale = real(g);
+        return true;
       case 210:
         c.nx = real(g);
         return true;
@@ -304,6 +313,35 @@ class Reader {
   // or paper space by its flag); `in_block` for BYBLOCK colours.
   void entity(std::string_view name, std::vector<DxfEntity>* target);
   DxfEntity make(DxfKind kind, const Common& c);
+  // The index of the entity's dashed line type in the drawing's list, added
+  // on first use; 0 for continuous, BYBLOCK, or a type the table lacks.
+  std::uint16_t line_type_index(const Common& c) {
+    std::string_view name = c.line_type;
+    if (name.empty() || iequals(name, "BYLAYER")) {
+      // Most entities say BYLAYER on the layer of the one before.
+      if (c.layer == bylayer_name_) return bylayer_type_;
+      auto layer = d_.layers.find(std::string(c.layer));
+      const std::string& type = layer == d_.layers.end() ? std::string() : layer->second.line_type;
+      Common named;
+      named.layer = c.layer;
+      named.line_type = type.empty() ? std::string_view("CONTINUOUS") : std::string_view(type);
+      bylayer_type_ = line_type_index(named);
+      bylayer_name_ = layer_names_seen_.insert(std::string(c.layer)).first->c_str();
+      return bylayer_type_;
+    }
+    if (name.empty() || iequals(name, "BYBLOCK") || iequals(name, "CONTINUOUS")) return 0;
+    auto type = d_.line_types.find(std::string(name));
+    if (type == d_.line_types.end()) return 0;
+    bool dashed = false;
+    for (double dash : type->second.dashes) dashed = dashed || dash < 0;
+    if (!dashed) return 0;
+    for (std::size_t i = 1; i < d_.line_type_names.size(); ++i)
+      if (d_.line_type_names[i] == type->first) return static_cast<std::uint16_t>(i);
+    if (d_.line_type_names.size() >= UINT16_MAX) return 0;
+    d_.line_type_names.push_back(type->first);
+    return static_cast<std::uint16_t>(d_.line_type_names.size() - 1);
+  }
+
   // The index of a layer name in the drawing's list, added on first use.
   std::uint32_t layer_index(std::string_view name) {
     if (name == last_layer_name_) return last_layer_;
@@ -350,6 +388,10 @@ class Reader {
   std::vector<DxfEntity> paper_;  // paper-space entities of ENTITIES
   std::map<std::string, std::uint32_t, std::less<>> layer_indexes_{{"0", 0}};
   std::string_view last_layer_name_ = "0";
+  // The line type of BYLAYER on the layer of the last entity that asked.
+  std::set<std::string> layer_names_seen_;  // keeps bylayer_name_'s text
+  std::string_view bylayer_name_ = "\x01";  // no layer is named so
+  std::uint16_t bylayer_type_ = 0;
   std::uint32_t last_layer_ = 0;
   std::map<std::string, std::string> block_records_;  // handle -> block name
   // The POLYLINE taking VERTEX entities: its list and place, its vertices.
@@ -494,11 +536,12 @@ bool Reader::tables() {
     gather();
     bad_number_ = false;
     if (kind == "LAYER") {
-      std::string_view name;
+      std::string_view name, line_type;
       int aci = 7, flags = 0;
       long long true_color = -1;
       for (const Pair& g : pairs_) {
         if (g.code == 2) name = trim(g.value);
+        if (g.code == 6) line_type = trim(g.value);
         if (g.code == 62) aci = small(g);
         if (g.code == 70) flags = small(g);
         if (g.code == 420) true_color = integer(g);
@@ -506,6 +549,7 @@ bool Reader::tables() {
       if (name.empty()) continue;
       DxfLayer& layer = d_.layers[std::string(name)];
       layer.name = std::string(name);
+      layer.line_type = std::string(line_type);
       layer.off = aci < 0;
       layer.frozen = (flags & 1) != 0;
       layer.color = true_color >= 0 ? static_cast<ZR_RGB32>(true_color) & 0xffffff
@@ -611,6 +655,8 @@ DxfEntity Reader::make(DxfKind kind, const Common& c) {
   DxfEntity e;
   e.kind = kind;
   e.layer = layer_index(c.layer);
+  e.line_type = line_type_index(c);
+  if (c.line_type_scale != 1 && c.line_type_scale > 0) e.edit().line_type_scale = c.line_type_scale;
   if (c.true_color >= 0) {
     e.color = static_cast<ZR_RGB32>(c.true_color) & 0xffffff;
   } else if (c.aci == 256) {
@@ -937,7 +983,8 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     polyline_bad_ = bad_number_;
     polyline_3d_ = (flags & 8) != 0;
     polyline_common_ = c;
-    polyline_common_.layer = {};  // the view would outlive its pairs
+    polyline_common_.layer = {};  // the views would outlive their pairs
+    polyline_common_.line_type = {};
     raw_.clear();
     bulges_.clear();
     widths_.clear();

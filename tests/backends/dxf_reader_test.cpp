@@ -7,6 +7,7 @@
 #include <cmath>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -316,6 +317,38 @@ TEST(DxfReader, PatternedHatchesDrawTheirLinesInsideTheBoundary) {
   // ANSI33 dashes its second family: short pieces among the long lines.
   const auto [shortest, longest] = std::minmax_element(right_lengths.begin(), right_lengths.end());
   EXPECT_LT(*shortest * 4, *longest);
+}
+
+TEST(DxfReader, LineTypesDashTheirEntities) {
+  // Fault: dashed and centre lines showed continuous.
+  const DxfDrawing d = load(data("line_types.dxf"));
+  ASSERT_EQ(d.entities.size(), 5u);
+  EXPECT_EQ(d.header.ltscale, 2);
+  EXPECT_NE(d.entities[0].line_type, 0);                            // DASHED
+  EXPECT_NE(d.entities[1].line_type, 0);                            // BYLAYER: DASHDOT
+  EXPECT_EQ(d.entities[2].detail().line_type_scale, 4);             // its own scale
+  EXPECT_EQ(d.line_type_names[d.entities[3].line_type], "CENTER");  // the circle
+  EXPECT_EQ(d.entities[4].line_type, 0);
+  Drawn drawn(d);
+  std::map<int, std::vector<double>> dashes;  // y -> lengths of the pieces
+  for (const auto& line : drawn.polylines()) {
+    const DxfPoint a = line.front(), b = line.back();
+    if (a.y == b.y) dashes[static_cast<int>(std::lround(a.y))].push_back(b.x - a.x);
+  }
+  // DASHED: 1.27 dash, 0.254 gap in the table, times $LTSCALE 2: 39 whole
+  // periods of 3.048 in 100 and a piece of the 40th.
+  ASSERT_EQ(dashes[0].size(), 33u);
+  EXPECT_NEAR(dashes[0][0], 2.54, 1e-3);
+  EXPECT_NEAR(dashes[0][1], 2.54, 1e-3);
+  EXPECT_GT(dashes[10].size(), 10u);  // DASHDOT's dashes, and its dots:
+  int dots = 0;
+  for (const Drawable* x : drawn.drawables) dots += std::string(dlview::class_name(x)) == "Dot";
+  EXPECT_GE(static_cast<std::size_t>(dots), dashes[10].size() - 1);
+  ASSERT_FALSE(dashes[20].empty());
+  EXPECT_NEAR(dashes[20][0], 2.54 * 4, 1e-3);
+  ASSERT_EQ(dashes[60].size(), 1u);  // continuous
+  EXPECT_NEAR(dashes[60][0], 100, 1e-3);
+  EXPECT_GT(drawn.report.drawables, 40);
 }
 
 TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {

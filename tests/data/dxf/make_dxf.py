@@ -100,3 +100,18 @@ h = msp.add_hatch()
 h.set_pattern_fill("ANSI33", scale=2)
 h.paths.add_polyline_path([(50, 0), (90, 0), (90, 40), (50, 40)], is_closed=True, flags=1)
 save(doc, "hatch_pattern.dxf")
+
+# Line types: $LTSCALE 2; a LINE (0, 0)-(100, 0) DASHED (dash 0.5, gap 0.25
+# in the table, so 1 and 0.5 here); one at y 10 BYLAYER on layer "HIDDEN"
+# whose line type is DASHDOT (dashes and dots); one at y 20 DASHED with its own scale 4; a
+# CIRCLE of radius 10 at (50, 40) with CENTER; a continuous LINE at y 60.
+doc = ezdxf.new("R2010", setup=["linetypes"])
+doc.header["$LTSCALE"] = 2
+doc.layers.add("HIDDEN", linetype="DASHDOT")
+msp = doc.modelspace()
+msp.add_line((0, 0), (100, 0), dxfattribs={"linetype": "DASHED"})
+msp.add_line((0, 10), (100, 10), dxfattribs={"layer": "HIDDEN"})
+msp.add_line((0, 20), (100, 20), dxfattribs={"linetype": "DASHED", "ltscale": 4})
+msp.add_circle((50, 40), 10, dxfattribs={"linetype": "CENTER"})
+msp.add_line((0, 60), (100, 60))
+save(doc, "line_types.dxf")
