@@ -342,6 +342,9 @@ void DxfBounds::add(double x, double y) {
   max_y = std::max(max_y, y);
 }
 
+// The size the header states, on the 64-bit hosts it is stated for.
+static_assert(sizeof(void*) != 8 || sizeof(DxfEntity) == 56, "DxfEntity grew");
+
 const DxfDetail& DxfEntity::detail() const {
   static const DxfDetail none;
   return detail_ ? *detail_ : none;

@@ -83,7 +83,7 @@
 
 namespace DL::dxf {
 
-enum class DxfKind {
+enum class DxfKind : std::uint8_t {
   line,
   polyline,
   circle,
