@@ -14,7 +14,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <limits>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -297,6 +299,30 @@ void measure(DxfDrawing& d, BlockExtents& extents) {
   d.entities.resize(kept);
 }
 
+// Whether the image an IMAGE names can be found, as dxf_loader.h says.
+void find_images(DxfDrawing& d) {
+  const std::size_t slash = d.path.find_last_of('/');
+  const std::string folder = slash == std::string::npos ? "" : d.path.substr(0, slash + 1);
+  auto exists = [](const std::string& path) {
+    struct stat st;
+    return !path.empty() && ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+  };
+  std::set<std::string> seen;
+  auto check = [&](const std::vector<DxfEntity>& list) {
+    for (const DxfEntity& e : list) {
+      if (e.kind != DxfKind::image || !seen.insert(e.detail().image).second) continue;
+      const std::string& name = e.detail().image;
+      std::string base = name.substr(
+          name.find_last_of("/\\") == std::string::npos ? 0 : name.find_last_of("/\\") + 1);
+      const bool found = (!name.empty() && name[0] == '/' && exists(name)) ||
+                         exists(folder + name) || exists(folder + base);
+      if (!found) d.missing_images.push_back(name.empty() ? "(no IMAGEDEF)" : name);
+    }
+  };
+  check(d.entities);
+  for (const auto& [block_name, block] : d.blocks) check(block.entities);
+}
+
 // Every SPLINE's curve into its points, to 1/16384 of the drawing's larger
 // side. Until then its points were its control points, which bound the
 // curve for the extent.
@@ -324,9 +350,10 @@ void flatten_splines(DxfDrawing& d) {
 }  // namespace
 
 const char* dxf_kind_name(DxfKind kind) {
-  static const char* const names[kDxfKindCount] = {
-      "LINE",  "POLYLINE", "CIRCLE", "ARC",    "ELLIPSE", "POINT",  "TEXT",     "MTEXT",
-      "SOLID", "HATCH",    "INSERT", "ATTRIB", "SPLINE",  "LEADER", "DIMENSION"};
+  static const char* const names[] = {
+      "LINE",  "POLYLINE", "CIRCLE", "ARC",    "ELLIPSE", "POINT",  "TEXT",      "MTEXT",
+      "SOLID", "HATCH",    "INSERT", "ATTRIB", "SPLINE",  "LEADER", "DIMENSION", "IMAGE"};
+  static_assert(std::size(names) == kDxfKindCount, "a name for every kind");
   return names[static_cast<int>(kind)];
 }
 
@@ -451,6 +478,7 @@ bool load_dxf(const std::string& path, DxfDrawing& drawing, std::string& error,
   measure(drawing, extents);
   drawing.block_extents = extents.done;
   flatten_splines(drawing);
+  find_images(drawing);
   if (drawing.entities.empty() || drawing.extent.empty()) {
     error = path + ": empty drawing (no entity in " +
             (options.layout.empty() ? std::string("model space") : "layout " + options.layout) +

@@ -38,6 +38,10 @@
 // - LEADER: its vertices, as a polyline (no arrow head yet).
 // - DIMENSION: its geometry block ("*D...") shown as an INSERT at the origin;
 //   one without a block is counted not shown.
+// - IMAGE: the four corners of its frame (the picture itself is not read) and
+//   the file its IMAGEDEF names; files that are neither where the name says
+//   (beside the drawing when it is relative) nor beside the drawing under
+//   their base name are listed in `missing_images`.
 //
 // Object coordinate systems: the planar entities (ARC, CIRCLE, TEXT, ATTRIB,
 // LWPOLYLINE, 2D POLYLINE, SOLID, TRACE, HATCH, INSERT) give their points in
@@ -98,9 +102,10 @@ enum class DxfKind : std::uint8_t {
   attrib,
   spline,
   leader,
-  dimension
+  dimension,
+  image
 };
-constexpr int kDxfKindCount = 15;
+constexpr int kDxfKindCount = 16;
 // The DXF name of a kind: "LINE", "POLYLINE", ...
 const char* dxf_kind_name(DxfKind kind);
 
@@ -152,6 +157,9 @@ struct DxfDetail {
   int degree = 3;
   std::vector<double> knots, weights;
   std::vector<DxfPoint> control;
+  // image: the file its IMAGEDEF names (as the file gives it), once the
+  // OBJECTS section is read; the handle of that IMAGEDEF until then.
+  std::string image;
   // insert, dimension: the block, its scales and the array's cells.
   std::string block;
   DxfPoint scale{1, 1};
@@ -242,9 +250,10 @@ struct DxfDrawing {
   std::map<std::string, DxfLineType> line_types;  // by name as written
   std::vector<DxfLayout> layouts;                 // in file order
   DxfHeader header;
-  std::map<std::string, long> skipped;  // entity name -> count
-  std::map<std::string, long> invalid;  // entity name -> count, dropped for bad numbers
-  long paper_space = 0;                 // entities of layouts not read
+  std::map<std::string, long> skipped;      // entity name -> count
+  std::map<std::string, long> invalid;      // entity name -> count, dropped for bad numbers
+  long paper_space = 0;                     // entities of layouts not read
+  std::vector<std::string> missing_images;  // image files not found, as named
   // Empty for a complete file; else where it ended, e.g. "inside ENTITIES".
   std::string truncated;
   DxfBounds extent;  // model space, INSERTs included through their blocks

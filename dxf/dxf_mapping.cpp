@@ -71,6 +71,7 @@ class Mapper {
       case DxfKind::line:
       case DxfKind::spline:
       case DxfKind::leader:
+      case DxfKind::image:
       case DxfKind::polyline: {
         if (!e.detail().widths.empty()) return wide_polyline(e, m, color);
         std::vector<DxfPoint> pts = e.points;

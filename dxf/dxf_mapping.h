@@ -32,6 +32,7 @@
 //   texts are counted as not shown.
 // - SPLINE, LEADER: a `Polyline` through their flattened points, as above.
 // - DIMENSION: as an INSERT of its geometry block at the origin.
+// - IMAGE: its frame, a closed `Polyline`.
 // - SOLID, TRACE: a `PolytriangleWithNoBorder`: the file's corner order is a
 //   triangle strip already.
 // - HATCH (solid): one `Polygon`. Several loops (islands) are chained into

@@ -394,6 +394,7 @@ class Reader {
   std::uint16_t bylayer_type_ = 0;
   std::uint32_t last_layer_ = 0;
   std::map<std::string, std::string> block_records_;  // handle -> block name
+  std::map<std::string, std::string> image_files_;    // IMAGEDEF handle -> file
   // The POLYLINE taking VERTEX entities: its list and place, its vertices.
   std::vector<DxfEntity>* polyline_list_ = nullptr;
   std::size_t polyline_index_ = 0;
@@ -460,6 +461,18 @@ bool Reader::read(const DxfLoadOptions& options, std::string& error) {
     d_.truncated = cut;
   else if (!eof)
     d_.truncated = "before its EOF";
+
+  // IMAGEs named their IMAGEDEF by handle: now the file.
+  auto name_images = [&](std::vector<DxfEntity>& list) {
+    for (DxfEntity& e : list) {
+      if (e.kind != DxfKind::image) continue;
+      auto it = image_files_.find(e.detail().image);
+      e.edit().image = it == image_files_.end() ? std::string() : it->second;
+    }
+  };
+  name_images(d_.entities);
+  name_images(paper_);
+  for (auto& [block_name, block] : d_.blocks) name_images(block.entities);
 
   // Entities of the layouts not read: the paper-space ones of ENTITIES and
   // those of the other layouts' blocks.
@@ -580,7 +593,14 @@ bool Reader::objects() {
     const std::string_view kind = trim(p.value);
     if (kind == "ENDSEC") return true;
     gather();
-    if (kind == "LAYOUT") {
+    if (kind == "IMAGEDEF") {
+      std::string_view handle, file;
+      for (const Pair& g : pairs_) {
+        if (g.code == 5) handle = trim(g.value);
+        if (g.code == 1) file = trim(g.value);
+      }
+      if (!handle.empty()) image_files_[std::string(handle)] = std::string(file);
+    } else if (kind == "LAYOUT") {
       // The last 1 is the layout's name (the first, of its plot settings, may
       // be a page setup's); the last 330 its paper-space block record.
       std::string_view name, record;
@@ -1231,6 +1251,52 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
       count(d_.skipped, "SPLINE (no points)");
       return;
     }
+    keep(name, std::move(e), c, target);
+  } else if (name == "IMAGE") {
+    DxfPoint at, u, v, size;
+    std::string_view definition;
+    for (const Pair& g : pairs_) {
+      switch (g.code) {
+        case 10:
+          at.x = real(g);
+          break;
+        case 20:
+          at.y = real(g);
+          break;
+        case 11:
+          u.x = real(g);
+          break;
+        case 21:
+          u.y = real(g);
+          break;
+        case 12:
+          v.x = real(g);
+          break;
+        case 22:
+          v.y = real(g);
+          break;
+        case 13:
+          size.x = real(g);
+          break;
+        case 23:
+          size.y = real(g);
+          break;
+        case 340:
+          definition = trim(g.value);
+          break;
+        default:
+          break;
+      }
+    }
+    // The frame: u and v are one pixel along the image's rows and columns.
+    DxfEntity e = make(DxfKind::image, c);
+    const DxfPoint w{u.x * size.x, u.y * size.x}, h{v.x * size.y, v.y * size.y};
+    e.points = {at,
+                {at.x + w.x, at.y + w.y},
+                {at.x + w.x + h.x, at.y + w.y + h.y},
+                {at.x + h.x, at.y + h.y}};
+    e.closed = true;
+    e.edit().image = std::string(definition);
     keep(name, std::move(e), c, target);
   } else if (name == "LEADER") {
     DxfEntity e = make(DxfKind::leader, c);

@@ -472,6 +472,9 @@ int run_dxf(const Arguments& a, Output& out) {
       if (a.strict) return fail(cut + " (--strict)");
       std::fprintf(stderr, "dlview: warning: %s: drawn as far as it goes\n", cut.c_str());
     }
+    for (const std::string& image : drawings[i].missing_images)
+      std::fprintf(stderr, "dlview: warning: %s: image '%s' not found: its frame is drawn\n",
+                   a.files[i].c_str(), image.c_str());
   }
   auto loaded = Clock::now();
   DL::WorldBounds sheet_extent;

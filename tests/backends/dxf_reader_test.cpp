@@ -351,6 +351,23 @@ TEST(DxfReader, LineTypesDashTheirEntities) {
   EXPECT_GT(drawn.report.drawables, 40);
 }
 
+TEST(DxfReader, ImagesShowTheirFrameAndMissingFilesAreListed) {
+  // Fault: IMAGE was skipped without a trace, and a missing file went unsaid.
+  const DxfDrawing d = load(data("images.dxf"));
+  ASSERT_EQ(d.entities.size(), 2u);
+  EXPECT_EQ(d.entities[0].detail().image, "pixel.png");
+  EXPECT_EQ(d.missing_images, std::vector<std::string>{"C:\\drawings\\missing.png"});
+  const std::vector<DxfPoint>& frame = d.entities[0].points;
+  ASSERT_EQ(frame.size(), 4u);
+  EXPECT_NEAR(frame[2].x, 20, 1e-9);
+  EXPECT_NEAR(frame[2].y, 10, 1e-9);
+  Drawn drawn(d);
+  const auto lines = drawn.polylines();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].size(), 5u);  // closed
+  EXPECT_NEAR(lines[1][1].x, 40, 1e-3);
+}
+
 TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {
   // Fault: a layout's title frame was drawn over model space.
   const DxfDrawing model = load(data("paper_space.dxf"));

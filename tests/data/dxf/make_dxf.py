@@ -115,3 +115,30 @@ msp.add_line((0, 20), (100, 20), dxfattribs={"linetype": "DASHED", "ltscale": 4}
 msp.add_circle((50, 40), 10, dxfattribs={"linetype": "CENTER"})
 msp.add_line((0, 60), (100, 60))
 save(doc, "line_types.dxf")
+
+# IMAGE: one of a 2 x 1 PNG written here (pixel.png, beside the drawing),
+# 20 x 10 units at (0, 0); one of a file that is not there, 10 x 10 at (30, 0).
+def write_png(path, width, height):
+    import struct
+    import zlib
+
+    def chunk(kind, data):
+        body = kind + data
+        return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
+
+    rows = b"".join(b"\0" + b"\xff\x00\x00" * width for _ in range(height))
+    with open(path, "wb") as f:
+        f.write(b"\x89PNG\r\n\x1a\n")
+        f.write(chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)))
+        f.write(chunk(b"IDAT", zlib.compress(rows)))
+        f.write(chunk(b"IEND", b""))
+
+
+write_png(os.path.join(HERE, "pixel.png"), 2, 1)
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+present = doc.add_image_def(filename="pixel.png", size_in_pixel=(2, 1))
+msp.add_image(present, insert=(0, 0), size_in_units=(20, 10))
+missing = doc.add_image_def(filename="C:\\drawings\\missing.png", size_in_pixel=(100, 100))
+msp.add_image(missing, insert=(30, 0), size_in_units=(10, 10))
+save(doc, "images.dxf")
