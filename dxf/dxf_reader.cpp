@@ -37,6 +37,12 @@ struct Pair {
   std::string_view value;
 };
 
+// A count from a number of the file: negative, NaN and huge ones fit an int
+// (the loops reading so many stop at the first missing item anyway).
+long long count_of(double v) {
+  return v >= 0 && v < 1e9 ? static_cast<long long>(v) : 0;
+}
+
 std::string_view trim(std::string_view s) {
   while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
   while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r'))
@@ -1325,7 +1331,8 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
   }
 }
 
-// The boundary of a solid hatch into `e.edit().loops`; false for a patterned one.
+// The boundary of a hatch into its loops, and a patterned one's pattern
+// lines; false for a patterned hatch whose pattern the file lacks.
 bool Reader::hatch(DxfEntity& e) {
   std::size_t i = 0;
   const std::vector<Pair>& v = pairs_;
@@ -1350,7 +1357,7 @@ bool Reader::hatch(DxfEntity& e) {
     if (type & 2) {  // a polyline: x, y and maybe a bulge per vertex
       const bool bulged = take(72, 0) != 0;
       take(73, 0);
-      const long long count = static_cast<long long>(take(93, 0));
+      const long long count = count_of(take(93, 0));
       std::vector<DxfPoint> raw;
       std::vector<double> bulges;
       for (long long k = 0; k < count && at(10); ++k) {
@@ -1360,7 +1367,7 @@ bool Reader::hatch(DxfEntity& e) {
       }
       loop = flatten_bulges(raw, bulges, true);
     } else {
-      const long long edges = static_cast<long long>(take(93, 0));
+      const long long edges = count_of(take(93, 0));
       for (long long k = 0; k < edges && at(72); ++k) {
         const long long edge = integer(v[i++]);
         if (edge == 1) {
@@ -1436,7 +1443,7 @@ bool Reader::hatch(DxfEntity& e) {
     line.angle = take(53, 0) * kDegree;
     line.base = {take(43, 0), take(44, 0)};
     line.offset = {take(45, 0), take(46, 0)};
-    const long long dashes = static_cast<long long>(take(79, 0));
+    const long long dashes = count_of(take(79, 0));
     for (long long k = 0; k < dashes && at(49); ++k) line.dashes.push_back(take(49, 0));
     e.edit().pattern.push_back(std::move(line));
   }
