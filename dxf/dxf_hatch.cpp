@@ -39,7 +39,9 @@ bool hatch_segments(const DxfDetail& hatch, std::size_t max_segments,
       hi = std::max(hi, s);
     }
     // Each line meets every edge: past a budget of work the outline it is.
-    if (!(hi - lo < static_cast<double>(max_segments)) ||
+    // (Line numbers beyond 2^52 would not count up one by one.)
+    if (!(std::fabs(lo) < 0x1p52 && std::fabs(hi) < 0x1p52) ||
+        !(hi - lo < static_cast<double>(max_segments)) ||
         !((hi - lo + 1) * static_cast<double>(edges) < kMaxCrossings)) {
       out.clear();
       return false;
@@ -84,6 +86,7 @@ bool hatch_segments(const DxfDetail& hatch, std::size_t max_segments,
           return false;
         }
         while (t < t1) {
+          const double cycle_start = t;
           for (double dash : family.dashes) {
             const double end = t + std::fabs(dash);
             if (dash >= 0 && end >= t0 && t <= t1)
@@ -93,6 +96,10 @@ bool hatch_segments(const DxfDetail& hatch, std::size_t max_segments,
               out.clear();
               return false;
             }
+          }
+          if (!(t > cycle_start)) {  // dashes too short to move t: rounding
+            out.clear();
+            return false;
           }
         }
       }
