@@ -35,7 +35,9 @@
 //   quarter pixel when the drawing spans 4096 pixels). A fit-point spline is
 //   drawn as a Catmull-Rom curve through its points, not CAD's exact
 //   interpolation.
-// - LEADER: its vertices, as a polyline (no arrow head yet).
+// - LEADER: its vertices, as a polyline, and the length of its arrow head
+//   ($DIMASZ times $DIMSCALE; 0 when its flag, code 71, says none) in
+//   `height`.
 // - DIMENSION: its geometry block ("*D...") shown as an INSERT at the origin;
 //   one without a block is counted not shown.
 // - IMAGE: the four corners of its frame (the picture itself is not read) and
@@ -222,9 +224,11 @@ struct DxfLineType {
 // The HEADER's variables the reader keeps. Hints only: the extent is always
 // measured from the entities.
 struct DxfHeader {
-  double ltscale = 1;  // $LTSCALE: global scale of line type dashes
-  int insunits = 0;    // $INSUNITS: 0 unitless, 1 inches, 4 millimetres, 6 metres...
-  DxfBounds extent;    // $EXTMIN, $EXTMAX as the file states them
+  double ltscale = 1;    // $LTSCALE: global scale of line type dashes
+  int insunits = 0;      // $INSUNITS: 0 unitless, 1 inches, 4 millimetres, 6 metres...
+  DxfBounds extent;      // $EXTMIN, $EXTMAX as the file states them
+  double dimasz = 0.18;  // $DIMASZ: the arrow heads' length
+  double dimscale = 1;   // $DIMSCALE: their overall scale
 };
 
 // A paper-space layout of the OBJECTS section.

@@ -68,9 +68,10 @@ class Mapper {
     layer_ = layer;
     if (e.line_type != 0 && dashed(e, m, color)) return true;
     switch (e.kind) {
+      case DxfKind::leader:
+        return leader(e, m, color);
       case DxfKind::line:
       case DxfKind::spline:
-      case DxfKind::leader:
       case DxfKind::image:
       case DxfKind::polyline: {
         if (!e.detail().widths.empty()) return wide_polyline(e, m, color);
@@ -139,6 +140,26 @@ class Mapper {
     }
     add(new DL::Polyline(color, static_cast<int>(world.size()), world.data()), b,
         static_cast<long>(world.size()));
+    return true;
+  }
+
+  // A leader: its line, and a closed filled arrow head at its first vertex,
+  // as long as the leader's `height` and a third of that wide, pointing
+  // from the second vertex to the first.
+  bool leader(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    const bool drawn = polyline(e.points, m, color);
+    const double size = e.detail().height;
+    if (!drawn || !(size > 0) || e.points.size() < 2) return drawn;
+    const DxfPoint tip = e.points[0], from = e.points[1];
+    const double len = std::hypot(tip.x - from.x, tip.y - from.y);
+    if (!(len > 0)) return drawn;
+    const double ux = (tip.x - from.x) / len, uy = (tip.y - from.y) / len;
+    const DxfPoint back{tip.x - ux * size, tip.y - uy * size};
+    const double half = size / 6;
+    std::vector<DL::WorldPoint> strip{to_world(m.apply(tip)),
+                                      to_world(m.apply({back.x - uy * half, back.y + ux * half})),
+                                      to_world(m.apply({back.x + uy * half, back.y - ux * half}))};
+    add(new DL::PolytriangleWithNoBorder(color, 3, strip.data()), bounds_of(strip), 3);
     return true;
   }
 

@@ -30,7 +30,8 @@
 //   TEXT's width factor and oblique angle, and "fit" alignment's squeeze,
 //   are not applied (the library's Text has neither). Without a text engine
 //   texts are counted as not shown.
-// - SPLINE, LEADER: a `Polyline` through their flattened points, as above.
+// - SPLINE, LEADER: a `Polyline` through their flattened points, as above; a
+//   LEADER's arrow head a `PolytriangleWithNoBorder` triangle.
 // - DIMENSION: as an INSERT of its geometry block at the origin.
 // - IMAGE: its frame, a closed `Polyline`.
 // - SOLID, TRACE: a `PolytriangleWithNoBorder`: the file's corner order is a

@@ -528,7 +528,11 @@ bool Reader::header() {
       continue;
     }
     bad_number_ = false;
-    if (variable == "$LTSCALE" && p.code == 40) {
+    if ((variable == "$DIMASZ" || variable == "$DIMSCALE") && p.code == 40) {
+      const double v = real(p);
+      if (!bad_number_ && v > 0)
+        (variable == "$DIMASZ" ? d_.header.dimasz : d_.header.dimscale) = v;
+    } else if (variable == "$LTSCALE" && p.code == 40) {
       const double v = real(p);
       if (!bad_number_ && v > 0) d_.header.ltscale = v;
     } else if (variable == "$INSUNITS" && p.code == 70) {
@@ -1306,10 +1310,13 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     keep(name, std::move(e), c, target);
   } else if (name == "LEADER") {
     DxfEntity e = make(DxfKind::leader, c);
+    bool arrow = true;
     for (const Pair& g : pairs_) {
       if (g.code == 10) e.points.push_back({real(g), 0});
       if (g.code == 20 && !e.points.empty()) e.points.back().y = real(g);
+      if (g.code == 71) arrow = integer(g) != 0;
     }
+    if (arrow) e.edit().height = d_.header.dimasz * d_.header.dimscale;
     if (e.points.size() < 2) {
       count(d_.skipped, "LEADER (no vertices)");
       return;

@@ -22,6 +22,9 @@
 // --view X0,Y0,X1,Y1 in the first drawing's units), to --out (default dlview.png),
 // under --clip if given.
 //
+// A PDF or SVG page takes the drawing's shape (its larger side 1024 points)
+// unless --size is given.
+//
 // Model space is shown; --layout NAME shows a paper-space layout instead. A
 // file cut short (no EOF, or ending inside a section) is drawn as far as it
 // goes with one warning line, or refused with --strict. --out is checked for
@@ -41,6 +44,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <clocale>
@@ -332,6 +336,7 @@ struct Arguments {
   std::vector<std::string> files, layers_off;
   std::string out;
   int width = 1024, height = 768;
+  bool size_given = false;  // --size: else a PDF or SVG page takes the drawing's shape
   bool has_view = false;
   double view[4] = {0, 0, 0, 0};  // --view, in the first drawing's units
   Clip clip = Clip::none;
@@ -550,16 +555,27 @@ int run_dxf(const Arguments& a, Output& out) {
   if (gui.on)
     return show_in_window(*shown, view, context.layers.entries(), drawables, a.width, a.height,
                           out.painter);
-  shown->set_world_bounds(fit_view(view, a.width, a.height, a.has_view ? 0.0 : kFrameMargin));
+  // A PDF or SVG page of the drawing's shape, its larger side --size's
+  // default width (in points), unless --size says otherwise.
+  int w = a.width, h = a.height;
+  DL::CairoCanvas::Format format;
+  if (!a.size_given && DL::CairoCanvas::format_for_path(a.out, format) &&
+      format != DL::CairoCanvas::Format::png) {
+    const double vw = std::max(1.0, static_cast<double>(view.max.x) - view.min.x);
+    const double vh = std::max(1.0, static_cast<double>(view.max.y) - view.min.y);
+    const double side = std::max(w, h);
+    w = std::clamp(static_cast<int>(std::lround(vw >= vh ? side : side * vw / vh)), 16, 32767);
+    h = std::clamp(static_cast<int>(std::lround(vh >= vw ? side : side * vh / vw)), 16, 32767);
+  }
+  shown->set_world_bounds(fit_view(view, w, h, a.has_view ? 0.0 : kFrameMargin));
   const std::string path = a.out.empty() ? "dlview.png" : a.out;
   std::string error;
   double ms = 0;
-  if (!render(*shown, path, a.width, a.height, a.clip, out, error, ms)) return fail(error);
+  if (!render(*shown, path, w, h, a.clip, out, error, ms)) return fail(error);
   std::printf(
       "loaded in %.1f ms, inserted %lld drawables in %.1f ms, drew %dx%d in %.1f ms -> %s\n",
-      ms_between(start, loaded), drawables, ms_between(loaded, built), a.width, a.height, ms,
-      path.c_str());
-  if (a.has_pick) pick_and_print(*shown, a.width, a.height, a.pick_x, a.pick_y, out);
+      ms_between(start, loaded), drawables, ms_between(loaded, built), w, h, ms, path.c_str());
+  if (a.has_pick) pick_and_print(*shown, w, h, a.pick_x, a.pick_y, out);
   return 0;
 }
 
@@ -583,6 +599,7 @@ int main(int argc, char** argv) {
       if (!DL::CairoCanvas::format_for_path(a.out, format))
         return fail("--out must end in .png, .pdf or .svg: '" + a.out + "'");
     } else if (arg == "--size") {
+      a.size_given = true;
       if (!parse_size(argv[++i], a.width, a.height))
         return fail(std::string("bad value for --size: '") + argv[i] + "' (WxH, 1 to 32767 each)");
     } else if (arg == "--view") {

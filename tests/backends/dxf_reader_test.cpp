@@ -243,6 +243,7 @@ TEST(DxfReader, SplinesLeadersAndDimensionsAreDrawn) {
   EXPECT_TRUE(through);
   EXPECT_EQ(d.entities[3].kind, DxfKind::leader);
   EXPECT_EQ(d.entities[3].points.size(), 3u);
+  EXPECT_EQ(d.entities[3].detail().height, 2.5);  // its arrow: $DIMASZ 2.5 x $DIMSCALE 1
   const DxfEntity& dimension = d.entities[4];
   ASSERT_EQ(dimension.kind, DxfKind::dimension);
   EXPECT_EQ(dimension.detail().block.rfind("*D", 0), 0u);
@@ -252,6 +253,19 @@ TEST(DxfReader, SplinesLeadersAndDimensionsAreDrawn) {
     EXPECT_EQ(drawn.report.not_shown[static_cast<int>(k)], 0) << dxf_kind_name(k);
   EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::spline)], 3);
   EXPECT_GE(drawn.report.block_lists, 1);  // the dimension's block
+  // The leader's arrow head: a triangle with its tip on the first vertex
+  // (40, -20), 2.5 long back towards (45, -15).
+  bool arrow = false;
+  for (const RecordedCall& call : drawn.renderer->calls) {
+    // (The dimension's arrows are triangles too.)
+    if (call.points.size() != 3 || call.entry.find("triangle") == std::string::npos ||
+        std::abs(call.points[0].x - 240) > 1 || std::abs(call.points[0].y - 180) > 1)
+      continue;
+    arrow = true;
+    const double back_x = (call.points[1].x + call.points[2].x) / 2.0;
+    EXPECT_NEAR(back_x, 240 + 2.5 / std::sqrt(2.0), 1);
+  }
+  EXPECT_TRUE(arrow);
   // The dimension line at y 30 and its text reach the list's bounds.
   EXPECT_GE(drawn.report.bounds.max.y, 230000 - 1000);
 }
