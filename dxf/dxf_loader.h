@@ -12,8 +12,9 @@
 // - LINE: two points. LWPOLYLINE and POLYLINE: the vertices with every bulge
 //   flattened into short chords (at most 5 degrees of arc each), `closed` from
 //   the flags, and the widths of every segment when the polyline has any
-//   (constant, per vertex, or the POLYLINE's defaults). Polyface and polygon meshes are skipped;
-//   the frame of a spline-fit POLYLINE is left out, its fitted vertices kept.
+//   (constant, per vertex, or the POLYLINE's defaults). Polyface and polygon
+//   meshes are skipped; the frame of a spline-fit POLYLINE is left out, its
+//   fitted vertices kept.
 // - CIRCLE, ARC, ELLIPSE: centre, radii, rotation of the first axis, start
 //   and end angles in radians (ARC angles are turned from degrees; an ELLIPSE's
 //   are parametric, as the file gives them). Every angle kept is in radians.
@@ -59,10 +60,14 @@
 // `DxfLoadOptions::layout`, a layout's entities are read instead of model
 // space: the first layout's from ENTITIES, the others' from their blocks.
 //
-// Anything else the file holds (SPLINE, DIMENSION, LEADER, 3DFACE, IMAGE, ...)
-// is counted by name in `skipped`, never silently lost. An entity with a
-// number that does not parse or is not finite is dropped and counted by name
-// in `invalid`.
+// Anything else the file holds (3DFACE, VIEWPORT, MLINE, ATTDEF, ...) is
+// counted by name in `skipped`, never silently lost. An entity with a number
+// that does not parse or is not finite is dropped and counted by name in
+// `invalid`; one too far from the rest for the sheet in `too_far`.
+//
+// Cost: the file is mapped, read once and given back as it is read; the
+// records take 56 bytes an entity plus its points (see DxfEntity). The
+// reader runs at about 190 MB/s on lines (bench/dxf_load_bench.cpp).
 //
 // A file that ends before its EOF marker, or inside a section, is read as far
 // as it goes: `truncated` says where it ended.
