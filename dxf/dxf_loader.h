@@ -39,8 +39,12 @@
 // - LEADER: its vertices, as a polyline, and the length of its arrow head
 //   ($DIMASZ times $DIMSCALE; 0 when its flag, code 71, says none) in
 //   `height`.
-// - DIMENSION: its geometry block ("*D...") shown as an INSERT at the origin;
-//   one without a block is counted not shown.
+// - DIMENSION: its geometry block ("*D...") shown as an INSERT at the origin.
+//   A linear or aligned one whose block is missing gets a block built from
+//   its definition points ("*DL_DIMENSION1", ...): extension lines, the
+//   dimension line, arrows of $DIMASZ and its text ($DIMTXT high, the
+//   measurement where "<>" stands), all BYBLOCK; other types without a block
+//   are skipped.
 // - IMAGE: the four corners of its frame (the picture itself is not read) and
 //   the file its IMAGEDEF names; files that are neither where the name says
 //   (beside the drawing when it is relative) nor beside the drawing under
@@ -234,6 +238,7 @@ struct DxfHeader {
   DxfBounds extent;      // $EXTMIN, $EXTMAX as the file states them
   double dimasz = 0.18;  // $DIMASZ: the arrow heads' length
   double dimscale = 1;   // $DIMSCALE: their overall scale
+  double dimtxt = 0.18;  // $DIMTXT: the dimensions' text height
 };
 
 // A paper-space layout of the OBJECTS section.

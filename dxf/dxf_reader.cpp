@@ -11,6 +11,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -365,6 +366,17 @@ class Reader {
   void apply_ocs(DxfEntity& e, const Common& c) const;
   void finish_polyline();
   bool hatch(DxfEntity& e);
+  // A linear or aligned DIMENSION's points, code 1x/2x as at[x].
+  struct Dimension {
+    int type = 0;
+    DxfPoint at[5];
+    double angle = 0, measurement = 0;
+    std::string_view text;
+  };
+  // Builds a block for a DIMENSION whose file has none: extension lines, the
+  // dimension line, two arrows and the text. False for other types.
+  bool dimension_block(const Dimension& dim, std::string& name);
+  int synthetic_dimensions_ = 0;
   void count(std::map<std::string, long>& m, std::string_view name) {
     ++m[std::string(name.substr(0, kMaxNameLength))];
   }
@@ -528,10 +540,13 @@ bool Reader::header() {
       continue;
     }
     bad_number_ = false;
-    if ((variable == "$DIMASZ" || variable == "$DIMSCALE") && p.code == 40) {
+    if ((variable == "$DIMASZ" || variable == "$DIMSCALE" || variable == "$DIMTXT") &&
+        p.code == 40) {
       const double v = real(p);
-      if (!bad_number_ && v > 0)
-        (variable == "$DIMASZ" ? d_.header.dimasz : d_.header.dimscale) = v;
+      double& field = variable == "$DIMASZ"     ? d_.header.dimasz
+                      : variable == "$DIMSCALE" ? d_.header.dimscale
+                                                : d_.header.dimtxt;
+      if (!bad_number_ && v > 0) field = v;
     } else if (variable == "$LTSCALE" && p.code == 40) {
       const double v = real(p);
       if (!bad_number_ && v > 0) d_.header.ltscale = v;
@@ -1324,18 +1339,114 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     keep(name, std::move(e), c, target);
   } else if (name == "DIMENSION") {
     DxfEntity e = make(DxfKind::dimension, c);
-    for (const Pair& g : pairs_)
-      if (g.code == 2) e.edit().block = std::string(trim(g.value));
-    if (e.detail().block.empty()) {
+    Dimension dim;
+    for (const Pair& g : pairs_) {
+      switch (g.code) {
+        case 2:
+          e.edit().block = std::string(trim(g.value));
+          break;
+        case 70:
+          dim.type = small(g) & 7;
+          break;
+        case 1:
+          dim.text = g.value;
+          break;
+        case 50:
+          dim.angle = real(g) * kDegree;
+          break;
+        case 42:
+          dim.measurement = real(g);
+          break;
+        default:
+          if ((g.code >= 10 && g.code <= 14) || (g.code >= 20 && g.code <= 24)) {
+            DxfPoint& p = dim.at[g.code % 10];
+            (g.code < 20 ? p.x : p.y) = real(g);
+          }
+          break;
+      }
+    }
+    if (bad_number_) {
+      count(d_.invalid, name);
+      return;
+    }
+    // The block holds the dimension's lines, arrows and text in place; a
+    // linear or aligned one without it is built from its points.
+    if ((e.detail().block.empty() || !d_.blocks.count(e.detail().block)) &&
+        !dimension_block(dim, e.edit().block)) {
       count(d_.skipped, "DIMENSION (no block)");
       return;
     }
-    // The block holds the dimension's lines, arrows and text in place.
     e.points = {{0, 0}};
     keep(name, std::move(e), c, target);
   } else {
     count(d_.skipped, name);
   }
+}
+
+bool Reader::dimension_block(const Dimension& dim, std::string& name) {
+  if (dim.type != 0 && dim.type != 1) return false;
+  const DxfPoint p1 = dim.at[3], p2 = dim.at[4], on = dim.at[0];
+  // The dimension line's direction: along the measured points (aligned) or
+  // at the dimension's angle (rotated, horizontal, vertical).
+  double ux = std::cos(dim.angle), uy = std::sin(dim.angle);
+  if (dim.type == 1) {
+    const double len = std::hypot(p2.x - p1.x, p2.y - p1.y);
+    if (!(len > 0)) return false;
+    ux = (p2.x - p1.x) / len;
+    uy = (p2.y - p1.y) / len;
+  }
+  // The measured points projected onto the line through `on`.
+  auto project = [&](DxfPoint p) {
+    const double t = (p.x - on.x) * ux + (p.y - on.y) * uy;
+    return DxfPoint{on.x + ux * t, on.y + uy * t};
+  };
+  const DxfPoint q1 = project(p1), q2 = project(p2);
+  const double length = std::hypot(q2.x - q1.x, q2.y - q1.y);
+  if (!(length > 0)) return false;
+  name = "*DL_DIMENSION" + std::to_string(++synthetic_dimensions_);
+  DxfBlock& block = d_.blocks[name];
+  Common c;  // layer 0, BYBLOCK: the DIMENSION's own layer and colour apply
+  auto add = [&](DxfKind kind, std::vector<DxfPoint> points) -> DxfEntity& {
+    DxfEntity& e = block.entities.emplace_back(make(kind, c));
+    e.by_block = true;
+    e.color = 0;
+    e.points = std::move(points);
+    return e;
+  };
+  add(DxfKind::line, {p1, q1});
+  add(DxfKind::line, {p2, q2});
+  add(DxfKind::line, {q1, q2});
+  // Closed filled arrows inside the line, pointing out at its ends.
+  const double size = d_.header.dimasz * d_.header.dimscale;
+  const double dx = (q2.x - q1.x) / length, dy = (q2.y - q1.y) / length;
+  for (int end = 0; end < 2; ++end) {
+    const DxfPoint tip = end ? q2 : q1;
+    const double s = end ? -size : size;  // back into the line
+    const DxfPoint back{tip.x + dx * s, tip.y + dy * s};
+    add(DxfKind::solid, {tip,
+                         {back.x - dy * size / 6, back.y + dx * size / 6},
+                         {back.x + dy * size / 6, back.y - dx * size / 6}});
+  }
+  // The text: the measurement where "<>" stands (or is all), centred on the
+  // text point, along the line.
+  char number[32];
+  std::snprintf(number, sizeof number, "%.4g", dim.measurement > 0 ? dim.measurement : length);
+  std::string text(dim.text);
+  const std::size_t slot = text.find("<>");
+  if (text.empty())
+    text = number;
+  else if (slot != std::string::npos)
+    text.replace(slot, 2, number);
+  if (text == " ") return true;  // suppressed
+  DxfEntity& label = add(DxfKind::mtext, {dim.at[1]});
+  DxfDetail& x = label.edit();
+  x.text = text;
+  x.height = d_.header.dimtxt * d_.header.dimscale;
+  x.attachment = 5;  // middle centre
+  double angle = std::atan2(dy, dx);
+  if (angle > kPi / 2 + 1e-9 || angle <= -kPi / 2 + 1e-9) angle += kPi;  // readable
+  x.rotation = angle;
+  return true;
 }
 
 // The boundary of a hatch into its loops, and a patterned one's pattern

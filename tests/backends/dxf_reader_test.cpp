@@ -382,6 +382,44 @@ TEST(DxfReader, ImagesShowTheirFrameAndMissingFilesAreListed) {
   EXPECT_NEAR(lines[1][1].x, 40, 1e-3);
 }
 
+TEST(DxfReader, DimensionsWithoutABlockAreBuiltFromTheirPoints) {
+  // A linear dimension of (0, 0)-(30, 0), its line at y 10, text "<> mm";
+  // an aligned one of (0, 20)-(30, 60) (length 50), its line through (0, 30);
+  // a radial one, which needs its block.
+  std::ostringstream s;
+  s << "0\nSECTION\n2\nHEADER\n9\n$DIMASZ\n40\n2\n9\n$DIMTXT\n40\n3\n0\nENDSEC\n";
+  s << "0\nSECTION\n2\nENTITIES\n";
+  s << "0\nDIMENSION\n8\n0\n62\n1\n70\n0\n1\n<> mm\n10\n0\n20\n10\n11\n15\n21\n11\n"
+       "13\n0\n23\n0\n14\n30\n24\n0\n50\n0\n";
+  s << "0\nDIMENSION\n8\n0\n70\n1\n10\n-8\n20\n26\n11\n11\n21\n40\n13\n0\n23\n20\n14\n30\n"
+       "24\n60\n";
+  s << "0\nDIMENSION\n8\n0\n70\n4\n10\n0\n20\n0\n15\n5\n25\n0\n";
+  s << "0\nENDSEC\n0\nEOF\n";
+  const DxfDrawing d = load(write("dimensions.dxf", s.str()));
+  ASSERT_EQ(d.entities.size(), 2u);
+  EXPECT_EQ(d.skipped.at("DIMENSION (no block)"), 1);
+  const DxfBlock& linear = d.blocks.at(d.entities[0].detail().block);
+  ASSERT_EQ(linear.entities.size(), 6u);  // 3 lines, 2 arrows, the text
+  const DxfEntity& line = linear.entities[2];
+  EXPECT_EQ(line.points[0].y, 10);
+  EXPECT_EQ(line.points[1].x, 30);
+  EXPECT_EQ(linear.entities[3].kind, DxfKind::solid);
+  EXPECT_EQ(linear.entities[5].detail().text, "30 mm");
+  EXPECT_EQ(linear.entities[5].detail().height, 3);
+  const DxfBlock& aligned = d.blocks.at(d.entities[1].detail().block);
+  EXPECT_EQ(aligned.entities.back().detail().text, "50");
+
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::dimension)], 2);
+  // The dimension line reaches the renderer in the DIMENSION's red.
+  bool seen = false;
+  for (const RecordedCall& call : drawn.renderer->calls)
+    if (call.points.size() == 2 && std::abs(call.points[0].y - 210) <= 1 &&
+        std::abs(call.points[1].y - 210) <= 1 && std::abs(call.points[1].x - 230) <= 1)
+      seen = call.rendition_color == 0xff0000u || (call.has_color && call.color == 0xff0000u);
+  EXPECT_TRUE(seen);
+}
+
 TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {
   // Fault: a layout's title frame was drawn over model space.
   const DxfDrawing model = load(data("paper_space.dxf"));
