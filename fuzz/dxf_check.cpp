@@ -6,9 +6,9 @@
 #include "backends/recording/recording.h"
 #include "backends/recording/recording_text.h"
 #include "displaylist/display_list.h"
+#include "dxf/dxf_loader.h"
+#include "dxf/dxf_mapping.h"
 #include "tests/support/tree_check.h"
-#include "tools/dxf_loader.h"
-#include "tools/dxf_mapping.h"
 
 namespace DL::fuzz {
 
@@ -31,24 +31,24 @@ std::string tree_problem(const char* what, const DisplayList& list) {
 }  // namespace
 
 std::string check_dxf_file(const std::string& path) {
-  std::vector<dlview::DxfDrawing> drawings(1);
+  std::vector<dxf::DxfDrawing> drawings(1);
   std::string error;
-  if (!dlview::load_dxf(path, drawings[0], error)) return refusal_problem(error);
+  if (!dxf::load_dxf(path, drawings[0], error)) return refusal_problem(error);
 
   WorldBounds sheet;
-  const std::vector<dlview::Placement> placements = dlview::lay_out(drawings, sheet);
+  const std::vector<dxf::Placement> placements = dxf::lay_out(drawings, sheet);
   std::string problem;
   ZephalHeap* heap = ZP_CreateHeap();
   {
     auto* engine = new RecordingTextEngine;
     ZR_Handle<ZR_Text_Engine> hold_engine(engine);
     // The context outlives the list: its block lists are shown by the list.
-    dlview::SheetContext context(engine);
+    dxf::SheetContext context(engine);
     // Small enough that the slowest input stays well under a second under
     // the sanitizers; the limit's own path is then fuzzed too.
     context.max_points = 4000;
     DisplayList list(heap);
-    dlview::add_to_display_list(drawings[0], placements[0], context, list);
+    dxf::add_to_display_list(drawings[0], placements[0], context, list);
     problem = tree_problem("the sheet's list", list);
     for (const auto& [key, block] : context.blocks)
       if (problem.empty() && block.list) problem = tree_problem("a block list", *block.list);

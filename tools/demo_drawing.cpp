@@ -11,11 +11,14 @@
 #include "drawables/polything.h"
 #include "drawables/polytriangle.h"
 #include "drawables/row_of_dots.h"
+#include "dxf/text_label.h"
 #include "ellipse/ellipse.h"
 #include "nested/drawable_display_list.h"
-#include "tools/text_label.h"
 
 namespace dlview {
+
+using DL::dxf::make_label;
+using DL::dxf::to_utf16;
 
 namespace {
 

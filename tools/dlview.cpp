@@ -4,6 +4,7 @@
 //          [--repeat N] [--layer-off NAME]... [--complex-clip] [--out PATH.png]
 //   dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--clip circle|polygon]
 //          [--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}]
+//          [--layout NAME] [--strict]
 //
 // Without files it builds the demo city (demo_drawing.h; --blocks N city
 // blocks a side, 330 by default: about two million drawables) and renders four
@@ -17,8 +18,17 @@
 //
 // With DXF files it loads them, lays them out side by side on one sheet, prints
 // per file what was shown, what could not be and what was skipped, and renders
-// the sheet (or --view, in sheet coordinates) to --out (default dlview.png),
+// the sheet, framed by what was drawn with a margin of 2% as in the window (or
+// --view X0,Y0,X1,Y1 in the first drawing's units), to --out (default dlview.png),
 // under --clip if given.
+//
+// A PDF or SVG page takes the drawing's shape (its larger side 1024 points)
+// unless --size is given.
+//
+// Model space is shown; --layout NAME shows a paper-space layout instead. A
+// file cut short (no EOF, or ending inside a section) is drawn as far as it
+// goes with one warning line, or refused with --strict. --out is checked for
+// a writable place before anything is loaded.
 //
 // --dots N builds a plain grid of N dots instead of the city, tile by tile,
 // and renders it to --out: the simplest large drawing, for measuring.
@@ -31,6 +41,10 @@
 // classification unless --complex-clip says the renderer clips to them.
 //
 // Bad arguments or input give a one-line message and exit status 2.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <clocale>
@@ -51,10 +65,10 @@
 #include "backends/freetype/freetype_engine.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
+#include "dxf/dxf_loader.h"
+#include "dxf/dxf_mapping.h"
 #include "nested/drawable_display_list.h"
 #include "tools/demo_drawing.h"
-#include "tools/dxf_loader.h"
-#include "tools/dxf_mapping.h"
 #ifdef DLVIEW_HAVE_GUI
 #include "tools/gui/gui.h"
 #endif
@@ -102,12 +116,41 @@ bool parse_numbers(const std::string& text, int n, long long* v) {
   return true;
 }
 
-// "X0,Y0,X1,Y1": X0 < X1, Y0 < Y1.
-bool parse_view(const std::string& text, DL::WorldBounds& view) {
-  long long v[4];
-  if (!parse_numbers(text, 4, v) || v[0] >= v[2] || v[1] >= v[3]) return false;
-  view = {{static_cast<DL::WorldCoord>(v[0]), static_cast<DL::WorldCoord>(v[1])},
-          {static_cast<DL::WorldCoord>(v[2]), static_cast<DL::WorldCoord>(v[3])}};
+// "X0,Y0,X1,Y1" in drawing units: finite, X0 < X1, Y0 < Y1.
+bool parse_view(const std::string& text, double v[4]) {
+  const char* p = text.c_str();
+  for (int i = 0; i < 4; ++i) {
+    char* end = nullptr;
+    errno = 0;
+    v[i] = std::strtod(p, &end);
+    if (errno || end == p || !std::isfinite(v[i])) return false;
+    if (*end != (i < 3 ? ',' : '\0')) return false;
+    p = end + 1;
+  }
+  return v[0] < v[2] && v[1] < v[3];
+}
+
+// Whether a file can be written at `path` (it or its folder is writable),
+// without creating it.
+bool writable(const std::string& path, std::string& error) {
+  struct stat st;
+  if (::stat(path.c_str(), &st) == 0) {
+    if (S_ISDIR(st.st_mode)) {
+      error = "--out " + path + " is a directory";
+      return false;
+    }
+    if (::access(path.c_str(), W_OK) != 0) {
+      error = "cannot write --out " + path + ": " + std::strerror(errno);
+      return false;
+    }
+    return true;
+  }
+  const std::size_t slash = path.find_last_of('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  if (::access(folder.c_str(), W_OK) != 0) {
+    error = "cannot write --out " + path + ": " + std::strerror(errno);
+    return false;
+  }
   return true;
 }
 
@@ -157,24 +200,23 @@ int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
 #endif
 }
 
-// Widens `view` about its centre to the proportions of a w x h picture, kept
-// inside 32 bits.
-DL::WorldBounds fit_view(const DL::WorldBounds& view, int w, int h) {
-  double x0 = view.min.x, y0 = view.min.y, x1 = view.max.x, y1 = view.max.y;
-  double vw = std::max(1.0, x1 - x0), vh = std::max(1.0, y1 - y0);
-  double want = static_cast<double>(w) / h;
-  if (vw / vh < want) {
-    double grow = (vh * want - vw) / 2;
-    x0 -= grow;
-    x1 += grow;
-  } else {
-    double grow = (vw / want - vh) / 2;
-    y0 -= grow;
-    y1 += grow;
-  }
+// The view of a w x h picture that shows `view` whole, centred, with
+// `margin` of its size free on every side (the window frames a drawing with
+// the same 2%), kept inside 32 bits.
+DL::WorldBounds fit_view(const DL::WorldBounds& view, int w, int h, double margin = 0.0) {
+  const double cx = (static_cast<double>(view.min.x) + view.max.x) / 2;
+  const double cy = (static_cast<double>(view.min.y) + view.max.y) / 2;
+  const double vw = std::max(1.0, static_cast<double>(view.max.x) - view.min.x);
+  const double vh = std::max(1.0, static_cast<double>(view.max.y) - view.min.y);
+  const double pw = std::max(1, w - 1), ph = std::max(1, h - 1);
+  const double upp = (1 + 2 * margin) * std::max(vw / pw, vh / ph);  // world units a pixel
+  const double hw = upp * pw / 2, hh = upp * ph / 2;
   auto clamp = [](double v) { return DL::round_to_int32_saturated(v); };
-  return {{clamp(x0), clamp(y0)}, {clamp(x1), clamp(y1)}};
+  return {{clamp(cx - hw), clamp(cy - hh)}, {clamp(cx + hw), clamp(cy + hh)}};
 }
+
+// The margin of a whole drawing in every picture and in the window.
+constexpr double kFrameMargin = 0.02;
 
 enum class Clip { none, circle, polygon };
 
@@ -307,8 +349,9 @@ struct Arguments {
   std::vector<std::string> files, layers_off;
   std::string out;
   int width = 1024, height = 768;
+  bool size_given = false;  // --size: else a PDF or SVG page takes the drawing's shape
   bool has_view = false;
-  DL::WorldBounds view;
+  double view[4] = {0, 0, 0, 0};  // --view, in the first drawing's units
   Clip clip = Clip::none;
   bool has_pick = false;
   long long pick_x = 0, pick_y = 0;
@@ -316,6 +359,8 @@ struct Arguments {
   long long blocks = 330;
   long long dots = 0;  // a plain grid of dots instead of the city, when not 0
   bool complex_clip = false;
+  std::string layout;   // --layout: a paper-space layout instead of model space
+  bool strict = false;  // --strict: a file cut short is an error
 };
 
 // A square grid of `a.dots` dots, 16 world units apart, added in tiles of 64 x 64
@@ -347,7 +392,7 @@ int run_dots(const Arguments& a, Output& out) {
   if (gui.on) return show_in_window(list, extent, {}, added, a.width, a.height, nullptr);
   std::printf("added %lld dots in %.1f ms\n", added, ms_built);
   print_tree_counts(list);
-  list.set_world_bounds(fit_view(extent, a.width, a.height));
+  list.set_world_bounds(fit_view(extent, a.width, a.height, kFrameMargin));
   const std::string path = a.out.empty() ? "dlview.png" : a.out;
   std::string error;
   double ms = 0;
@@ -411,7 +456,7 @@ int run_demo(const Arguments& a, Output& out) {
 
   const std::string base = a.out.empty() ? "dlview.png" : a.out;
   const int w = a.width, h = a.height;
-  const DL::WorldBounds overview = fit_view(extent, w, h);
+  const DL::WorldBounds overview = fit_view(extent, w, h, kFrameMargin);
   const double cx = (static_cast<double>(extent.min.x) + extent.max.x) / 2;
   const double cy = (static_cast<double>(extent.min.y) + extent.max.y) / 2;
   const double half = (static_cast<double>(extent.max.x) - extent.min.x) / 200;
@@ -453,21 +498,34 @@ int run_demo(const Arguments& a, Output& out) {
 
 int run_dxf(const Arguments& a, Output& out) {
   auto start = Clock::now();
-  std::vector<dlview::DxfDrawing> drawings(a.files.size());
+  std::vector<DL::dxf::DxfDrawing> drawings(a.files.size());
   for (std::size_t i = 0; i < a.files.size(); ++i) {
     std::string error;
-    if (!dlview::load_dxf(a.files[i], drawings[i], error)) return fail(error);
+    DL::dxf::DxfLoadOptions options;
+    options.layout = a.layout;
+    if (!DL::dxf::load_dxf(a.files[i], drawings[i], error, options)) return fail(error);
+    if (!drawings[i].truncated.empty()) {
+      const std::string cut = a.files[i] + " ends " + drawings[i].truncated;
+      if (a.strict) return fail(cut + " (--strict)");
+      std::fprintf(stderr, "dlview: warning: %s: drawn as far as it goes\n", cut.c_str());
+    }
+    for (const std::string& image : drawings[i].missing_images)
+      std::fprintf(stderr, "dlview: warning: %s: image '%s' not found: its frame is drawn\n",
+                   a.files[i].c_str(), image.c_str());
   }
   auto loaded = Clock::now();
   DL::WorldBounds sheet_extent;
-  std::vector<dlview::Placement> placements = dlview::lay_out(drawings, sheet_extent);
+  std::vector<DL::dxf::Placement> placements = DL::dxf::lay_out(drawings, sheet_extent);
 
-  dlview::SheetContext context(out.painter, DL::FreeTypeTextEngine::make_font("DejaVu Sans"));
+  DL::dxf::SheetContext context(out.painter, DL::FreeTypeTextEngine::make_font("DejaVu Sans"));
   DL::DisplayList sheet;
   sheet.saturate_device_points = true;  // far points of a zoomed view must not wrap
-  std::vector<dlview::MappingReport> reports;
+  std::vector<DL::dxf::MappingReport> reports;
+  std::vector<std::size_t> entity_counts;  // before the mapping lets them go
+  for (const DL::dxf::DxfDrawing& d : drawings) entity_counts.push_back(d.entities.size());
   for (std::size_t i = 0; i < drawings.size(); ++i)
-    reports.push_back(dlview::add_to_display_list(drawings[i], placements[i], context, sheet));
+    reports.push_back(
+        DL::dxf::consume_into_display_list(drawings[i], placements[i], context, sheet));
   auto built = Clock::now();
   for (const std::string& name : a.layers_off)
     if (!context.layers.turn_off(name))
@@ -475,11 +533,11 @@ int run_dxf(const Arguments& a, Output& out) {
 
   long long drawables = 0;
   for (std::size_t i = 0; i < drawings.size(); ++i) {
-    const dlview::DxfDrawing& d = drawings[i];
-    const dlview::MappingReport& r = reports[i];
+    const DL::dxf::DxfDrawing& d = drawings[i];
+    const DL::dxf::MappingReport& r = reports[i];
     std::string shown, not_shown, in_blocks, skipped;
-    for (int k = 0; k < dlview::kDxfKindCount; ++k) {
-      const std::string name = dlview::dxf_kind_name(static_cast<dlview::DxfKind>(k));
+    for (int k = 0; k < DL::dxf::kDxfKindCount; ++k) {
+      const std::string name = DL::dxf::dxf_kind_name(static_cast<DL::dxf::DxfKind>(k));
       if (r.shown[k]) shown += " " + name + " " + std::to_string(r.shown[k]);
       if (r.not_shown[k]) not_shown += " " + name + " " + std::to_string(r.not_shown[k]);
       if (r.not_shown_in_blocks[k])
@@ -487,42 +545,69 @@ int run_dxf(const Arguments& a, Output& out) {
     }
     drawables += r.drawables;
     for (const auto& [name, n] : d.skipped) skipped += " " + name + " " + std::to_string(n);
-    if (d.invalid) skipped += " invalid " + std::to_string(d.invalid);
+    std::string invalid;
+    for (const auto& [name, n] : d.invalid) invalid += " " + name + " " + std::to_string(n);
     std::printf("%s: %zu entities, %zu blocks, %zu layers; %ld drawables, %ld block lists\n",
-                d.path.c_str(), d.entities.size(), d.blocks.size(), d.layers.size(), r.drawables,
+                d.path.c_str(), entity_counts[i], d.blocks.size(), d.layers.size(), r.drawables,
                 r.block_lists);
     std::printf("  shown:%s\n", shown.empty() ? " none" : shown.c_str());
     std::printf("  not shown:%s\n", not_shown.empty() ? " none" : not_shown.c_str());
     if (!in_blocks.empty()) std::printf("  not shown in blocks:%s\n", in_blocks.c_str());
     std::printf("  skipped:%s\n", skipped.empty() ? " none" : skipped.c_str());
+    if (!invalid.empty()) std::printf("  dropped for bad numbers:%s\n", invalid.c_str());
+    std::string far;
+    for (const auto& [name, n] : d.too_far) far += " " + name + " " + std::to_string(n);
+    if (!far.empty())
+      std::printf("  left out, too far from the rest for the sheet:%s\n", far.c_str());
+    if (d.paper_space) std::printf("  paper space (not shown): %ld entities\n", d.paper_space);
   }
   std::printf("sheet: %d,%d,%d,%d\n", sheet_extent.min.x, sheet_extent.min.y, sheet_extent.max.x,
               sheet_extent.max.y);
   print_tree_counts(sheet);
 
+  // Framed by what was drawn: arcs by their sweeps, texts as measured.
+  DL::WorldBounds drawn = DL::WorldBounds::empty();
+  for (const DL::dxf::MappingReport& r : reports) drawn.merge(r.bounds);
   DL::DisplayList outer;
   DL::DisplayList* shown = &sheet;
-  DL::WorldBounds extent = sheet_extent;
+  DL::WorldBounds extent = drawn.is_valid() ? drawn : sheet_extent;
   if (a.repeat > 1) {
     extent = repeat_sheet(sheet, extent, static_cast<int>(a.repeat), outer);
     outer.saturate_device_points = true;
     shown = &outer;
   }
+  // --view, from the first drawing's units to the sheet's.
+  DL::WorldBounds view = extent;
+  if (a.has_view) {
+    view = {placements[0].map({a.view[0], a.view[1]}), placements[0].map({a.view[2], a.view[3]})};
+    if (a.repeat > 1) return fail("--view cannot be combined with --repeat");
+  }
   add_ref(out.painter);
   shown->text_engine = out.painter;
   if (gui.on)
-    return show_in_window(*shown, a.has_view ? a.view : extent, context.layers.entries(), drawables,
-                          a.width, a.height, out.painter);
-  shown->set_world_bounds(fit_view(a.has_view ? a.view : extent, a.width, a.height));
+    return show_in_window(*shown, view, context.layers.entries(), drawables, a.width, a.height,
+                          out.painter);
+  // A PDF or SVG page of the drawing's shape, its larger side --size's
+  // default width (in points), unless --size says otherwise.
+  int w = a.width, h = a.height;
+  DL::CairoCanvas::Format format;
+  if (!a.size_given && DL::CairoCanvas::format_for_path(a.out, format) &&
+      format != DL::CairoCanvas::Format::png) {
+    const double vw = std::max(1.0, static_cast<double>(view.max.x) - view.min.x);
+    const double vh = std::max(1.0, static_cast<double>(view.max.y) - view.min.y);
+    const double side = std::max(w, h);
+    w = std::clamp(static_cast<int>(std::lround(vw >= vh ? side : side * vw / vh)), 16, 32767);
+    h = std::clamp(static_cast<int>(std::lround(vh >= vw ? side : side * vh / vw)), 16, 32767);
+  }
+  shown->set_world_bounds(fit_view(view, w, h, a.has_view ? 0.0 : kFrameMargin));
   const std::string path = a.out.empty() ? "dlview.png" : a.out;
   std::string error;
   double ms = 0;
-  if (!render(*shown, path, a.width, a.height, a.clip, out, error, ms)) return fail(error);
+  if (!render(*shown, path, w, h, a.clip, out, error, ms)) return fail(error);
   std::printf(
       "loaded in %.1f ms, inserted %lld drawables in %.1f ms, drew %dx%d in %.1f ms -> %s\n",
-      ms_between(start, loaded), drawables, ms_between(loaded, built), a.width, a.height, ms,
-      path.c_str());
-  if (a.has_pick) pick_and_print(*shown, a.width, a.height, a.pick_x, a.pick_y, out);
+      ms_between(start, loaded), drawables, ms_between(loaded, built), w, h, ms, path.c_str());
+  if (a.has_pick) pick_and_print(*shown, w, h, a.pick_x, a.pick_y, out);
   return 0;
 }
 
@@ -538,7 +623,7 @@ int main(int argc, char** argv) {
     const bool takes_value = arg == "--out" || arg == "--size" || arg == "--view" ||
                              arg == "--layer-off" || arg == "--clip" || arg == "--pick" ||
                              arg == "--repeat" || arg == "--blocks" || arg == "--dots" ||
-                             arg == "--script";
+                             arg == "--script" || arg == "--layout";
     if (takes_value && !has_value) return fail(arg + " needs a value");
     if (arg == "--out") {
       a.out = argv[++i];
@@ -546,12 +631,13 @@ int main(int argc, char** argv) {
       if (!DL::CairoCanvas::format_for_path(a.out, format))
         return fail("--out must end in .png, .pdf or .svg: '" + a.out + "'");
     } else if (arg == "--size") {
+      a.size_given = true;
       if (!parse_size(argv[++i], a.width, a.height))
         return fail(std::string("bad value for --size: '") + argv[i] + "' (WxH, 1 to 32767 each)");
     } else if (arg == "--view") {
       if (!parse_view(argv[++i], a.view))
         return fail(std::string("bad value for --view: '") + argv[i] +
-                    "' (X0,Y0,X1,Y1: whole numbers, X0 < X1 and Y0 < Y1)");
+                    "' (X0,Y0,X1,Y1 in drawing units, X0 < X1 and Y0 < Y1)");
       a.has_view = true;
     } else if (arg == "--layer-off") {
       a.layers_off.push_back(argv[++i]);
@@ -584,6 +670,10 @@ int main(int argc, char** argv) {
       (arg == "--gui" ? gui.on : gui.bench) = true;
     } else if (arg == "--script") {
       gui.script = argv[++i];
+    } else if (arg == "--layout") {
+      a.layout = argv[++i];
+    } else if (arg == "--strict") {
+      a.strict = true;
     } else if (arg == "--complex-clip") {
       a.complex_clip = true;
     } else if (arg == "--help" || arg == "-h") {
@@ -591,7 +681,8 @@ int main(int argc, char** argv) {
           "usage: dlview [--blocks N] [--size WxH] [--clip circle|polygon] [--pick X,Y] "
           "[--repeat N] [--layer-off NAME]... [--complex-clip] [--out PATH.png]\n"
           "       dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--clip circle|polygon] "
-          "[--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}]\n"
+          "[--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}] "
+          "[--layout NAME] [--strict]\n"
           "       dlview --dots N [--size WxH] [--out PATH]\n"
           "       dlview --gui [FILE.dxf...] [--dots N] [--size WxH] [--script PATH] [--bench]\n");
       return 0;
@@ -626,7 +717,12 @@ int main(int argc, char** argv) {
       status = run_demo(a, out);
   } else {
     if (a.out.empty()) a.out = "dlview.png";
-    status = run_dxf(a, out);
+    // Before a long load: the picture must have somewhere to go.
+    std::string error;
+    if (!gui.on && !writable(a.out, error))
+      status = fail(error);
+    else
+      status = run_dxf(a, out);
   }
   freetype->set_sink(nullptr);
   release(painter);

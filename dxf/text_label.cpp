@@ -1,10 +1,10 @@
 // Labels: UTF-8 decoding, measuring through the engine, and the Text record.
-#include "tools/text_label.h"
+#include "dxf/text_label.h"
 
 #include <algorithm>
 #include <cmath>
 
-namespace dlview {
+namespace DL::dxf {
 
 std::u16string to_utf16(const std::string& text) {
   std::u16string out;
@@ -82,4 +82,4 @@ DL::Text* make_label(DL::DisplayList& list, ZR_Text_Engine* engine, const ZR_Fon
                       static_cast<int>(text.size()), em, rotation, bounds, &list, true);
 }
 
-}  // namespace dlview
+}  // namespace DL::dxf

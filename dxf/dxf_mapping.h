@@ -7,6 +7,12 @@
 // - LINE, LWPOLYLINE, POLYLINE: a `Polyline` through the mapped points (bulges
 //   are flattened by the loader); a closed one gets its first point again at
 //   the end. A line whose points all round to one world point is a `Dot`.
+//   A polyline with widths is a filled outline instead: one
+//   `PolytriangleWithNoBorder` strip, a quad a segment (its start width to
+//   its end width across it), the strip's triangles between two quads
+//   filling the inside of their joint. The outer corner of a turn keeps a
+//   notch where CAD draws a miter; the chords of a flattened bulge turn too
+//   little for it to show.
 // - CIRCLE: an `Ellipse`; ARC: an `EllipticalArc` (angles counter-clockwise
 //   from start to end, as both DXF and the library read them); ELLIPSE: an
 //   `Ellipse` when whole, else an `EllipticalArc`, with its tilt. Under a map
@@ -16,11 +22,18 @@
 // - TEXT, ATTRIB, MTEXT: one `Text` per line, measured by the text engine.
 //   DXF gives the height of capitals; the em of the font is that over 0.73
 //   (the capital height of DejaVu Sans). TEXT justification and MTEXT
-//   attachment move the baseline as the file says; MTEXT lines are split at
-//   \P and spaced 5/3 of the height times the spacing factor, and its inline
-//   codes (fonts, colours, stacking) are dropped, leaving their text. MTEXT
-//   width wrapping and TEXT's width factor are not applied. Without a text
-//   engine texts are counted as not shown.
+//   attachment move the baseline as the file says; an aligned TEXT runs from
+//   its first point to its second, its height scaled to fit. MTEXT lines are
+//   split at \P, wrapped at the MTEXT's width (greedily, at spaces, as
+//   measured) and spaced 5/3 of the height times the spacing factor; its
+//   inline codes (fonts, colours, stacking) are dropped, leaving their text.
+//   TEXT's width factor and oblique angle, and "fit" alignment's squeeze,
+//   are not applied (the library's Text has neither). Without a text engine
+//   texts are counted as not shown.
+// - SPLINE, LEADER: a `Polyline` through their flattened points, as above; a
+//   LEADER's arrow head a `PolytriangleWithNoBorder` triangle.
+// - DIMENSION: as an INSERT of its geometry block at the origin.
+// - IMAGE: its frame, a closed `Polyline`.
 // - SOLID, TRACE: a `PolytriangleWithNoBorder`: the file's corner order is a
 //   triangle strip already.
 // - HATCH (solid): one `Polygon`. Several loops (islands) are chained into
@@ -52,10 +65,10 @@
 #include <vector>
 
 #include "displaylist/display_list.h"
+#include "dxf/dxf_loader.h"
 #include "foundation/rendering.h"
-#include "tools/dxf_loader.h"
 
-namespace dlview {
+namespace DL::dxf {
 
 // x' = a x + b y + e, y' = c x + d y + f.
 struct Affine {
@@ -82,6 +95,11 @@ struct MappingReport {
   std::vector<long> not_shown_in_blocks = std::vector<long>(kDxfKindCount, 0);
   long drawables = 0;    // drawables added, to every list
   long block_lists = 0;  // block lists built
+  // The world rectangle of what was added to the list: the drawables' own
+  // bounds (arcs by their sweep, texts as the engine measures them), so a view
+  // framed by it shows all that is drawn and nothing more. Empty when nothing
+  // was added.
+  DL::WorldBounds bounds = DL::WorldBounds::empty();
 };
 
 // What the drawables of a sheet refer to: the layers, the block lists, the
@@ -129,10 +147,17 @@ class SheetContext {
 MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
                                   SheetContext& context, DL::DisplayList& list);
 
+// The same, for a drawing read only to be shown: each model-space entity's
+// points and detail are let go as soon as it is mapped and `drawing.entities`
+// is left empty (its blocks, layers and counts stay), so the records and the
+// list do not both sit in memory whole. A million LINEs peak some 50 MB lower.
+MappingReport consume_into_display_list(DxfDrawing& drawing, const Placement& placement,
+                                        SheetContext& context, DL::DisplayList& list);
+
 // An MTEXT string without its inline codes, split into lines.
 std::vector<std::string> mtext_lines(const std::string& text);
 // %%d, %%p, %%c, %%u, %%o and %%% of TEXT resolved (underline and overline
 // dropped).
 std::string text_codes(const std::string& text);
 
-}  // namespace dlview
+}  // namespace DL::dxf

@@ -12,7 +12,7 @@
 #include "foundation/rendering.h"
 #include "text/text.h"
 
-namespace dlview {
+namespace DL::dxf {
 
 // UTF-8 (Latin-1 where not valid) to UTF-16 code units.
 std::u16string to_utf16(const std::string& text);
@@ -34,4 +34,4 @@ DL::Text* make_label(DL::DisplayList& list, ZR_Text_Engine* engine, const ZR_Fon
                      ZR_RGB32 color, DL::DoublePoint origin, double em, double rotation,
                      const std::u16string& text, DL::WorldBounds& bounds);
 
-}  // namespace dlview
+}  // namespace DL::dxf

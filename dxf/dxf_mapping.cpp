@@ -1,23 +1,32 @@
 // The mapping of DXF entities to drawables; see dxf_mapping.h.
-#include "tools/dxf_mapping.h"
+#include "dxf/dxf_mapping.h"
 
 #include <algorithm>
 #include <cmath>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include "drawables/dot.h"
 #include "drawables/polything.h"
 #include "drawables/polytriangle.h"
+#include "dxf/dxf_hatch_p.h"
+#include "dxf/text_label.h"
 #include "ellipse/ellipse.h"
 #include "nested/drawable_display_list.h"
-#include "tools/text_label.h"
 
-namespace dlview {
+namespace DL::dxf {
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kCapitalHeight = 0.73;  // capital height of DejaVu Sans, in ems
 constexpr int kMaxBlockDepth = 16;
+// Pieces of one dashed entity at most; past it the entity is continuous.
+constexpr double kMaxDashes = 100000;
+// Dashes of one patterned hatch at most; past it the hatch shows its outline.
+constexpr std::size_t kMaxHatchDashes = 100000;
 constexpr double kBlockSide = 268435456.0;  // 2^28: the larger side of a block's world
 
 DL::WorldPoint to_world(DxfPoint p) {
@@ -46,8 +55,8 @@ std::vector<DxfPoint> flatten(DxfPoint c, double rx, double ry, double rotation,
 
 class Mapper {
  public:
-  Mapper(const DxfDrawing& d, SheetContext& context, MappingReport& report)
-      : d_(d), cx_(context), report_(report) {}
+  Mapper(const DxfDrawing& d, SheetContext& context, MappingReport& report, DL::DisplayList& top)
+      : d_(d), cx_(context), report_(report), top_(&top) {}
 
   // Maps `e` into `list` through `m`; false when it shows nothing. `layer` is
   // the layer to give the drawables, `by_block` the colour BYBLOCK takes.
@@ -57,9 +66,15 @@ class Mapper {
     const ZR_RGB32 color = e.by_block ? by_block : e.color;
     list_ = &list;
     layer_ = layer;
+    if (e.line_type != 0 && dashed(e, m, color)) return true;
     switch (e.kind) {
+      case DxfKind::leader:
+        return leader(e, m, color);
       case DxfKind::line:
+      case DxfKind::spline:
+      case DxfKind::image:
       case DxfKind::polyline: {
+        if (!e.detail().widths.empty()) return wide_polyline(e, m, color);
         std::vector<DxfPoint> pts = e.points;
         if (e.closed && pts.size() > 2) pts.push_back(pts.front());
         return polyline(pts, m, color);
@@ -90,6 +105,7 @@ class Mapper {
       case DxfKind::hatch:
         return hatch(e, m, color);
       case DxfKind::insert:
+      case DxfKind::dimension:
         return insert(e, m, color, depth);
     }
     return false;
@@ -99,6 +115,7 @@ class Mapper {
   // `points`: what a draw of the drawable hands on (see max_points).
   void add(DL::Drawable* drawable, const DL::WorldBounds& b, long points = 1) {
     drawable->set_layer(layer_);
+    if (list_ == top_) report_.bounds.merge(b);
     list_->add(drawable, b);
     ++report_.drawables;
     points_ += points;
@@ -126,26 +143,164 @@ class Mapper {
     return true;
   }
 
+  // A leader: its line, and a closed filled arrow head at its first vertex,
+  // as long as the leader's `height` and a third of that wide, pointing
+  // from the second vertex to the first.
+  bool leader(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    const bool drawn = polyline(e.points, m, color);
+    const double size = e.detail().height;
+    if (!drawn || !(size > 0) || e.points.size() < 2) return drawn;
+    const DxfPoint tip = e.points[0], from = e.points[1];
+    const double len = std::hypot(tip.x - from.x, tip.y - from.y);
+    if (!(len > 0)) return drawn;
+    const double ux = (tip.x - from.x) / len, uy = (tip.y - from.y) / len;
+    const DxfPoint back{tip.x - ux * size, tip.y - uy * size};
+    const double half = size / 6;
+    std::vector<DL::WorldPoint> strip{to_world(m.apply(tip)),
+                                      to_world(m.apply({back.x - uy * half, back.y + ux * half})),
+                                      to_world(m.apply({back.x + uy * half, back.y - ux * half}))};
+    add(new DL::PolytriangleWithNoBorder(color, 3, strip.data()), bounds_of(strip), 3);
+    return true;
+  }
+
+  // An entity with a dashed line type: its path (curves flattened) cut into
+  // a `Polyline` a dash and a `Dot` a dot, the pattern's lengths times
+  // $LTSCALE and the entity's own scale, starting at the path's start. False
+  // (drawn continuous) for kinds without a path, a polyline with widths, or
+  // a pattern so fine against the path that it would give over
+  // kMaxDashes pieces, as CAD draws such lines continuous too.
+  bool dashed(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    std::vector<DxfPoint> path;
+    const DxfDetail& x = e.detail();
+    switch (e.kind) {
+      case DxfKind::line:
+      case DxfKind::polyline:
+      case DxfKind::spline:
+      case DxfKind::leader:
+        if (!x.widths.empty()) return false;
+        path = e.points;
+        if (e.closed && path.size() > 2) path.push_back(path.front());
+        break;
+      case DxfKind::circle:
+      case DxfKind::arc:
+      case DxfKind::ellipse: {
+        const bool whole =
+            e.kind == DxfKind::circle ||
+            (e.kind == DxfKind::ellipse && std::fabs(x.end - x.start) >= 2 * kPi - 1e-9);
+        path = flatten(x.center, x.radius_x, x.radius_y, x.rotation, whole ? 0.0 : x.start,
+                       whole ? 2 * kPi : x.end);
+        break;
+      }
+      default:
+        return false;
+    }
+    auto type = d_.line_types.find(d_.line_type_names[e.line_type]);
+    if (type == d_.line_types.end() || path.size() < 2) return false;
+    const double scale = d_.header.ltscale * x.line_type_scale;
+    std::vector<double> dashes;
+    double period = 0;
+    for (double dash : type->second.dashes) {
+      dashes.push_back(dash * scale);
+      period += std::fabs(dash * scale);
+    }
+    double length = 0;
+    for (std::size_t i = 1; i < path.size(); ++i)
+      length += std::hypot(path[i].x - path[i - 1].x, path[i].y - path[i - 1].y);
+    if (!(period > 0) || !(length / period * static_cast<double>(dashes.size()) < kMaxDashes))
+      return false;
+    // Walk the path: `pos` along it, `k` the dash being laid, `left` of it.
+    std::vector<DxfPoint> run;
+    std::size_t k = 0;
+    double left = std::fabs(dashes[0]);
+    auto flush = [&]() {
+      if (dashes[k] > 0 && run.size() >= 2) polyline(run, m, color);
+      if (dashes[k] == 0 && !run.empty()) {
+        const DL::WorldPoint p = to_world(m.apply(run.front()));
+        add(new DL::Dot(color, p), {p, p});
+      }
+      run.clear();
+    };
+    run.push_back(path[0]);
+    for (std::size_t i = 1; i < path.size(); ++i) {
+      DxfPoint a = path[i - 1];
+      const DxfPoint b = path[i];
+      double segment = std::hypot(b.x - a.x, b.y - a.y);
+      while (segment >= left) {
+        const double f = segment > 0 ? left / segment : 0;
+        a = {a.x + (b.x - a.x) * f, a.y + (b.y - a.y) * f};
+        segment -= left;
+        if (dashes[k] >= 0) run.push_back(a);
+        flush();
+        k = (k + 1) % dashes.size();
+        left = std::fabs(dashes[k]);
+        if (dashes[k] >= 0) run.push_back(a);
+        if (left == 0) {  // a dot: laid where it falls
+          flush();
+          k = (k + 1) % dashes.size();
+          left = std::fabs(dashes[k]);
+          if (dashes[k] >= 0) run.push_back(a);
+        }
+        if (points_ >= cx_.max_points) return true;
+      }
+      left -= segment;
+      if (dashes[k] > 0) run.push_back(b);
+    }
+    flush();
+    return true;
+  }
+
+  // A polyline with widths: one triangle strip, a quad a segment from its
+  // start width to its end width, the triangles between quads filling the
+  // joints' inner wedge.
+  bool wide_polyline(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    const std::vector<double>& widths = e.detail().widths;
+    std::vector<DxfPoint> pts = e.points;
+    if (e.closed && pts.size() > 1 &&
+        (pts.back().x != pts.front().x || pts.back().y != pts.front().y))
+      pts.push_back(pts.front());
+    if (pts.size() < 2 || widths.size() != 2 * (pts.size() - 1))
+      return polyline(e.points, m, color);
+    std::vector<DL::WorldPoint> strip;
+    strip.reserve(4 * (pts.size() - 1));
+    for (std::size_t k = 0; k + 1 < pts.size(); ++k) {
+      const DxfPoint a = pts[k], b = pts[k + 1];
+      const double len = std::hypot(b.x - a.x, b.y - a.y);
+      if (!(len > 0)) continue;
+      const double nx = -(b.y - a.y) / len, ny = (b.x - a.x) / len;  // left normal
+      const double h0 = widths[2 * k] / 2, h1 = widths[2 * k + 1] / 2;
+      for (DxfPoint p :
+           {DxfPoint{a.x + nx * h0, a.y + ny * h0}, DxfPoint{a.x - nx * h0, a.y - ny * h0},
+            DxfPoint{b.x + nx * h1, b.y + ny * h1}, DxfPoint{b.x - nx * h1, b.y - ny * h1}})
+        strip.push_back(to_world(m.apply(p)));
+    }
+    if (strip.size() < 3) return polyline(e.points, m, color);
+    add(new DL::PolytriangleWithNoBorder(color, static_cast<int>(strip.size()), strip.data()),
+        bounds_of(strip), static_cast<long>(strip.size()));
+    return true;
+  }
+
   bool curve(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
     const bool whole = e.kind == DxfKind::circle ||
-                       (e.kind == DxfKind::ellipse && std::fabs(e.end - e.start) >= 2 * kPi - 1e-9);
+                       (e.kind == DxfKind::ellipse &&
+                        std::fabs(e.detail().end - e.detail().start) >= 2 * kPi - 1e-9);
     if (!m.conformal()) {
-      std::vector<DxfPoint> pts = flatten(e.center, e.radius_x, e.radius_y, e.rotation,
-                                          whole ? 0.0 : e.start, whole ? 2 * kPi : e.end);
+      std::vector<DxfPoint> pts =
+          flatten(e.detail().center, e.detail().radius_x, e.detail().radius_y, e.detail().rotation,
+                  whole ? 0.0 : e.detail().start, whole ? 2 * kPi : e.detail().end);
       return polyline(pts, m, color);
     }
     const double k = std::hypot(m.a, m.c);
     const double turn = std::atan2(m.c, m.a);
-    const DL::WorldPoint c = to_world(m.apply(e.center));
-    const DL::WorldPoint r{DL::round_to_int32_saturated(std::fabs(e.radius_x) * k),
-                           DL::round_to_int32_saturated(std::fabs(e.radius_y) * k)};
-    const auto rotation = static_cast<float>(std::remainder(e.rotation + turn, 2 * kPi));
+    const DL::WorldPoint c = to_world(m.apply(e.detail().center));
+    const DL::WorldPoint r{DL::round_to_int32_saturated(std::fabs(e.detail().radius_x) * k),
+                           DL::round_to_int32_saturated(std::fabs(e.detail().radius_y) * k)};
+    const auto rotation = static_cast<float>(std::remainder(e.detail().rotation + turn, 2 * kPi));
     DL::Drawable* drawable;
     if (whole) {
       drawable = new DL::Ellipse(color, c, r, rotation, list_);
     } else {
-      drawable = new DL::EllipticalArc(color, c, r, rotation, static_cast<float>(e.start),
-                                       static_cast<float>(e.end), list_);
+      drawable = new DL::EllipticalArc(color, c, r, rotation, static_cast<float>(e.detail().start),
+                                       static_cast<float>(e.detail().end), list_);
     }
     DL::WorldBounds b = DL::WorldBounds::empty();
     drawable->add_bounds(b);
@@ -158,36 +313,89 @@ class Mapper {
     ZR_Text_Engine* engine = cx_.engine();
     if (!engine) return false;
     const double k = std::sqrt(std::fabs(m.a * m.d - m.b * m.c));
-    const double cap = e.height * k;  // capital height in world units
+    const double cap = e.detail().height * k;  // capital height in world units
     if (!(cap > 0)) return false;
     const double em = cap / kCapitalHeight;
     // The writing direction: the entity's angle carried through the map.
-    const DxfPoint dir = {m.a * std::cos(e.rotation) + m.b * std::sin(e.rotation),
-                          m.c * std::cos(e.rotation) + m.d * std::sin(e.rotation)};
-    const double angle = std::atan2(dir.y, dir.x);
-    const double cs = std::cos(angle), sn = std::sin(angle);
+    const DxfPoint dir = {
+        m.a * std::cos(e.detail().rotation) + m.b * std::sin(e.detail().rotation),
+        m.c * std::cos(e.detail().rotation) + m.d * std::sin(e.detail().rotation)};
+
     std::vector<std::string> lines = e.kind == DxfKind::mtext
-                                         ? mtext_lines(e.text)
-                                         : std::vector<std::string>{text_codes(e.text)};
+                                         ? mtext_lines(e.detail().text)
+                                         : std::vector<std::string>{text_codes(e.detail().text)};
+    if (e.kind == DxfKind::mtext && e.detail().box_width > 0)
+      lines = wrap(lines, e.detail().box_width * k, em);
+    double angle = std::atan2(dir.y, dir.x);
+    double em_used = em, cap_used = cap;
+    if (e.kind != DxfKind::mtext && e.detail().halign == 3) {
+      // Aligned: the text runs from its first point to its second, its
+      // height scaled with its width to fit.
+      const DxfPoint a = m.apply(e.points[0]), b = m.apply(e.detail().align_point);
+      const double length = std::hypot(b.x - a.x, b.y - a.y);
+      const double width = label_width(engine, cx_.font(), to_utf16(lines[0]), em);
+      if (length > 0 && width > 0) {
+        em_used = em * length / width;
+        cap_used = cap * length / width;
+        angle = std::atan2(b.y - a.y, b.x - a.x);
+      }
+    }
+    return place_lines(e, m, color, lines, angle, em_used, cap_used);
+  }
+
+  // Greedy wrapping at `width` world units: words move to the next line
+  // while the line is too wide; a word wider than the box keeps a line.
+  std::vector<std::string> wrap(const std::vector<std::string>& lines, double width, double em) {
+    std::vector<std::string> out;
+    for (const std::string& line : lines) {
+      std::string current;
+      std::size_t start = 0;
+      bool any = false;
+      while (start <= line.size()) {
+        std::size_t space = line.find(' ', start);
+        if (space == std::string::npos) space = line.size();
+        const std::string word = line.substr(start, space - start);
+        start = space + 1;
+        const std::string joined = any ? current + " " + word : word;
+        if (any && label_width(cx_.engine(), cx_.font(), to_utf16(joined), em) > width) {
+          out.push_back(current);
+          current = word;
+        } else {
+          current = joined;
+        }
+        any = true;
+      }
+      out.push_back(current);
+    }
+    return out;
+  }
+
+  bool place_lines(const DxfEntity& e, const Affine& m, ZR_RGB32 color,
+                   const std::vector<std::string>& lines, double angle, double em, double cap) {
+    ZR_Text_Engine* engine = cx_.engine();
+    const double cs = std::cos(angle), sn = std::sin(angle);
     // Baseline offsets in the text's own frame, world units.
     bool any = false;
-    const double spacing = cap * 5.0 / 3.0 * e.line_spacing;
+    const double spacing = cap * 5.0 / 3.0 * e.detail().line_spacing;
     const double total = cap + spacing * static_cast<double>(lines.size() - 1);
     DxfPoint anchor = e.points[0];
     int column = 0;
     double first_y = 0;
     if (e.kind == DxfKind::mtext) {
-      const int row = (e.attachment - 1) / 3;
-      column = (e.attachment - 1) % 3;
+      const int row = (e.detail().attachment - 1) / 3;
+      column = (e.detail().attachment - 1) % 3;
       first_y = row == 0 ? -cap : row == 1 ? total / 2 - cap : total - cap;
-    } else if (e.halign != 0 || e.valign != 0) {
-      anchor = e.align_point;
-      column = e.halign == 1 || e.halign == 4 ? 1 : e.halign == 2 ? 2 : 0;
-      if (e.halign == 3 || e.halign == 5) anchor = e.points[0];  // aligned, fit: from the start
-      first_y = e.valign == 3                    ? -cap
-                : e.valign == 2 || e.halign == 4 ? -cap / 2
-                : e.valign == 1                  ? 0.21 * em  // the descender of the face
-                                                 : 0.0;
+    } else if (e.detail().halign != 0 || e.detail().valign != 0) {
+      anchor = e.detail().align_point;
+      column = e.detail().halign == 1 || e.detail().halign == 4 ? 1
+               : e.detail().halign == 2                         ? 2
+                                                                : 0;
+      if (e.detail().halign == 3 || e.detail().halign == 5)
+        anchor = e.points[0];  // aligned, fit: from the start
+      first_y = e.detail().valign == 3                             ? -cap
+                : e.detail().valign == 2 || e.detail().halign == 4 ? -cap / 2
+                : e.detail().valign == 1 ? 0.21 * em  // the descender of the face
+                                         : 0.0;
     }
     const DxfPoint origin = m.apply(anchor);
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -207,9 +415,10 @@ class Mapper {
   }
 
   bool hatch(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    if (!e.detail().pattern.empty()) return pattern(e, m, color);
     std::vector<DL::WorldPoint> pts;
     DL::WorldPoint anchor{};
-    for (const auto& loop : e.loops) {
+    for (const auto& loop : e.detail().loops) {
       if (loop.size() < 3) continue;
       const std::size_t start = pts.size();
       for (const DxfPoint& p : loop) pts.push_back(to_world(m.apply(p)));
@@ -226,26 +435,49 @@ class Mapper {
     return true;
   }
 
+  // A patterned hatch: a `Polyline` a dash (a `Dot` a dot), or the boundary's
+  // outlines when the pattern would give more than kMaxHatchDashes.
+  bool pattern(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    std::vector<DxfSegment> dashes;
+    if (!hatch_segments(e.detail(), kMaxHatchDashes, dashes)) {
+      bool any = false;
+      for (const auto& loop : e.detail().loops) {
+        if (loop.size() < 2) continue;
+        std::vector<DxfPoint> closed = loop;
+        closed.push_back(loop.front());
+        any = polyline(closed, m, color) || any;
+      }
+      return any;
+    }
+    bool any = false;
+    for (const DxfSegment& s : dashes) {
+      if (points_ >= cx_.max_points) break;
+      any = polyline({s.first, s.second}, m, color) || any;
+    }
+    return any;
+  }
+
   bool insert(const DxfEntity& e, const Affine& m, ZR_RGB32 color, int depth) {
-    auto block = d_.blocks.find(e.block);
+    auto block = d_.blocks.find(e.detail().block);
     if (block == d_.blocks.end() || depth >= kMaxBlockDepth) return false;
     // A block expanded inside itself: cyclic, not shown (the shared lists
     // catch their cycles while they are built).
     if (std::find(expanding_.begin(), expanding_.end(), &block->second) != expanding_.end())
       return false;
-    const double turn = std::remainder(e.rotation, 2 * kPi);
-    const bool nest = m.axis_aligned() && std::fabs(turn) < 1e-12 && e.scale.x > 0 && e.scale.y > 0;
+    const double turn = std::remainder(e.detail().rotation, 2 * kPi);
+    const bool nest = m.axis_aligned() && std::fabs(turn) < 1e-12 && e.detail().scale.x > 0 &&
+                      e.detail().scale.y > 0;
     DL::DisplayList& list = *list_;
     DL::Extra_Layer_Info* layer = layer_;
     bool any = false;
-    const double cs = std::cos(e.rotation), sn = std::sin(e.rotation);
-    for (int col = 0; col < e.columns; ++col) {
-      for (int row = 0; row < e.rows; ++row) {
+    const double cs = std::cos(e.detail().rotation), sn = std::sin(e.detail().rotation);
+    for (int col = 0; col < e.detail().columns; ++col) {
+      for (int row = 0; row < e.detail().rows; ++row) {
         if (points_ >= cx_.max_points) return any;
         // Block point p lands at ip + R (S (p - base) + cell).
-        const double cell_x = col * e.spacing.x, cell_y = row * e.spacing.y;
+        const double cell_x = col * e.detail().spacing.x, cell_y = row * e.detail().spacing.y;
         const DxfPoint base = block->second.base;
-        const double sx = e.scale.x, sy = e.scale.y;
+        const double sx = e.detail().scale.x, sy = e.detail().scale.y;
         Affine local{cs * sx,
                      -sn * sy,
                      sn * sx,
@@ -253,7 +485,7 @@ class Mapper {
                      e.points[0].x + cs * (cell_x - sx * base.x) - sn * (cell_y - sy * base.y),
                      e.points[0].y + sn * (cell_x - sx * base.x) + cs * (cell_y - sy * base.y)};
         if (nest) {
-          SheetContext::BlockList* bl = block_list(e.block, color, depth);
+          SheetContext::BlockList* bl = block_list(e.detail().block, color, depth);
           if (!bl || !bl->list) continue;
           // Each cell draws the whole block list: within the budget or not at all.
           if (bl->points + 1 > cx_.max_points - points_) return any;
@@ -316,7 +548,8 @@ class Mapper {
     DL::Extra_Layer_Info* outer_layer = layer_;
     for (const DxfEntity& e : block.entities) {
       DL::Extra_Layer_Info* layer =
-          e.layer == "0" ? nullptr : cx_.layers.find_or_add(e.layer, layer_shown(e.layer));
+          e.layer == 0 ? nullptr
+                       : cx_.layers.find_or_add(d_.layer_of(e), layer_shown(d_.layer_of(e)));
       if (!map(e, to_block, *list, layer, by_block, depth + 1))
         ++report_.not_shown_in_blocks[static_cast<int>(e.kind)];
     }
@@ -339,6 +572,7 @@ class Mapper {
   const DxfDrawing& d_;
   SheetContext& cx_;
   MappingReport& report_;
+  DL::DisplayList* top_;  // the list whose drawables `report_.bounds` covers
   DL::DisplayList* list_ = nullptr;
   DL::Extra_Layer_Info* layer_ = nullptr;
   // Points a draw of everything added so far hands on (see max_points).
@@ -370,19 +604,50 @@ SheetContext::~SheetContext() {
   if (engine_) release(engine_);
 }
 
-MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
-                                  SheetContext& context, DL::DisplayList& list) {
+namespace {
+
+// The model-space entities of `drawing` into `list`; with `consume`, each
+// entity's points and detail are let go once it is mapped.
+MappingReport map_entities(const DxfDrawing& drawing, std::vector<DxfEntity>* consume,
+                           const Placement& placement, SheetContext& context,
+                           DL::DisplayList& list) {
   MappingReport report;
-  Mapper mapper(drawing, context, report);
+  Mapper mapper(drawing, context, report, list);
   const Affine m = Affine::from(placement);
-  for (const DxfEntity& e : drawing.entities) {
-    DL::Extra_Layer_Info* layer = context.layers.find_or_add(e.layer, mapper.layer_shown(e.layer));
+  for (std::size_t i = 0; i < drawing.entities.size(); ++i) {
+    const DxfEntity& e = drawing.entities[i];
+    DL::Extra_Layer_Info* layer =
+        context.layers.find_or_add(drawing.layer_of(e), mapper.layer_shown(drawing.layer_of(e)));
     const int kind = static_cast<int>(e.kind);
     if (mapper.map(e, m, list, layer, 0, 0))
       ++report.shown[kind];
     else
       ++report.not_shown[kind];
+    if (!consume) continue;
+    (*consume)[i].release();
+#ifdef __GLIBC__
+    // The freed points lie all over the heap: hand their pages back now and
+    // then, or the list grows beside memory nobody uses.
+    if (i % 65536 == 65535) ::malloc_trim(0);
+#endif
   }
+  return report;
+}
+
+}  // namespace
+
+MappingReport add_to_display_list(const DxfDrawing& drawing, const Placement& placement,
+                                  SheetContext& context, DL::DisplayList& list) {
+  return map_entities(drawing, nullptr, placement, context, list);
+}
+
+MappingReport consume_into_display_list(DxfDrawing& drawing, const Placement& placement,
+                                        SheetContext& context, DL::DisplayList& list) {
+  MappingReport report = map_entities(drawing, &drawing.entities, placement, context, list);
+  std::vector<DxfEntity>().swap(drawing.entities);
+#ifdef __GLIBC__
+  ::malloc_trim(0);
+#endif
   return report;
 }
 
@@ -483,4 +748,4 @@ std::vector<std::string> mtext_lines(const std::string& text) {
   return lines;
 }
 
-}  // namespace dlview
+}  // namespace DL::dxf

@@ -1,0 +1,566 @@
+// The DXF reader on files written by another program (tests/data/dxf, from
+// make_dxf.py): what each rule of the file makes of the records, and what the
+// mapping draws from them, seen through the recording backend. And the
+// honest-input faults: files cut short, bad numbers, directories.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "backends/recording/recording.h"
+#include "backends/recording/recording_text.h"
+#include "displaylist/display_list.h"
+#include "drawables/polything.h"
+#include "dxf/dxf_loader.h"
+#include "dxf/dxf_mapping.h"
+#include "tests/support/test_files.h"
+#include "tests/support/tree_check.h"
+#include "tools/demo_drawing.h"
+
+namespace DL::dxf {
+namespace {
+
+std::string data(const char* name) {
+  return std::string(DL_DXF_DATA_DIR) + "/" + name;
+}
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::string write(const std::string& name, const std::string& text) {
+  const std::string path = test::test_file(name);
+  std::ofstream(path, std::ios::binary) << text;
+  return path;
+}
+
+DxfDrawing load(const std::string& path, const DxfLoadOptions& options = {}) {
+  DxfDrawing d;
+  std::string error;
+  EXPECT_TRUE(load_dxf(path, d, error, options)) << error;
+  return d;
+}
+
+// A drawing mapped with one drawing unit to 1000 world units and drawn into a
+// 400 x 400 recording in which one pixel is one drawing unit, the drawing's
+// origin at pixel (200, 200).
+struct Drawn {
+  explicit Drawn(const DxfDrawing& d, DxfDrawing* consume = nullptr)
+      : engine(new RecordingTextEngine), context(engine), renderer(new RecordingRenderer) {
+    add_ref(engine);
+    add_ref(renderer);
+    Placement p;
+    p.scale = 1000;
+    p.offset_x = p.offset_y = 200000;
+    report = consume ? consume_into_display_list(*consume, p, context, list)
+                     : add_to_display_list(d, p, context, list);
+    EXPECT_TRUE(test::tree_is_valid(list, nullptr));
+    list.set_renderer(renderer);
+    list.text_engine = engine;
+    add_ref(engine);
+    list.set_screen_bounds({{0, 0}, {399, 399}});
+    list.set_world_bounds({{0, 0}, {399000, 399000}});
+    list.draw_view();
+    list.set_renderer(nullptr);
+    for (const Drawable* x : test::drawables_in_order(list.root)) drawables.push_back(x);
+  }
+  ~Drawn() {
+    release(renderer);
+    release(engine);
+  }
+  // The polylines' points, back in drawing units.
+  std::vector<std::vector<DxfPoint>> polylines() const {
+    std::vector<std::vector<DxfPoint>> out;
+    auto unit = [](WorldPoint p) {
+      return DxfPoint{(p.x - 200000) / 1000.0, (p.y - 200000) / 1000.0};
+    };
+    for (const Drawable* x : drawables) {
+      if (std::string(dlview::class_name(x)) != "Polyline") continue;
+      std::vector<DxfPoint>& pts = out.emplace_back();
+      WorldVector v;
+      for (int i = 0; i + 1 < static_cast<const Polyline*>(x)->count && x->get_vector(i, v); ++i) {
+        if (i == 0) pts.push_back(unit(v.start));
+        pts.push_back(unit(v.end));
+      }
+    }
+    return out;
+  }
+
+  RecordingTextEngine* engine;
+  SheetContext context;
+  DisplayList list;
+  RecordingRenderer* renderer;  // ref-counted, as renderers are
+  MappingReport report;
+  std::vector<const Drawable*> drawables;
+};
+
+TEST(DxfReader, MtextChunksComeBeforeTheLastPart) {
+  // Fault: MTEXT over 250 characters lost its first chunks (code 3).
+  const DxfDrawing d = load(data("mtext_chunks.dxf"));
+  ASSERT_EQ(d.entities.size(), 1u);
+  const DxfEntity& e = d.entities[0];
+  EXPECT_EQ(e.kind, DxfKind::mtext);
+  EXPECT_EQ(e.detail().text.size(), 649u);
+  EXPECT_EQ(e.detail().text.rfind("BEGIN word000 word001", 0), 0u);
+  EXPECT_NE(e.detail().text.find("word040 word041"), std::string::npos);
+  EXPECT_EQ(e.detail().text.substr(e.detail().text.size() - 11), "word079 END");
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::mtext)], 1);
+  ASSERT_EQ(drawn.engine->calls.empty(), false);
+}
+
+TEST(DxfReader, ExtrusionMirrorsArcsPolylinesAndInserts) {
+  // Fault: the extrusion direction was dropped, so an arc drawn from below
+  // (extrusion 0,0,-1) landed on the other side of the origin.
+  const DxfDrawing d = load(data("ocs_mirrored.dxf"));
+  ASSERT_EQ(d.entities.size(), 4u);
+  auto end_points = [](const DxfEntity& e, DxfPoint& a, DxfPoint& b) {
+    const double c = std::cos(e.detail().rotation), s = std::sin(e.detail().rotation);
+    auto at = [&](double t) {
+      const double x = e.detail().radius_x * std::cos(t), y = e.detail().radius_y * std::sin(t);
+      return DxfPoint{e.detail().center.x + c * x - s * y, e.detail().center.y + s * x + c * y};
+    };
+    a = at(e.detail().start);
+    b = at(e.detail().end);
+  };
+  // Counter-clockwise from (-10, 5) to (-15, 0) about (-10, 0).
+  const DxfEntity& arc = d.entities[0];
+  ASSERT_EQ(arc.kind, DxfKind::arc);
+  DxfPoint a, b;
+  end_points(arc, a, b);
+  EXPECT_NEAR(arc.detail().center.x, -10, 1e-9);
+  EXPECT_NEAR(arc.detail().center.y, 0, 1e-9);
+  EXPECT_NEAR(a.x, -10, 1e-9);
+  EXPECT_NEAR(a.y, 5, 1e-9);
+  EXPECT_NEAR(b.x, -15, 1e-9);
+  EXPECT_NEAR(b.y, 0, 1e-9);
+  // The plain arc stays as it is.
+  const DxfEntity& plain = d.entities[3];
+  end_points(plain, a, b);
+  EXPECT_NEAR(a.x, 5, 1e-9);
+  EXPECT_NEAR(a.y, -20, 1e-9);
+  EXPECT_NEAR(b.x, 0, 1e-9);
+  EXPECT_NEAR(b.y, -15, 1e-9);
+
+  // Framed by the arcs' sweeps, not their whole circles (a fault: drawings
+  // sat in a quarter of the picture), both as read and as drawn.
+  EXPECT_NEAR(d.extent.min_x, -23, 1e-9);
+  EXPECT_NEAR(d.extent.max_x, 5, 1e-9);
+  EXPECT_NEAR(d.extent.min_y, -20, 1e-9);
+  EXPECT_NEAR(d.extent.max_y, 5, 1e-9);
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.drawables, 4);
+  // (The arcs' own bounds may be a tenth of a radius generous; whole circles
+  // would reach 175000 below.)
+  EXPECT_NEAR(drawn.report.bounds.min.x, 177000, 600);
+  EXPECT_NEAR(drawn.report.bounds.max.x, 205000, 600);
+  EXPECT_NEAR(drawn.report.bounds.min.y, 180000, 600);
+  EXPECT_NEAR(drawn.report.bounds.max.y, 205000, 600);
+  // The arcs reach the renderer centred where CAD draws them.
+  std::vector<ZR_DCI_Point> centres;
+  for (const RecordedCall& call : drawn.renderer->calls)
+    if (call.entry.find("ellip") != std::string::npos) centres.push_back(call.points.at(0));
+  ASSERT_EQ(centres.size(), 2u);
+  EXPECT_NEAR(centres[0].x, 190, 1);  // -10 + 200
+  EXPECT_NEAR(centres[0].y, 200, 1);
+  EXPECT_NEAR(centres[1].x, 200, 1);
+  EXPECT_NEAR(centres[1].y, 180, 1);
+  // The polyline and the INSERT's line, mirrored in x.
+  const auto lines = drawn.polylines();
+  ASSERT_EQ(lines.size(), 2u);
+  ASSERT_EQ(lines[0].size(), 2u);
+  EXPECT_NEAR(lines[0][0].x, -1, 1e-3);
+  EXPECT_NEAR(lines[0][1].x, -4, 1e-3);
+  EXPECT_NEAR(lines[0][1].y, 1, 1e-3);
+  ASSERT_EQ(lines[1].size(), 2u);
+  EXPECT_NEAR(lines[1][0].x, -20, 1e-3);
+  EXPECT_NEAR(lines[1][1].x, -23, 1e-3);
+  EXPECT_NEAR(lines[1][1].y, 1, 1e-3);
+}
+
+TEST(DxfReader, PolylineWidthsAreFilledOutlines) {
+  // Fault: a wide polyline showed as a hairline.
+  const DxfDrawing d = load(data("polyline_widths.dxf"));
+  ASSERT_EQ(d.entities.size(), 3u);
+  // Two segments of width 2; one of 4 to 0; four of 1, the closing one too.
+  EXPECT_EQ(d.entities[0].detail().widths, (std::vector<double>{2, 2, 2, 2}));
+  EXPECT_EQ(d.entities[1].detail().widths, (std::vector<double>{4, 0}));
+  EXPECT_EQ(d.entities[2].detail().widths, (std::vector<double>(8, 1.0)));
+  Drawn drawn(d);
+  std::vector<std::string> strips;
+  for (const RecordedCall& call : drawn.renderer->calls) strips.push_back(call.to_string());
+  ASSERT_EQ(strips.size(), 3u);
+  for (const std::string& s : strips) EXPECT_NE(s.find("triangle"), std::string::npos) << s;
+  // A quad a segment, its corners half the width off the centre line.
+  const auto& first = drawn.renderer->calls[0].points;
+  ASSERT_EQ(first.size(), 8u);
+  EXPECT_NEAR(first[0].x, 200, 1);  // (0, 1)
+  EXPECT_NEAR(first[0].y, 201, 1);
+  EXPECT_NEAR(first[1].y, 199, 1);  // (0, -1)
+  EXPECT_NEAR(first[6].x, 209, 1);  // (9, 10): the second segment's far end, left
+  EXPECT_NEAR(first[6].y, 210, 1);
+  EXPECT_NEAR(first[7].x, 211, 1);
+  const auto& arrow = drawn.renderer->calls[1].points;
+  ASSERT_EQ(arrow.size(), 4u);
+  EXPECT_NEAR(arrow[0].y, 202, 1);  // 4 wide at the start
+  EXPECT_NEAR(arrow[1].y, 198, 1);
+  EXPECT_NEAR(arrow[2].x, 230, 1);  // a point at the end
+  EXPECT_NEAR(arrow[2].y, arrow[3].y, 1);
+  EXPECT_EQ(drawn.renderer->calls[2].points.size(), 16u);  // closed: four quads
+}
+
+TEST(DxfReader, SplinesLeadersAndDimensionsAreDrawn) {
+  // Fault: SPLINE, LEADER and DIMENSION were skipped (a wavy outline showed
+  // as its frame only).
+  const DxfDrawing d = load(data("spline_leader_dimension.dxf"));
+  ASSERT_EQ(d.entities.size(), 5u);
+  EXPECT_TRUE(d.skipped.empty());
+  const double tolerance = 90.0 / 16384;  // the extent's larger side over 16384
+  // The cubic: ends on its end control points, (15, 15) at its middle.
+  const DxfEntity& cubic = d.entities[0];
+  ASSERT_EQ(cubic.kind, DxfKind::spline);
+  EXPECT_GT(cubic.points.size(), 8u);
+  EXPECT_NEAR(cubic.points.front().x, 0, 1e-9);
+  EXPECT_NEAR(cubic.points.back().x, 30, 1e-9);
+  double top = 0;
+  for (const DxfPoint& p : cubic.points) top = std::max(top, p.y);
+  EXPECT_NEAR(top, 15, tolerance);
+  EXPECT_EQ(cubic.detail().control.size(), 4u);
+  // The rational quadratic is an exact quarter circle.
+  const DxfEntity& quarter = d.entities[1];
+  EXPECT_GT(quarter.points.size(), 8u);
+  for (const DxfPoint& p : quarter.points) EXPECT_NEAR(std::hypot(p.x - 50, p.y), 10, 1e-9);
+  // The fit-point curve passes through its points.
+  const DxfEntity& fit = d.entities[2];
+  bool through = false;
+  for (const DxfPoint& p : fit.points) through = through || std::hypot(p.x - 10, p.y + 10) < 1e-9;
+  EXPECT_TRUE(through);
+  EXPECT_EQ(d.entities[3].kind, DxfKind::leader);
+  EXPECT_EQ(d.entities[3].points.size(), 3u);
+  EXPECT_EQ(d.entities[3].detail().height, 2.5);  // its arrow: $DIMASZ 2.5 x $DIMSCALE 1
+  const DxfEntity& dimension = d.entities[4];
+  ASSERT_EQ(dimension.kind, DxfKind::dimension);
+  EXPECT_EQ(dimension.detail().block.rfind("*D", 0), 0u);
+
+  Drawn drawn(d);
+  for (DxfKind k : {DxfKind::spline, DxfKind::leader, DxfKind::dimension})
+    EXPECT_EQ(drawn.report.not_shown[static_cast<int>(k)], 0) << dxf_kind_name(k);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::spline)], 3);
+  EXPECT_GE(drawn.report.block_lists, 1);  // the dimension's block
+  // The leader's arrow head: a triangle with its tip on the first vertex
+  // (40, -20), 2.5 long back towards (45, -15).
+  bool arrow = false;
+  for (const RecordedCall& call : drawn.renderer->calls) {
+    // (The dimension's arrows are triangles too.)
+    if (call.points.size() != 3 || call.entry.find("triangle") == std::string::npos ||
+        std::abs(call.points[0].x - 240) > 1 || std::abs(call.points[0].y - 180) > 1)
+      continue;
+    arrow = true;
+    const double back_x = (call.points[1].x + call.points[2].x) / 2.0;
+    EXPECT_NEAR(back_x, 240 + 2.5 / std::sqrt(2.0), 1);
+  }
+  EXPECT_TRUE(arrow);
+  // The dimension line at y 30 and its text reach the list's bounds.
+  EXPECT_GE(drawn.report.bounds.max.y, 230000 - 1000);
+}
+
+TEST(DxfReader, MtextWrapsAtItsWidthAndAlignedTextFitsItsPoints) {
+  // Fault: a paragraph in a 40-unit box ran on one line.
+  const DxfDrawing d = load(data("text_layout.dxf"));
+  ASSERT_EQ(d.entities.size(), 2u);
+  EXPECT_EQ(d.entities[0].detail().box_width, 40);
+  Drawn drawn(d);
+  // The recording engine sets 0.5 em a character: 2.5 / 0.73 high, 40 wide
+  // holds 23 characters a line; the paragraph's 112 take 5 lines or more.
+  std::vector<WorldBounds> lines;
+  WorldBounds aligned = WorldBounds::empty();
+  for (const Drawable* x : drawn.drawables) {
+    WorldBounds b = WorldBounds::empty();
+    x->add_bounds(b);
+    if (b.max.y < 200000 - 30000)
+      aligned = b;
+    else
+      lines.push_back(b);
+  }
+  EXPECT_GE(lines.size(), 5u);
+  for (const WorldBounds& b : lines) {
+    EXPECT_GE(b.min.x, 200000 - 10);
+    EXPECT_LE(b.max.x, 240000 + 10);
+  }
+  // "ALIGNED" spans (0, -40) to (30, -40), whatever its height said.
+  ASSERT_TRUE(aligned.is_valid());
+  EXPECT_NEAR(aligned.min.x, 200000, 10);
+  EXPECT_NEAR(aligned.max.x, 230000, 10);
+}
+
+TEST(DxfReader, PatternedHatchesDrawTheirLinesInsideTheBoundary) {
+  // Fault: a section hatch showed as an empty boundary (it was skipped).
+  const DxfDrawing d = load(data("hatch_pattern.dxf"));
+  ASSERT_EQ(d.entities.size(), 2u);
+  EXPECT_TRUE(d.skipped.empty());
+  ASSERT_EQ(d.entities[0].detail().pattern.size(), 1u);
+  EXPECT_NEAR(d.entities[0].detail().pattern[0].angle, M_PI / 4, 1e-9);
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::hatch)], 2);
+  int left = 0, right = 0;
+  std::vector<double> right_lengths;
+  for (const auto& line : drawn.polylines()) {
+    ASSERT_EQ(line.size(), 2u);
+    const DxfPoint a = line[0], b = line[1];
+    const DxfPoint mid{(a.x + b.x) / 2, (a.y + b.y) / 2};
+    EXPECT_NEAR(std::atan2(b.y - a.y, b.x - a.x), M_PI / 4, 1e-3);  // ANSI31 and 33: 45 degrees
+    if (mid.x < 45) {
+      ++left;
+      // Inside the square, outside the island.
+      EXPECT_GE(std::min(a.x, a.y), -1e-3);
+      EXPECT_LE(std::max(b.x, b.y), 40 + 1e-3);
+      EXPECT_FALSE(mid.x > 10.01 && mid.x < 29.99 && mid.y > 10.01 && mid.y < 29.99);
+    } else {
+      ++right;
+      right_lengths.push_back(std::hypot(b.x - a.x, b.y - a.y));
+    }
+  }
+  EXPECT_GT(left, 10);
+  EXPECT_GT(right, 10);
+  // ANSI33 dashes its second family: short pieces among the long lines.
+  const auto [shortest, longest] = std::minmax_element(right_lengths.begin(), right_lengths.end());
+  EXPECT_LT(*shortest * 4, *longest);
+}
+
+TEST(DxfReader, LineTypesDashTheirEntities) {
+  // Fault: dashed and centre lines showed continuous.
+  const DxfDrawing d = load(data("line_types.dxf"));
+  ASSERT_EQ(d.entities.size(), 5u);
+  EXPECT_EQ(d.header.ltscale, 2);
+  EXPECT_NE(d.entities[0].line_type, 0);                            // DASHED
+  EXPECT_NE(d.entities[1].line_type, 0);                            // BYLAYER: DASHDOT
+  EXPECT_EQ(d.entities[2].detail().line_type_scale, 4);             // its own scale
+  EXPECT_EQ(d.line_type_names[d.entities[3].line_type], "CENTER");  // the circle
+  EXPECT_EQ(d.entities[4].line_type, 0);
+  Drawn drawn(d);
+  std::map<int, std::vector<double>> dashes;  // y -> lengths of the pieces
+  for (const auto& line : drawn.polylines()) {
+    const DxfPoint a = line.front(), b = line.back();
+    if (a.y == b.y) dashes[static_cast<int>(std::lround(a.y))].push_back(b.x - a.x);
+  }
+  // DASHED: 1.27 dash, 0.254 gap in the table, times $LTSCALE 2: 39 whole
+  // periods of 3.048 in 100 and a piece of the 40th.
+  ASSERT_EQ(dashes[0].size(), 33u);
+  EXPECT_NEAR(dashes[0][0], 2.54, 1e-3);
+  EXPECT_NEAR(dashes[0][1], 2.54, 1e-3);
+  EXPECT_GT(dashes[10].size(), 10u);  // DASHDOT's dashes, and its dots:
+  int dots = 0;
+  for (const Drawable* x : drawn.drawables) dots += std::string(dlview::class_name(x)) == "Dot";
+  EXPECT_GE(static_cast<std::size_t>(dots), dashes[10].size() - 1);
+  ASSERT_FALSE(dashes[20].empty());
+  EXPECT_NEAR(dashes[20][0], 2.54 * 4, 1e-3);
+  ASSERT_EQ(dashes[60].size(), 1u);  // continuous
+  EXPECT_NEAR(dashes[60][0], 100, 1e-3);
+  EXPECT_GT(drawn.report.drawables, 40);
+}
+
+TEST(DxfReader, ImagesShowTheirFrameAndMissingFilesAreListed) {
+  // Fault: IMAGE was skipped without a trace, and a missing file went unsaid.
+  const DxfDrawing d = load(data("images.dxf"));
+  ASSERT_EQ(d.entities.size(), 2u);
+  EXPECT_EQ(d.entities[0].detail().image, "pixel.png");
+  EXPECT_EQ(d.missing_images, std::vector<std::string>{"C:\\drawings\\missing.png"});
+  const std::vector<DxfPoint>& frame = d.entities[0].points;
+  ASSERT_EQ(frame.size(), 4u);
+  EXPECT_NEAR(frame[2].x, 20, 1e-9);
+  EXPECT_NEAR(frame[2].y, 10, 1e-9);
+  Drawn drawn(d);
+  const auto lines = drawn.polylines();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].size(), 5u);  // closed
+  EXPECT_NEAR(lines[1][1].x, 40, 1e-3);
+}
+
+TEST(DxfReader, DimensionsWithoutABlockAreBuiltFromTheirPoints) {
+  // A linear dimension of (0, 0)-(30, 0), its line at y 10, text "<> mm";
+  // an aligned one of (0, 20)-(30, 60) (length 50), its line through (0, 30);
+  // a radial one, which needs its block.
+  std::ostringstream s;
+  s << "0\nSECTION\n2\nHEADER\n9\n$DIMASZ\n40\n2\n9\n$DIMTXT\n40\n3\n0\nENDSEC\n";
+  s << "0\nSECTION\n2\nENTITIES\n";
+  s << "0\nDIMENSION\n8\n0\n62\n1\n70\n0\n1\n<> mm\n10\n0\n20\n10\n11\n15\n21\n11\n"
+       "13\n0\n23\n0\n14\n30\n24\n0\n50\n0\n";
+  s << "0\nDIMENSION\n8\n0\n70\n1\n10\n-8\n20\n26\n11\n11\n21\n40\n13\n0\n23\n20\n14\n30\n"
+       "24\n60\n";
+  s << "0\nDIMENSION\n8\n0\n70\n4\n10\n0\n20\n0\n15\n5\n25\n0\n";
+  s << "0\nENDSEC\n0\nEOF\n";
+  const DxfDrawing d = load(write("dimensions.dxf", s.str()));
+  ASSERT_EQ(d.entities.size(), 2u);
+  EXPECT_EQ(d.skipped.at("DIMENSION (no block)"), 1);
+  const DxfBlock& linear = d.blocks.at(d.entities[0].detail().block);
+  ASSERT_EQ(linear.entities.size(), 6u);  // 3 lines, 2 arrows, the text
+  const DxfEntity& line = linear.entities[2];
+  EXPECT_EQ(line.points[0].y, 10);
+  EXPECT_EQ(line.points[1].x, 30);
+  EXPECT_EQ(linear.entities[3].kind, DxfKind::solid);
+  EXPECT_EQ(linear.entities[5].detail().text, "30 mm");
+  EXPECT_EQ(linear.entities[5].detail().height, 3);
+  const DxfBlock& aligned = d.blocks.at(d.entities[1].detail().block);
+  EXPECT_EQ(aligned.entities.back().detail().text, "50");
+
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::dimension)], 2);
+  // The dimension line reaches the renderer in the DIMENSION's red.
+  bool seen = false;
+  for (const RecordedCall& call : drawn.renderer->calls)
+    if (call.points.size() == 2 && std::abs(call.points[0].y - 210) <= 1 &&
+        std::abs(call.points[1].y - 210) <= 1 && std::abs(call.points[1].x - 230) <= 1)
+      seen = call.rendition_color == 0xff0000u || (call.has_color && call.color == 0xff0000u);
+  EXPECT_TRUE(seen);
+}
+
+TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {
+  // Fault: a layout's title frame was drawn over model space.
+  const DxfDrawing model = load(data("paper_space.dxf"));
+  ASSERT_EQ(model.entities.size(), 1u);
+  EXPECT_EQ(model.entities[0].kind, DxfKind::line);
+  EXPECT_EQ(model.paper_space, 3);
+  EXPECT_TRUE(model.skipped.empty());  // fault: "EOF" was listed as skipped
+  EXPECT_TRUE(model.truncated.empty());
+
+  DxfLoadOptions title;
+  title.layout = "Title";
+  const DxfDrawing frame = load(data("paper_space.dxf"), title);
+  ASSERT_EQ(frame.entities.size(), 1u);
+  EXPECT_EQ(frame.entities[0].kind, DxfKind::polyline);
+  EXPECT_TRUE(frame.entities[0].closed);
+  EXPECT_NEAR(frame.extent.max_x, 420, 1e-9);
+
+  DxfLoadOptions second;
+  second.layout = "SECOND";  // names compare without regard to case
+  const DxfDrawing circles = load(data("paper_space.dxf"), second);
+  ASSERT_EQ(circles.entities.size(), 2u);
+  EXPECT_EQ(circles.entities[1].kind, DxfKind::circle);
+
+  DxfLoadOptions missing;
+  missing.layout = "Nowhere";
+  DxfDrawing d;
+  std::string error;
+  EXPECT_FALSE(load_dxf(data("paper_space.dxf"), d, error, missing));
+  EXPECT_NE(error.find("no layout named 'Nowhere' (layouts: Layout1, Title, Second)"),
+            std::string::npos)
+      << error;
+}
+
+TEST(DxfReader, FilesCutShortAreReadAsFarAsTheyGo) {
+  // Fault: a file cut inside ENTITIES was drawn in part without a word.
+  const std::string text = slurp(data("ocs_mirrored.dxf"));
+  const std::size_t entities = text.find("ENTITIES");
+  const std::size_t plain_arc = text.rfind("\nARC\n");
+  ASSERT_NE(plain_arc, std::string::npos);
+  ASSERT_LT(entities, plain_arc);
+  const DxfDrawing cut = load(write("cut-entities.dxf", text.substr(0, plain_arc + 1)));
+  EXPECT_EQ(cut.truncated, "inside ENTITIES");
+  EXPECT_EQ(cut.entities.size(), 3u);  // all but the last arc
+
+  const std::size_t eof = text.rfind("EOF");
+  const DxfDrawing no_eof = load(write("cut-eof.dxf", text.substr(0, eof - 4)));
+  EXPECT_EQ(no_eof.truncated, "before its EOF");
+  EXPECT_EQ(no_eof.entities.size(), 4u);
+
+  // A code line without its value, and a line that is no group code.
+  const DxfDrawing half_pair = load(write("cut-pair.dxf", text.substr(0, plain_arc - 3)));
+  EXPECT_EQ(half_pair.truncated, "inside ENTITIES");
+  std::string garbled = text;
+  garbled.replace(plain_arc - 3, 3, "xx\n");
+  const DxfDrawing bad_code = load(write("cut-code.dxf", garbled));
+  EXPECT_NE(bad_code.truncated.find("which is not a group code"), std::string::npos)
+      << bad_code.truncated;
+}
+
+TEST(DxfReader, BadNumbersDropTheEntityAndAreCounted) {
+  // Fault: nan, inf and unparsable numbers became 0 and were drawn there.
+  auto file = [](const std::string& x) {
+    std::ostringstream s;
+    s << "0\nSECTION\n2\nENTITIES\n";
+    s << "0\nLINE\n8\n0\n10\n" << x << "\n20\n0\n11\n5\n21\n5\n";
+    s << "0\nCIRCLE\n8\n0\n10\n0\n20\n0\n40\n" << x << "\n";
+    s << "0\nLINE\n8\n0\n10\n1\n20\n1\n11\n2\n21\n2\n";
+    s << "0\nENDSEC\n0\nEOF\n";
+    return s.str();
+  };
+  for (const char* bad : {"nan", "inf", "-inf", "1e999", "12abc", "", "0x10"}) {
+    SCOPED_TRACE(bad);
+    const DxfDrawing d = load(write("bad-number.dxf", file(bad)));
+    ASSERT_EQ(d.entities.size(), 1u);
+    EXPECT_EQ(d.entities[0].points[0].x, 1);
+    EXPECT_EQ(d.invalid.at("LINE"), 1);
+    EXPECT_EQ(d.invalid.at("CIRCLE"), 1);
+  }
+  // Numbers as writers put them: signs, spaces, exponents.
+  const DxfDrawing good = load(write("good-number.dxf", file("  +1.5e1 ")));
+  ASSERT_EQ(good.entities.size(), 3u);
+  EXPECT_EQ(good.entities[0].points[0].x, 15);
+  EXPECT_EQ(good.entities[1].detail().radius_x, 15);
+  EXPECT_TRUE(good.invalid.empty());
+}
+
+TEST(DxfReader, EntitiesTooFarForTheSheetAreLeftOutOfTheExtent) {
+  // Fault: one line at 1e300 shrank the real drawing to nothing.
+  auto file = [](const char* far_x) {
+    std::ostringstream s;
+    s << "0\nSECTION\n2\nENTITIES\n";
+    s << "0\nLINE\n8\n0\n10\n0\n20\n0\n11\n100\n21\n50\n";
+    s << "0\nCIRCLE\n8\n0\n10\n50\n20\n20\n40\n10\n";
+    s << "0\nLINE\n8\n0\n10\n" << far_x << "\n20\n0\n11\n" << far_x << "\n21\n1\n";
+    s << "0\nENDSEC\n0\nEOF\n";
+    return s.str();
+  };
+  const DxfDrawing stray = load(write("far.dxf", file("1e300")));
+  EXPECT_EQ(stray.entities.size(), 2u);
+  EXPECT_EQ(stray.too_far.at("LINE"), 1);
+  EXPECT_NEAR(stray.extent.max_x, 100, 1e-9);
+  EXPECT_NEAR(stray.extent.max_y, 50, 1e-9);
+  // A part a thousand drawings away is still part of the drawing.
+  const DxfDrawing apart = load(write("apart.dxf", file("1e5")));
+  EXPECT_EQ(apart.entities.size(), 3u);
+  EXPECT_TRUE(apart.too_far.empty());
+  EXPECT_NEAR(apart.extent.max_x, 1e5, 1e-9);
+}
+
+TEST(DxfReader, ConsumingTheDrawingMapsTheSameAsKeepingIt) {
+  // The viewer lets each entity go once mapped: the same calls must reach
+  // the renderer as from the kept drawing.
+  for (const char* file : {"spline_leader_dimension.dxf", "polyline_widths.dxf", "ocs_mirrored.dxf",
+                           "text_layout.dxf"}) {
+    SCOPED_TRACE(file);
+    const DxfDrawing kept = load(data(file));
+    DxfDrawing consumed = kept;
+    const Drawn a(kept);
+    const Drawn b(kept, &consumed);
+    EXPECT_TRUE(consumed.entities.empty());
+    EXPECT_EQ(a.report.drawables, b.report.drawables);
+    EXPECT_EQ(a.renderer->trace(), b.renderer->trace());
+    EXPECT_EQ(kept.entities.size() > 0, true);
+  }
+}
+
+TEST(DxfReader, RefusalsSayWhy) {
+  DxfDrawing d;
+  std::string error;
+  // Fault: a directory was "not a DXF file".
+  EXPECT_FALSE(load_dxf(DL_DXF_DATA_DIR, d, error));
+  EXPECT_NE(error.find("is a directory"), std::string::npos) << error;
+  EXPECT_FALSE(load_dxf(write("empty-file.dxf", ""), d, error));
+  EXPECT_NE(error.find("not a DXF file"), std::string::npos) << error;
+  // A byte order mark and comments before the first section are fine.
+  const DxfDrawing bom = load(write("bom.dxf",
+                                    "\xEF\xBB\xBF"
+                                    "999\nwritten by hand\n0\nSECTION\n2\nENTITIES\n0\nPOINT\n"
+                                    "10\n1\n20\n2\n0\nENDSEC\n0\nEOF\n"));
+  EXPECT_EQ(bom.entities.size(), 1u);
+}
+
+}  // namespace
+}  // namespace DL::dxf

@@ -1,0 +1,144 @@
+#!/usr/bin/python3
+# Writes the small DXF files of tests/data/dxf, one per rule the reader keeps.
+# Run from anywhere: python3-ezdxf (Debian) writes them; the tests read the
+# committed files and do not need it.
+import math
+import os
+
+import ezdxf
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+def save(doc, name):
+    doc.saveas(os.path.join(HERE, name))
+
+
+# MTEXT longer than one chunk of 250 characters: the chunks (code 3) come
+# before the last part (code 1), and all of it is the text.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+words = " ".join("word%03d" % i for i in range(80))  # 639 characters
+msp.add_mtext("BEGIN " + words + " END", dxfattribs={"insert": (0, 0), "char_height": 2.5})
+save(doc, "mtext_chunks.dxf")
+
+# Extrusion (0, 0, -1): the plane seen from below, x mirrored. An arc centred
+# at (10, 0) of the plane from 0 to 90 degrees lands centred at (-10, 0),
+# from (-15, 0) to (-10, 5); a polyline at (1, 1)-(4, 1) lands at (-1, 1)-(-4, 1);
+# an INSERT at (20, 0) lands at (-20, 0) with its block mirrored.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+mirror = {"extrusion": (0, 0, -1)}
+msp.add_arc((10, 0), 5, 0, 90, dxfattribs=mirror)
+msp.add_lwpolyline([(1, 1), (4, 1)], dxfattribs=mirror)
+block = doc.blocks.new("ARROW")
+block.add_line((0, 0), (3, 1))
+msp.add_blockref("ARROW", (20, 0), dxfattribs=mirror)
+# A reference: an arc of the same place in the plain plane.
+msp.add_arc((0, -20), 5, 0, 90)
+save(doc, "ocs_mirrored.dxf")
+
+# Model space holds one line; layout "Title" a frame, layout "Second" a
+# circle. Only model space is read unless a layout is asked for.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_line((0, 0), (100, 50))
+title = doc.layouts.new("Title")
+title.add_lwpolyline([(0, 0), (420, 0), (420, 297), (0, 297)], close=True)
+second = doc.layouts.new("Second")
+second.add_circle((50, 50), 25)
+second.add_circle((150, 50), 25)
+save(doc, "paper_space.dxf")
+
+# Polyline widths: a constant width of 2 along (0, 0)-(10, 0)-(10, 10); an
+# arrow head from 4 wide at (20, 0) to a point at (30, 0); a POLYLINE whose
+# default width of 1 applies to its vertices, closed into a square.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_lwpolyline([(0, 0), (10, 0), (10, 10)], dxfattribs={"const_width": 2})
+msp.add_lwpolyline([(20, 0, 4, 0), (30, 0, 0, 0)], format="xyse")
+msp.add_polyline2d([(40, 0), (50, 0), (50, 10), (40, 10)], close=True,
+                   dxfattribs={"default_start_width": 1, "default_end_width": 1})
+save(doc, "polyline_widths.dxf")
+
+# SPLINE: a clamped cubic B-spline through (0, 0) and (30, 0) with control
+# points (10, 20) and (20, 20), whose middle is at (15, 15); a rational
+# quadratic quarter circle of radius 10 about (50, 0) from (60, 0) to (50, 10)
+# (weights 1, 1/sqrt(2), 1); a fit-point spline through (0, -20), (10, -10),
+# (20, -20). LEADER: three vertices. DIMENSION: a linear one with its block.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_open_spline([(0, 0), (10, 20), (20, 20), (30, 0)], degree=3)
+msp.add_rational_spline([(60, 0), (60, 10), (50, 10)], [1, math.sqrt(0.5), 1], degree=2)
+msp.add_spline(fit_points=[(0, -20), (10, -10), (20, -20)])
+msp.add_leader([(40, -20), (45, -15), (55, -15)])
+dim = msp.add_linear_dim(base=(0, 30), p1=(0, 25), p2=(30, 25))
+dim.render()
+save(doc, "spline_leader_dimension.dxf")
+
+# Text layout: an MTEXT paragraph of 2.5 high in a box 40 wide, which wraps;
+# a TEXT aligned between (0, -40) and (30, -40), its height scaled to fit.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_mtext("The quick brown fox jumps over the lazy dog and keeps running along the "
+              "fence until the field ends at the river",
+              dxfattribs={"insert": (0, 0), "char_height": 2.5, "width": 40})
+text = msp.add_text("ALIGNED", dxfattribs={"height": 2})
+text.set_placement((0, -40), (30, -40), align=ezdxf.enums.TextEntityAlignment.ALIGNED)
+save(doc, "text_layout.dxf")
+
+# Patterned HATCH: ANSI31 (lines at 45 degrees) at scale 2 in the square
+# (0, 0)-(40, 40) with a square island (10, 10)-(30, 30); a dashed pattern
+# (ANSI33: lines and dashes) in (50, 0)-(90, 40).
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+h = msp.add_hatch()
+h.set_pattern_fill("ANSI31", scale=2)
+h.paths.add_polyline_path([(0, 0), (40, 0), (40, 40), (0, 40)], is_closed=True, flags=1)
+h.paths.add_polyline_path([(10, 10), (30, 10), (30, 30), (10, 30)], is_closed=True, flags=16)
+h = msp.add_hatch()
+h.set_pattern_fill("ANSI33", scale=2)
+h.paths.add_polyline_path([(50, 0), (90, 0), (90, 40), (50, 40)], is_closed=True, flags=1)
+save(doc, "hatch_pattern.dxf")
+
+# Line types: $LTSCALE 2; a LINE (0, 0)-(100, 0) DASHED (dash 0.5, gap 0.25
+# in the table, so 1 and 0.5 here); one at y 10 BYLAYER on layer "HIDDEN"
+# whose line type is DASHDOT (dashes and dots); one at y 20 DASHED with its own scale 4; a
+# CIRCLE of radius 10 at (50, 40) with CENTER; a continuous LINE at y 60.
+doc = ezdxf.new("R2010", setup=["linetypes"])
+doc.header["$LTSCALE"] = 2
+doc.layers.add("HIDDEN", linetype="DASHDOT")
+msp = doc.modelspace()
+msp.add_line((0, 0), (100, 0), dxfattribs={"linetype": "DASHED"})
+msp.add_line((0, 10), (100, 10), dxfattribs={"layer": "HIDDEN"})
+msp.add_line((0, 20), (100, 20), dxfattribs={"linetype": "DASHED", "ltscale": 4})
+msp.add_circle((50, 40), 10, dxfattribs={"linetype": "CENTER"})
+msp.add_line((0, 60), (100, 60))
+save(doc, "line_types.dxf")
+
+# IMAGE: one of a 2 x 1 PNG written here (pixel.png, beside the drawing),
+# 20 x 10 units at (0, 0); one of a file that is not there, 10 x 10 at (30, 0).
+def write_png(path, width, height):
+    import struct
+    import zlib
+
+    def chunk(kind, data):
+        body = kind + data
+        return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
+
+    rows = b"".join(b"\0" + b"\xff\x00\x00" * width for _ in range(height))
+    with open(path, "wb") as f:
+        f.write(b"\x89PNG\r\n\x1a\n")
+        f.write(chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)))
+        f.write(chunk(b"IDAT", zlib.compress(rows)))
+        f.write(chunk(b"IEND", b""))
+
+
+write_png(os.path.join(HERE, "pixel.png"), 2, 1)
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+present = doc.add_image_def(filename="pixel.png", size_in_pixel=(2, 1))
+msp.add_image(present, insert=(0, 0), size_in_units=(20, 10))
+missing = doc.add_image_def(filename="C:\\drawings\\missing.png", size_in_pixel=(100, 100))
+msp.add_image(missing, insert=(30, 0), size_in_units=(10, 10))
+save(doc, "images.dxf")
