@@ -586,7 +586,12 @@ int run_dxf(const Arguments& a, Output& out) {
   shown->text_engine = out.painter;
   if (gui.on)
     return show_in_window(*shown, view, context.layers.entries(), drawables, a.width, a.height,
-                          out.painter);
+                          out.painter, {}, [&context](const DL::DisplayList* list) {
+                            // A block's name, for a pick inside one.
+                            for (const auto& [key, block] : context.blocks)
+                              if (block.list.get() == list) return std::get<1>(key);
+                            return std::string();
+                          });
   // A PDF or SVG page of the drawing's shape, its larger side --size's
   // default width (in points), unless --size says otherwise.
   int w = a.width, h = a.height;

@@ -313,7 +313,7 @@ TEST(DlviewGui, PickInsideABlockOutlinesItWhereItIsDrawn) {
     if (line.rfind("status: ", 0) == 0) status.push_back(line);
   ASSERT_EQ(status.size(), 3u) << r.out;
   EXPECT_NE(status[0].find("picked Polyline bounds"), std::string::npos) << status[0];
-  EXPECT_NE(status[0].find("in block"), std::string::npos) << status[0];
+  EXPECT_NE(status[0].find("in block MARK"), std::string::npos) << status[0];
   EXPECT_NE(status[1].find("in block"), std::string::npos) << status[1];
   // The two marks are one block's one point, but their bounds differ: each is
   // given where its insert puts it.
