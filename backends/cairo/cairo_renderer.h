@@ -34,8 +34,8 @@
 //   a pie strokes it one unit wide, so a collapsed ellipse still shows.
 // - Images: the image's top-left corner on the device point (top meaning the
 //   picture's top, whatever the orientation), scaled to its world size under
-//   the outer list's scale (see `set_outer_list` and backends/cairo/
-//   outer_view.h), or one pixel per image pixel without them. Shrunk images
+//   the outer list's scale (see `set_outer_list` and nested/outer_view.h),
+//   or one pixel per image pixel without them. Shrunk images
 //   are filtered (cairo's GOOD filter, a box filter when shrinking), enlarged
 //   ones interpolated bilinearly up to 4x and shown as crisp pixels beyond.
 //   Only the image pixels the surface shows are copied for cairo, so a deep
@@ -54,7 +54,7 @@
 // - Nested lists: after `set_outer_list(&list)`, entries
 //   drawn under any other rendition (the lists nested in `list`) are also cut
 //   to the complex clip `list.rendition` carries at that moment (see
-//   backends/cairo/outer_view.h), so a clip holds for blocks and symbols.
+//   nested/outer_view.h), so a clip holds for blocks and symbols.
 // - Direct dots. A dot costs cairo 0.2 to 1 microsecond (a source pattern, a path, a
 //   clip and a fill for one pixel), which makes a view of 1e5 dots miss an
 //   interactive frame. So when the context's target is an image
@@ -79,7 +79,7 @@
 #include <string>
 
 #include "backends/cairo/contour_painter.h"
-#include "backends/cairo/outer_view.h"
+#include "nested/outer_view.h"
 #include "foundation/rendering.h"
 
 namespace DL {

@@ -40,7 +40,7 @@
 //   is computed once per clip set (the set is held, so its address is not
 //   reused meanwhile). After `set_outer_list`, entries of nested lists
 //   are cut to the box of the outer list's complex clip where they cross it,
-//   and dropped where they lie wholly outside it (backends/cairo/outer_view.h).
+//   and dropped where they lie wholly outside it (nested/outer_view.h).
 //
 // The renderer holds a reference on the surface. It flushes it when made and
 // writes its pixels from then on; call `mark_dirty` before cairo reads or

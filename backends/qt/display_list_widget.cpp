@@ -70,6 +70,7 @@ DisplayListWidget::~DisplayListWidget() {
 
 void DisplayListWidget::set_list(DisplayList* list) {
   if (list_ && renderer_ && list_->renderer == renderer_) list_->set_renderer(nullptr);
+  if (renderer_) renderer_->set_outer_list(nullptr);
   list_ = list;
   picked_ = nullptr;
   highlight_ = QImage();
@@ -143,6 +144,7 @@ void DisplayListWidget::prepare_list() {
   }
   list_->saturate_device_points = true;   // far points of a zoomed view must not wrap
   list_->complex_clip_supported = false;  // prune by the clip too; the renderer cuts exactly
+  renderer_->set_outer_list(list_);       // the clip holds for nested lists; images to scale
   list_->set_renderer(renderer_);
   list_->set_screen_bounds({{0, 0}, {view_.width - 1, view_.height - 1}});
   list_->set_world_bounds(view_.world());

@@ -450,9 +450,21 @@ struct QtRenderer::Access {
         row[x] =
             0xff000000u | (data.pixels[static_cast<std::size_t>(y) * data.width + x] & 0xffffff);
     }
-    // The top-left pixel corner of the picture.
+    // The top-left pixel corner of the picture, and its size: the world size
+    // under the outer list's scale, or its pixels (nested/outer_view.h).
     const QPointF centre = r.to_pixel(point->x, point->y);
-    painter->drawImage(QPointF(centre.x() - 0.5, centre.y() - 0.5), pixels);
+    double w, h;
+    r.outer_view_.image_size(data, w, h);
+    if (!(w > 0) || !(h > 0)) return;
+    const QRectF target(centre.x() - 0.5, centre.y() - 0.5, w, h);
+    if (w == data.width && h == data.height) {
+      painter->drawImage(target.topLeft(), pixels);
+    } else {
+      painter->setRenderHint(QPainter::SmoothPixmapTransform,
+                             w < data.width || h < data.height || w < 4.0 * data.width);
+      painter->drawImage(target, pixels);
+      painter->setRenderHint(QPainter::SmoothPixmapTransform, false);
+    }
   }
 
   static void gouraud_polyline(void* context, ZR_Rendition* rendition, int count,
@@ -507,6 +519,8 @@ void QtRenderer::forget_clip() {
   clip_known_ = false;
   clip_has_rect_ = false;
   clip_contours_.clear();
+  clip_outer_.clear();
+  clip_nothing_ = false;
   if (!painter_ || !painter_->isActive()) return;
   painter_->setWorldTransform(QTransform());
   painter_->setRenderHint(QPainter::Antialiasing, !draft_);
@@ -529,11 +543,21 @@ void QtRenderer::use_clip(ZR_Rendition* rendition, bool clipped) {
       !(data->hard_clip.x_min == INT32_MIN && data->hard_clip.x_max == INT32_MAX &&
         data->hard_clip.y_min == INT32_MIN && data->hard_clip.y_max == INT32_MAX);
   ZR_Contour_Set_Data* contours = data ? data->complex_clip.get() : nullptr;
+  const int weight = data && data->line_attributes ? std::max(1, rendition->line_weight()) : 1;
+  const DL::OuterView::Reach reach = outer_view_.reach(rendition, 4 + weight);
+  ZR_Contour_Set_Data* outer =
+      reach == DL::OuterView::Reach::cut ? outer_view_.contours() : nullptr;
+  const bool nothing = reach == DL::OuterView::Reach::skip;
   if (clip_known_ && want_rect == clip_has_rect_ && (!want_rect || data->hard_clip == clip_rect_) &&
-      contours == clip_contours_.get())
+      contours == clip_contours_.get() && outer == clip_outer_.get() && nothing == clip_nothing_)
     return;
   forget_clip();
   if (!clip_known_) return;
+  if (nothing) {
+    painter_->setClipRect(QRectF(), Qt::ReplaceClip);  // wholly outside the outer clip
+    clip_nothing_ = true;
+    return;
+  }
   if (want_rect) {
     const ZR_Int_Rectangle& h = data->hard_clip;
     const Guard& g = guard();
@@ -561,6 +585,21 @@ void QtRenderer::use_clip(ZR_Rendition* rendition, bool clipped) {
     }
     painter_->setClipPath(path, want_rect ? Qt::IntersectClip : Qt::ReplaceClip);
     clip_contours_ = data->complex_clip;
+  }
+  if (outer) {
+    // A nested list's entry across the outer list's clip (nested/outer_view.h).
+    QPainterPath path;
+    path.setFillRule(Qt::OddEvenFill);
+    std::vector<P> poly;
+    const ZR_Point* point = outer->contour_points;
+    for (int i = 0; i < outer->contour_count; ++i) {
+      poly.clear();
+      for (int k = 0; k < outer->contour_sizes[i]; ++k, ++point)
+        poly.push_back({double(point->x), double(point->y)});
+      Access::add_polygon(*this, path, poly);
+    }
+    painter_->setClipPath(path, want_rect || contours ? Qt::IntersectClip : Qt::ReplaceClip);
+    clip_outer_ = ZR_Contour_Set(outer);
   }
 }
 

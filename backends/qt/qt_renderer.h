@@ -27,7 +27,12 @@
 //   is the whole ellipse). The curve is a polyline fine enough that it strays
 //   less than a tenth of a pixel from the true one. A radius of 0 makes a
 //   segment (stroked) or a point.
-// - Images: one pixel per image pixel, top-left corner on the device point.
+// - Images: top-left corner on the device point, scaled to their world size
+//   under the outer list's scale after `set_outer_list` (smoothly when shrunk
+//   or enlarged under 4x), else one pixel per image pixel.
+// - Nested lists: after `set_outer_list(&list)`, entries drawn under any
+//   other rendition are also cut to the complex clip `list.rendition` carries
+//   at that moment (nested/outer_view.h), as the cairo renderer does.
 // - Clips: `_clipped` entries cut to the hard clip (inclusive, whole pixels);
 //   every entry cuts to the rendition's complex clip (even-odd) whenever the
 //   rendition carries one, whatever `options.complex_clip` says (as the cairo
@@ -54,6 +59,7 @@
 #include <QPainterPath>
 
 #include "foundation/rendering.h"
+#include "nested/outer_view.h"
 
 namespace DL {
 
@@ -85,6 +91,14 @@ class QtRenderer : public ZR_Renderer, public ZR_Glyph_Sink {
   // Draft mode: see the file comment. Off by default.
   void set_draft(bool on);
   bool draft() const { return draft_; }  // whether draft mode is on
+
+  // The list being drawn, whose complex clip cuts what the lists nested in it
+  // draw (unless `cut_nested` is false) and whose scale sizes images; null
+  // (the default) for none. Not owned: it must outlive the draws made while
+  // it is set.
+  void set_outer_list(const DL::DisplayList* list, bool cut_nested = true) {
+    outer_view_.set_list(list, cut_nested);
+  }
 
   // Forgets the clip believed to be on the painter; call after changing the
   // painter's clip or state behind the renderer's back.
@@ -136,7 +150,12 @@ class QtRenderer : public ZR_Renderer, public ZR_Glyph_Sink {
   bool clip_has_rect_ = false;
   ZR_Int_Rectangle clip_rect_{};
   ZR_Contour_Set clip_contours_;  // held, so its address cannot be reused meanwhile
-  Guard guard_{0, 0, 0, 0};       // set with the painter, from its device's size
+  // The outer clip on the painter, or `clip_nothing_` when the entry lies
+  // wholly outside it (see `set_outer_list`).
+  ZR_Contour_Set clip_outer_;
+  bool clip_nothing_ = false;
+  DL::OuterView outer_view_;
+  Guard guard_{0, 0, 0, 0};  // set with the painter, from its device's size
 };
 
 }  // namespace DL

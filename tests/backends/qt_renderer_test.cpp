@@ -31,9 +31,11 @@
 #include "backends/qt/qt_picker.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
+#include "drawables/image.h"
 #include "drawables/polything.h"
 #include "drawables/polytriangle.h"
 #include "ellipse/ellipse.h"
+#include "nested/drawable_display_list.h"
 #include "tests/support/test_files.h"
 #include "tests/support/tree_check.h"
 #ifdef DL_HAVE_FREETYPE
@@ -459,6 +461,104 @@ TEST(DisplayListWidget, ShowsTheListAndZoomsPansAndPicks) {
   }
   widget.set_list(nullptr);
   EXPECT_TRUE(test::tree_is_valid(big));
+}
+
+// A complex clip holds for what nested lists draw through Qt too, and an image
+// covers its world rectangle: a star clip over a grid of nested squares
+// leaves nothing outside the star, and the outer list's scale sizes images.
+TEST(QtRenderer, TheOuterListsClipCutsNestedListsAndScalesImages) {
+  DisplayList block;
+  const WorldPoint square[] = {{0, 0}, {1000, 0}, {1000, 1000}, {0, 1000}};
+  block.add(new Polygon(ZR_RGB32{0x2040c0}, 4, square), {{0, 0}, {1000, 1000}});
+  DisplayList outer;
+  const WorldBounds extent{{0, 0}, {1000, 1000}};
+  for (int j = 0; j < 6; ++j)
+    for (int i = 0; i < 8; ++i) {
+      auto* d = new DrawableDisplayList(ZR_RGB32{0}, &block, &extent,
+                                        DrawableDisplayList::Ownership::borrowed);
+      d->set_scale({0.018, 0.018});
+      d->set_offset({i * 20.0, j * 20.0});
+      outer.add(d, d->mapped_bounds());
+    }
+  outer.set_world_bounds({{0, 0}, {kW - 1, kH - 1}});
+  outer.set_screen_bounds({{0, 0}, {kW - 1, kH - 1}});
+  outer.rendition.set_hard_clip({0, kW - 1, 0, kH - 1}, false);
+  std::vector<ZR_Point> star;
+  for (int k = 0; k < 10; ++k) {
+    const double a = 2 * M_PI * k / 10, r = k % 2 ? 25 : 55;
+    star.push_back(
+        {static_cast<float>(80 + r * std::cos(a)), static_cast<float>(60 + r * std::sin(a)), 0});
+  }
+  ZR_Contour_Set clip = ZR_Contour_Set::make({star});
+  outer.rendition.set_complex_clip(&clip, false);
+  QImage image(kW, kH, QImage::Format_RGB32);
+  image.fill(Qt::white);
+  {
+    QPainter painter(&image);
+    auto* qt = new QtRenderer(&painter, kH);
+    add_ref(qt);
+    qt->set_outer_list(&outer);
+    outer.set_renderer(qt);
+    outer.draw_view();
+    outer.set_renderer(nullptr);
+    release(qt);
+  }
+  int outside = 0, inside = 0;
+  for (int row = 0; row < kH; ++row)
+    for (int x = 0; x < kW; ++x) {
+      const bool painted = (image.pixel(x, row) & 0xffffff) != 0xffffff;
+      const float y = static_cast<float>(kH - 1 - row);
+      // Farther than a pixel from the star's edges, on one side.
+      double near = 1e9;
+      for (std::size_t k = 0; k < star.size(); ++k) {
+        const ZR_Point& p = star[k];
+        const ZR_Point& q = star[(k + 1) % star.size()];
+        const double dx = q.x - p.x, dy = q.y - p.y;
+        const double t =
+            std::clamp(((x - p.x) * dx + (y - p.y) * dy) / (dx * dx + dy * dy), 0.0, 1.0);
+        near = std::min(near, std::hypot(x - (p.x + t * dx), y - (p.y + t * dy)));
+      }
+      const bool in = clip->point_inside(x, y);
+      const bool all_out = !in && near > 1.0, all_in = in && near > 1.0;
+      outside += painted && all_out;
+      inside += painted && all_in;
+    }
+  EXPECT_EQ(outside, 0);
+  EXPECT_GT(inside, 1000);
+
+  // An image of 10 x 10 pixels covering 50 x 40 world units, at scale 1.
+  auto* body = new ZR_Image_Data;
+  body->width = body->height = 10;
+  body->pixels.assign(100, 0x20a040);
+  body->world_width = 50;
+  body->world_height = 40;
+  DisplayList pictures;
+  const WorldBounds rect{{20, 30}, {70, 70}};
+  pictures.add(new Image(ZR_RGB32{0}, rect, ZR_Image(body)), rect);
+  pictures.set_world_bounds({{0, 0}, {kW - 1, kH - 1}});
+  pictures.set_screen_bounds({{0, 0}, {kW - 1, kH - 1}});
+  image.fill(Qt::white);
+  {
+    QPainter painter(&image);
+    auto* qt = new QtRenderer(&painter, kH);
+    add_ref(qt);
+    qt->set_outer_list(&pictures);
+    pictures.set_renderer(qt);
+    pictures.draw_view();
+    pictures.set_renderer(nullptr);
+    release(qt);
+  }
+  int x0 = kW, x1 = -1, y0 = kH, y1 = -1;
+  for (int row = 0; row < kH; ++row)
+    for (int x = 0; x < kW; ++x)
+      if ((image.pixel(x, row) & 0xffffff) != 0xffffff) {
+        const int y = kH - 1 - row;
+        x0 = std::min(x0, x), x1 = std::max(x1, x), y0 = std::min(y0, y), y1 = std::max(y1, y);
+      }
+  EXPECT_NEAR(x0, 20, 1);
+  EXPECT_NEAR(x1 + 1, 70, 1.5);
+  EXPECT_NEAR(y1, 70, 1);
+  EXPECT_NEAR(y0 - 1, 30, 1.5);
 }
 
 }  // namespace

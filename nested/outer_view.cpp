@@ -1,6 +1,6 @@
 // The outer view: the clip's classification of an entry's rectangle, and the
 // size of images.
-#include "backends/cairo/outer_view.h"
+#include "nested/outer_view.h"
 
 #include <algorithm>
 #include <cmath>
