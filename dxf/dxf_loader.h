@@ -98,6 +98,7 @@
 
 namespace DL::dxf {
 
+// The kinds of entity the reader keeps, one record shape for all.
 enum class DxfKind : std::uint8_t {
   line,
   polyline,
@@ -116,13 +117,15 @@ enum class DxfKind : std::uint8_t {
   dimension,
   image
 };
+// How many kinds there are (the per-kind counts are vectors of this size).
 constexpr int kDxfKindCount = 16;
 // The DXF name of a kind: "LINE", "POLYLINE", ...
 const char* dxf_kind_name(DxfKind kind);
 
+// A point in the drawing's own units.
 struct DxfPoint {
-  double x = 0;
-  double y = 0;
+  double x = 0;  // drawing units
+  double y = 0;  // drawing units
 };
 
 // One line family of a hatch pattern, as the file stores it (already scaled
@@ -130,9 +133,10 @@ struct DxfPoint {
 // (radians) through `base` and every `base + k offset`, dashed by `dashes`
 // (positive a dash, negative a gap, 0 a dot; empty: continuous).
 struct DxfPatternLine {
-  double angle = 0;
-  DxfPoint base, offset;
-  std::vector<double> dashes;
+  double angle = 0;            // direction of the lines, radians
+  DxfPoint base;               // a point of the first line
+  DxfPoint offset;             // from one line to the next
+  std::vector<double> dashes;  // dash (> 0), gap (< 0), dot (0) lengths; empty: continuous
 };
 
 // What an entity has beyond its points: curves, texts, inserts and hatches
@@ -147,18 +151,23 @@ struct DxfDetail {
   std::vector<double> widths;
   // circle, arc, ellipse: centre, radii, rotation, angles (radians).
   DxfPoint center;
-  double radius_x = 0, radius_y = 0, rotation = 0, start = 0, end = 0;
+  double radius_x = 0;  // circle, arc, ellipse: the first radius
+  double radius_y = 0;  // the second radius (a circle's equals the first)
+  double rotation = 0;  // the first axis's angle, or a text's, radians
+  double start = 0;     // arc, ellipse: the start angle, radians
+  double end = 0;       // arc, ellipse: the end angle, radians
   // text, mtext: contents and height; the angle goes in `rotation`.
   std::string text;
-  double height = 0;
+  double height = 0;  // text, mtext: the capitals' height
   // text: justification (horizontal 0 left, 1 centre, 2 right, 3 aligned,
   // 4 middle, 5 fit; vertical 0 baseline, 1 bottom, 2 middle, 3 top) and the
   // alignment point they refer to. mtext: attachment 1..9 (top left to bottom
   // right, row by row) and the line spacing factor.
-  int halign = 0, valign = 0;
-  DxfPoint align_point;
-  int attachment = 1;
-  double line_spacing = 1.0;
+  int halign = 0;
+  int valign = 0;              // text: vertical justification, as above
+  DxfPoint align_point;        // text: the point the justification refers to
+  int attachment = 1;          // mtext: 1..9, as above
+  double line_spacing = 1.0;   // mtext: the line spacing factor
   double box_width = 0;        // mtext: the width its lines wrap at; 0: no wrapping
   double line_type_scale = 1;  // code 48: the entity's own scale of its dashes
   // spline: the degree, the knots and the weights (empty: all 1); the
@@ -166,27 +175,29 @@ struct DxfDetail {
   // then they move here. A spline given by fit points alone keeps them here
   // with no knots.
   int degree = 3;
-  std::vector<double> knots, weights;
-  std::vector<DxfPoint> control;
+  std::vector<double> knots;      // spline: the knot vector
+  std::vector<double> weights;    // spline: one a control point; empty: all 1
+  std::vector<DxfPoint> control;  // spline: control (or fit) points, as above
   // image: the file its IMAGEDEF names (as the file gives it), once the
   // OBJECTS section is read; the handle of that IMAGEDEF until then.
   std::string image;
   // insert, dimension: the block, its scales and the array's cells.
   std::string block;
-  DxfPoint scale{1, 1};
-  int columns = 1, rows = 1;
-  DxfPoint spacing;
+  DxfPoint scale{1, 1};  // insert: x and y scales
+  int columns = 1;       // insert: the array's columns
+  int rows = 1;          // insert: the array's rows
+  DxfPoint spacing;      // insert: column and row spacing
 };
 
 // One entity. 56 bytes on a 64-bit host, its points apart (a LINE's two take
 // 32 more on the heap): a drawing of a million lines holds about 90 MB of
 // them.
 struct DxfEntity {
-  DxfKind kind = DxfKind::point;
-  bool by_block = false;    // colour BYBLOCK: the INSERT's colour applies
-  bool closed = false;      // polyline
-  ZR_RGB32 color = 0;       // resolved, 0x00RRGGBB
-  std::uint32_t layer = 0;  // index into DxfDrawing::layer_names
+  DxfKind kind = DxfKind::point;  // what it is
+  bool by_block = false;          // colour BYBLOCK: the INSERT's colour applies
+  bool closed = false;            // polyline
+  ZR_RGB32 color = 0;             // resolved, 0x00RRGGBB
+  std::uint32_t layer = 0;        // index into DxfDrawing::layer_names
   // Index into DxfDrawing::line_type_names of its dashes (BYLAYER resolved);
   // 0 for a continuous line.
   std::uint16_t line_type = 0;
@@ -198,6 +209,7 @@ struct DxfEntity {
   const DxfDetail& detail() const;
   // The detail to fill, made on first use.
   DxfDetail& edit();
+  // Whether it has a detail of its own.
   bool has_detail() const { return detail_ != nullptr; }
   // Lets the points and the detail go (the kind, layer and colour stay).
   void release() {
@@ -209,25 +221,32 @@ struct DxfEntity {
   std::shared_ptr<DxfDetail> detail_;
 };
 
+// A layer of the LAYER table.
 struct DxfLayer {
-  std::string name;
+  std::string name;       // as written
   std::string line_type;  // its entities' line type when they say BYLAYER
-  ZR_RGB32 color = 0;
-  bool off = false;     // negative colour in the table
-  bool frozen = false;  // flag 1
+  ZR_RGB32 color = 0;     // 0x00RRGGBB
+  bool off = false;       // negative colour in the table
+  bool frozen = false;    // flag 1
 };
 
+// A rectangle in drawing units; empty while min_x > max_x.
 struct DxfBounds {
-  double min_x = 0, min_y = 0, max_x = -1, max_y = -1;  // empty while min > max
+  double min_x = 0;   // left
+  double min_y = 0;   // bottom
+  double max_x = -1;  // right
+  double max_y = -1;  // top
+  // Whether it holds no point yet.
   bool empty() const { return min_x > max_x; }
+  // Grows it to hold (x, y).
   void add(double x, double y);
 };
 
 // A line type of the LTYPE table: dash lengths in drawing units, positive
 // for a dash, negative for a gap, 0 for a dot.
 struct DxfLineType {
-  std::string name;
-  std::vector<double> dashes;
+  std::string name;            // as written
+  std::vector<double> dashes;  // as above; empty: continuous
 };
 
 // The HEADER's variables the reader keeps. Hints only: the extent is always
@@ -243,19 +262,22 @@ struct DxfHeader {
 
 // A paper-space layout of the OBJECTS section.
 struct DxfLayout {
-  std::string name;
+  std::string name;   // as the LAYOUT object names it
   std::string block;  // its block: "*Paper_Space" (in ENTITIES), "*Paper_Space0", ...
 };
 
+// A block of the BLOCKS section.
 struct DxfBlock {
-  DxfPoint base;
-  std::vector<DxfEntity> entities;
+  DxfPoint base;                    // the point that lands on an INSERT's point
+  std::vector<DxfEntity> entities;  // in file order
 };
 
+// A drawing as read: its entities in its own units, its blocks, tables and
+// what the reader refused, counted.
 struct DxfDrawing {
-  std::string path;
-  std::vector<DxfEntity> entities;  // model space, in file order
-  std::map<std::string, DxfBlock> blocks;
+  std::string path;                        // the file read
+  std::vector<DxfEntity> entities;         // model space, in file order
+  std::map<std::string, DxfBlock> blocks;  // by name as written
   std::map<std::string, DxfLayer> layers;  // by name as written
   // The layer names entities refer to by index; "0" first.
   std::vector<std::string> layer_names{"0"};
@@ -263,11 +285,11 @@ struct DxfDrawing {
   std::vector<std::string> line_type_names{""};
   std::map<std::string, DxfLineType> line_types;  // by name as written
   std::vector<DxfLayout> layouts;                 // in file order
-  DxfHeader header;
-  std::map<std::string, long> skipped;      // entity name -> count
-  std::map<std::string, long> invalid;      // entity name -> count, dropped for bad numbers
-  long paper_space = 0;                     // entities of layouts not read
-  std::vector<std::string> missing_images;  // image files not found, as named
+  DxfHeader header;                               // the HEADER's hints
+  std::map<std::string, long> skipped;            // entity name -> count
+  std::map<std::string, long> invalid;            // entity name -> count, dropped for bad numbers
+  long paper_space = 0;                           // entities of layouts not read
+  std::vector<std::string> missing_images;        // image files not found, as named
   // Empty for a complete file; else where it ended, e.g. "inside ENTITIES".
   std::string truncated;
   DxfBounds extent;  // model space, INSERTs included through their blocks
@@ -283,9 +305,11 @@ struct DxfDrawing {
 
   // Entities of model space per kind (INSERTs counted once each).
   std::vector<long> counts() const;
+  // The name of an entity's layer.
   const std::string& layer_of(const DxfEntity& e) const { return layer_names[e.layer]; }
 };
 
+// What to read of a file.
 struct DxfLoadOptions {
   // Empty: model space. Else the name of a paper-space layout to read instead
   // (compared without regard to case).
@@ -303,8 +327,10 @@ ZR_RGB32 aci_color(int index);
 
 // Where a drawing lands on the sheet: world = drawing * scale + offset.
 struct Placement {
-  double scale = 1;
-  double offset_x = 0, offset_y = 0;
+  double scale = 1;     // world units per drawing unit
+  double offset_x = 0;  // world x of the drawing's x 0
+  double offset_y = 0;  // world y of the drawing's y 0
+  // A drawing point on the sheet, rounded (saturated) to the 32-bit world.
   DL::WorldPoint map(const DxfPoint& p) const;
 };
 
@@ -320,6 +346,8 @@ std::vector<Placement> lay_out(const std::vector<DxfDrawing>& drawings, DL::Worl
 // does): one record each, shown unless off or frozen in some drawing.
 class LayerTable {
  public:
+  // The layer's record, made (shown or not) the first time a name is met; a
+  // later drawing that has it off or frozen turns it off.
   DL::Extra_Layer_Info* find_or_add(const std::string& name, bool shown);
   // Hides the layer; false when no drawing has it.
   bool turn_off(const std::string& name);

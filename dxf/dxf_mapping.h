@@ -24,7 +24,7 @@
 //   (the capital height of DejaVu Sans). TEXT justification and MTEXT
 //   attachment move the baseline as the file says; an aligned TEXT runs from
 //   its first point to its second, its height scaled to fit. MTEXT lines are
-//   split at \P, wrapped at the MTEXT's width (greedily, at spaces, as
+//   split at `\P`, wrapped at the MTEXT's width (greedily, at spaces, as
 //   measured) and spaced 5/3 of the height times the spacing factor; its
 //   inline codes (fonts, colours, stacking) are dropped, leaving their text.
 //   TEXT's width factor and oblique angle, and "fit" alignment's squeeze,
@@ -72,10 +72,17 @@ namespace DL::dxf {
 
 // x' = a x + b y + e, y' = c x + d y + f.
 struct Affine {
-  double a = 1, b = 0, c = 0, d = 1, e = 0, f = 0;
+  double a = 1;  // x' from x
+  double b = 0;  // x' from y
+  double c = 0;  // y' from x
+  double d = 1;  // y' from y
+  double e = 0;  // x' offset
+  double f = 0;  // y' offset
+  // The map of a placement on the sheet.
   static Affine from(const Placement& p) {
     return {p.scale, 0, 0, p.scale, p.offset_x, p.offset_y};
   }
+  // The image of `p`.
   DxfPoint apply(DxfPoint p) const { return {a * p.x + b * p.y + e, c * p.x + d * p.y + f}; }
   // This map after `inner`: x -> this(inner(x)).
   Affine after(const Affine& inner) const;
@@ -89,6 +96,7 @@ struct Affine {
 struct MappingReport {
   // Model-space entities shown, and those that could not be shown.
   std::vector<long> shown = std::vector<long>(kDxfKindCount, 0);
+  // Model-space entities that could not be shown, per kind.
   std::vector<long> not_shown = std::vector<long>(kDxfKindCount, 0);
   // Entities inside blocks that could not be shown (counted once per block list
   // built, and once per expanded INSERT).
@@ -113,7 +121,7 @@ class SheetContext {
   SheetContext(const SheetContext&) = delete;
   SheetContext& operator=(const SheetContext&) = delete;
 
-  LayerTable layers;
+  LayerTable layers;  // the sheet's layers, by name
   // Points that a draw of what one call of add_to_display_list adds may hand
   // on at most: a point list counts its points, another drawable 1, one that
   // shows a block list what that list hands on plus one for the list's view
@@ -121,20 +129,23 @@ class SheetContext {
   // shown. Nested blocks and arrays can ask for billions from a few bytes of a file; real drawings
   // stay far below.
   long max_points = 100'000'000;
+  // The engine that measures texts, or null.
   ZR_Text_Engine* engine() const { return engine_; }
+  // The font texts are measured and drawn in.
   const ZR_Font& font() const { return font_; }
 
   // The list of `block` of `drawing` with BYBLOCK as `by_block`, and the scale
   // from block units to its world; built on first use, null while it is being
   // built (a cycle) or for an empty block.
   struct BlockList {
-    std::unique_ptr<DL::DisplayList> list;
-    double scale = 1;
-    DxfPoint base;
-    bool building = false;
+    std::unique_ptr<DL::DisplayList> list;  // null: empty, or a cycle
+    double scale = 1;                       // world units of the list per block unit
+    DxfPoint base;                          // the block's base point
+    bool building = false;                  // being built: an INSERT of it now is a cycle
     // What a draw of the list hands on, in points (see max_points).
     long points = 0;
   };
+  // Block lists by drawing, block name and BYBLOCK colour.
   std::map<std::tuple<const DxfDrawing*, std::string, ZR_RGB32>, BlockList> blocks;
 
  private:

@@ -32,6 +32,8 @@
 
 namespace DL {
 
+// The outer list as a renderer sees it: the reach of its complex clip on an
+// entry, and the device size of images (see the file comment).
 class OuterView {
  public:
   // What the outer clip does to one entry.
@@ -54,6 +56,7 @@ class OuterView {
     source_ = source;
     cached_.clear();
   }
+  // The rendition whose complex clip cuts the others, or null.
   const ZR_Rendition* source() const { return source_; }
 
   // The size in device units of `image` drawn now: its world size times the
