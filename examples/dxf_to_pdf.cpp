@@ -4,15 +4,14 @@
 //   dxf_to_pdf DRAWING.dxf OUT.pdf
 //
 // Exits 1 with a one-line reason when the file cannot be read or written.
-#include <dl/backends/cairo/cairo_renderer.h>
-#include <dl/backends/cairo/cairo_text.h>
-#include <dl/dxf/dxf_loader.h>
-#include <dl/dxf/dxf_mapping.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include "backends/cairo/cairo_renderer.h"
+#include "dxf/dxf_loader.h"
+#include "dxf/dxf_mapping.h"
 
 int main(int argc, char** argv) {
   if (argc != 3) {
