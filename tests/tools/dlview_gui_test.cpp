@@ -336,7 +336,7 @@ TEST(DlviewGui, APanDrawsOnlyTheStripsAndGivesTheWholePicture) {
   if (!have_xvfb()) GTEST_SKIP() << "xvfb-run is missing: the window is not tested";
   for (bool clipped : {false, true}) {
     SCOPED_TRACE(clipped);
-    std::vector<std::string> script = {"draft never", "scroll 300 200 up 8"};
+    std::vector<std::string> script = {"draft never", "pan strips", "scroll 300 200 up 8"};
     if (clipped)
       script.insert(script.end(), {"tool circle", "drag 300 200 500 200", "tool navigate"});
     script.insert(script.end(),

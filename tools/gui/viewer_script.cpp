@@ -18,6 +18,8 @@
 //   <height>"
 //   close-while-drawing      starts a redraw and closes the window from inside it
 //   draft auto|always|never  when a draft picture comes before the exact one
+//   pan auto|strips          when a pan moves the picture and draws strips:
+//                            after a slow exact draw, or always
 //   trace PREFIX             from now on, each finished picture prints "frame N
 //                            draft|exact: <the status line>" and is dumped to
 //                            PREFIX<N>.png (N counts from 1)
@@ -126,6 +128,8 @@ bool check(const std::vector<std::string>& c, std::string& why) {
     ok = k == 1;
   else if (n == "draft")
     ok = k == 1 && (c[1] == "auto" || c[1] == "always" || c[1] == "never");
+  else if (n == "pan")
+    ok = k == 1 && (c[1] == "auto" || c[1] == "strips");
   else if (n == "status" || n == "view" || n == "close-while-drawing")
     ok = k == 0;
   else {
@@ -203,6 +207,8 @@ bool run_command(Script& s, const std::vector<std::string>& c) {
     w.set_draft_policy(c[1] == "auto"     ? DraftPolicy::automatic
                        : c[1] == "always" ? DraftPolicy::always
                                           : DraftPolicy::never);
+  } else if (n == "pan") {
+    w.set_pan_strips_always(c[1] == "strips");
   } else if (n == "trace") {
     auto frames = std::make_shared<int>(0);
     const std::string prefix = c[1];

@@ -467,6 +467,9 @@ DL::ScreenPoint ViewerWindow::place_list(DL::WorldBounds& inner, DL::WorldBounds
 
 bool ViewerWindow::pan_shift(int& sx, int& sy) const {
   if (!front_ || front_is_draft_ || front_content_ != content_) return false;
+  // A quick whole draw beats moving the picture and drawing strips through
+  // cairo (the strips' sub-surfaces take no direct pixel writes).
+  if (exact_ms_ < kFrameMs / 2 && !pan_strips_always_) return false;
   if (front_view_.upp != view_.upp || front_view_.width != view_.width ||
       front_view_.height != view_.height)
     return false;

@@ -27,6 +27,16 @@
 // clip, a forced redraw) is drawn exact at once. Picks always use the exact
 // path.
 //
+// Pans. When the wanted view is the exact picture on screen moved by whole
+// pixels (at most half the picture each way) and the last exact draw took
+// more than half a frame, the picture is moved and only the strips that come
+// into view are drawn, by bounded draws, each on a cairo sub-surface over the
+// new picture in the picture's own device units, so every point rounds as in
+// a whole draw. Views at one scale that differ by whole pixels share one
+// transform (`anchor_`), so a pan and a whole draw of the same view agree but
+// for a few levels of pixman's gradients. A pan's strips come exact at once,
+// without a draft. The status line says "(pan: strips only)" after one.
+//
 // Choices:
 // - The list's `complex_clip_supported` is left false even though the cairo
 //   renderer clips to the complex clip itself: the library then prunes groups
@@ -117,6 +127,8 @@ class ViewerWindow {
   bool showing_draft() const { return front_is_draft_; }
   bool drawing_draft() const { return in_draw_ && draw_is_draft_; }
   void set_draft_policy(DraftPolicy policy) { draft_policy_ = policy; }
+  // Whether every pan by whole pixels draws strips, even after a quick draw.
+  void set_pan_strips_always(bool on) { pan_strips_always_ = on; }
   long long generation() const { return generation_; }
   long long drawn_generation() const { return drawn_generation_; }
   // The finished picture to a PNG file.
@@ -255,6 +267,7 @@ class ViewerWindow {
   long long content_drawn_ = 0;  // `content_` when the current draw started
   long long front_content_ = -1;
   long long pans_ = 0;  // draws made by moving the picture and drawing strips
+  bool pan_strips_always_ = false;
   // The transform of draws at this scale: views that differ from `view` by
   // whole pixels are drawn with `world` on a screen rectangle moved by as
   // many pixels from `origin`, so a pan and a whole draw of one view give the
