@@ -397,11 +397,16 @@ bool ViewerWindow::draw_once(bool draft) {
   count_groups(counter_before);
   running_.interrupted = !done;
   last_ = running_;
+  cairo_surface_flush(back_);
+  return end_draw(done, draft, drawn_view, list_.world_bounds, origin);
+}
+
+bool ViewerWindow::end_draw(bool done, bool draft, const View& drawn_view,
+                            const DL::WorldBounds& world, DL::ScreenPoint origin) {
   if (done) {
-    front_world_ = list_.world_bounds;
+    front_world_ = world;
     front_origin_ = origin;
     front_content_ = content_drawn_;
-    cairo_surface_flush(back_);
     std::swap(back_, front_);
     // The renderer paints on the old back surface: make a new one next time.
     release(counter_);
@@ -593,27 +598,8 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   running_.pan = true;
   last_ = running_;
   ++pans_;
-  if (done) {
-    cairo_surface_mark_dirty(back_);
-    std::swap(back_, front_);
-    release(counter_);
-    release(back_renderer_);
-    counter_ = nullptr;
-    back_renderer_ = nullptr;
-    if (back_) cairo_surface_destroy(back_);
-    back_ = nullptr;
-    front_view_ = drawn_view;
-    front_origin_ = origin;
-    front_content_ = content_drawn_;
-    drawn_generation_ = draw_generation_;
-    front_is_draft_ = false;
-    ++completed_;
-    if (picked_) render_highlight();
-  }
-  update_status();
-  if (done && on_finished) on_finished();
-  if (!closing_) gtk_widget_queue_draw(area_);
-  return done;
+  cairo_surface_mark_dirty(back_);
+  return end_draw(done, false, drawn_view, front_world_, origin);
 }
 
 // The interrupt callback: handles what input is waiting, then says whether the

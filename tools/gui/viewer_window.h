@@ -188,6 +188,11 @@ class ViewerWindow {
   // the world under the picture (`inner`) and a pixel beyond it (`outer`);
   // returns the screen rectangle's corner.
   DL::ScreenPoint place_list(DL::WorldBounds& inner, DL::WorldBounds& outer);
+  // Ends a draw: when it ran to its end (`done`), its picture, drawn in
+  // `drawn_view` with the transform (`world`, `origin`), becomes the one on
+  // screen; then the status, the hook and a repaint. Returns `done`.
+  bool end_draw(bool done, bool draft, const View& drawn_view, const DL::WorldBounds& world,
+                DL::ScreenPoint origin);
   // The interior groups the last draw entered, from the interrupt counter.
   void count_groups(int counter_before);
   // Forgets the pick, its status text and its outline.
