@@ -314,9 +314,17 @@ void find_images(DxfDrawing& d) {
       const std::string& name = e.detail().image;
       std::string base = name.substr(
           name.find_last_of("/\\") == std::string::npos ? 0 : name.find_last_of("/\\") + 1);
-      const bool found = (!name.empty() && name[0] == '/' && exists(name)) ||
-                         exists(folder + name) || exists(folder + base);
-      if (!found) d.missing_images.push_back(name.empty() ? "(no IMAGEDEF)" : name);
+      std::string path;
+      if (!name.empty() && name[0] == '/' && exists(name))
+        path = name;
+      else if (exists(folder + name))
+        path = folder + name;
+      else if (exists(folder + base))
+        path = folder + base;
+      if (path.empty())
+        d.missing_images.push_back(name.empty() ? "(no IMAGEDEF)" : name);
+      else
+        d.image_paths[name] = path;
     }
   };
   check(d.entities);

@@ -290,6 +290,9 @@ struct DxfDrawing {
   std::map<std::string, long> invalid;            // entity name -> count, dropped for bad numbers
   long paper_space = 0;                           // entities of layouts not read
   std::vector<std::string> missing_images;        // image files not found, as named
+  // The files IMAGEs name that were found: as named -> the path found (as
+  // given, beside the DXF, or its base name beside the DXF).
+  std::map<std::string, std::string> image_paths;
   // Empty for a complete file; else where it ended, e.g. "inside ENTITIES".
   std::string truncated;
   DxfBounds extent;  // model space, INSERTs included through their blocks

@@ -9,6 +9,7 @@
 #endif
 
 #include "drawables/dot.h"
+#include "drawables/image.h"
 #include "drawables/polything.h"
 #include "drawables/polytriangle.h"
 #include "dxf/dxf_hatch_p.h"
@@ -70,9 +71,11 @@ class Mapper {
     switch (e.kind) {
       case DxfKind::leader:
         return leader(e, m, color);
+      case DxfKind::image:
+        if (image(e, m, color)) return true;
+        [[fallthrough]];  // its frame
       case DxfKind::line:
       case DxfKind::spline:
-      case DxfKind::image:
       case DxfKind::polyline: {
         if (!e.detail().widths.empty()) return wide_polyline(e, m, color);
         std::vector<DxfPoint> pts = e.points;
@@ -113,6 +116,39 @@ class Mapper {
 
  private:
   // `points`: what a draw of the drawable hands on (see max_points).
+  // An IMAGE as an `Image` over its rectangle, when the host reads images
+  // (`SheetContext::read_image`) and the image stands upright under the map
+  // (rows along +x, columns along +y): an `Image` has no turn. Each gets a
+  // body of its own, the pixels copied, with the world size it covers. False
+  // otherwise: its frame is drawn.
+  bool image(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    if (!cx_.read_image || e.points.size() != 4) return false;
+    const auto found = d_.image_paths.find(e.detail().image);
+    if (found == d_.image_paths.end()) return false;
+    auto [it, fresh] = cx_.images.try_emplace(found->second);
+    if (fresh) it->second = cx_.read_image(found->second);
+    const ZR_Image& read = it->second;
+    if (!read || read->width <= 0 || read->height <= 0 ||
+        read->pixels.size() != static_cast<std::size_t>(read->width) * read->height)
+      return false;
+    const DxfPoint p0 = m.apply(e.points[0]), p1 = m.apply(e.points[1]);
+    const DxfPoint p3 = m.apply(e.points[3]);
+    const double ux = p1.x - p0.x, uy = p1.y - p0.y, vx = p3.x - p0.x, vy = p3.y - p0.y;
+    if (!(ux > 0) || !(vy > 0) || std::fabs(uy) > 1e-9 * ux || std::fabs(vx) > 1e-9 * vy)
+      return false;
+    const DL::WorldPoint lo = to_world(p0), hi = to_world({p0.x + ux, p0.y + vy});
+    if (!(lo.x < hi.x) || !(lo.y < hi.y)) return false;
+    auto* body = new ZR_Image_Data;
+    body->width = read->width;
+    body->height = read->height;
+    body->pixels = read->pixels;
+    body->world_width = static_cast<double>(hi.x) - lo.x;
+    body->world_height = static_cast<double>(hi.y) - lo.y;
+    const DL::WorldBounds rect{lo, hi};
+    add(new DL::Image(color, rect, ZR_Image(body)), rect);
+    return true;
+  }
+
   void add(DL::Drawable* drawable, const DL::WorldBounds& b, long points = 1) {
     drawable->set_layer(layer_);
     if (list_ == top_) report_.bounds.merge(b);

@@ -58,6 +58,7 @@
 // resolved by the loader (layer "0" inside blocks keeps layer 0's colour).
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -145,6 +146,13 @@ class SheetContext {
     // What a draw of the list hands on, in points (see max_points).
     long points = 0;
   };
+  // Reads an image file for IMAGE entities. The library reads no image
+  // format: the host brings a decoder (dlview: cairo's PNG reader). Null, or
+  // an image without pixels, leaves IMAGEs as their frames.
+  std::function<ZR_Image(const std::string& path)> read_image;
+  // The images read so far, by path (null for one that could not be read).
+  std::map<std::string, ZR_Image> images;
+
   // Block lists by drawing, block name and BYBLOCK colour.
   std::map<std::tuple<const DxfDrawing*, std::string, ZR_RGB32>, BlockList> blocks;
 

@@ -41,6 +41,7 @@
 // classification unless --complex-clip says the renderer clips to them.
 //
 // Bad arguments or input give a one-line message and exit status 2.
+#include <cairo.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,6 +50,7 @@
 #include <chrono>
 #include <clocale>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -496,6 +498,39 @@ int run_demo(const Arguments& a, Output& out) {
   return 0;
 }
 
+// An image file as pixels, for IMAGE entities: PNG through cairo, composed
+// over white; null for a file cairo cannot read (its frame is drawn then).
+ZR_Image read_png(const std::string& path) {
+  cairo_surface_t* s = cairo_image_surface_create_from_png(path.c_str());
+  const cairo_format_t format = cairo_image_surface_get_format(s);
+  if (cairo_surface_status(s) != CAIRO_STATUS_SUCCESS ||
+      (format != CAIRO_FORMAT_ARGB32 && format != CAIRO_FORMAT_RGB24)) {
+    cairo_surface_destroy(s);
+    return ZR_Image();
+  }
+  cairo_surface_flush(s);
+  auto* body = new ZR_Image_Data;
+  body->width = cairo_image_surface_get_width(s);
+  body->height = cairo_image_surface_get_height(s);
+  body->pixels.resize(static_cast<std::size_t>(body->width) * body->height);
+  const unsigned char* data = cairo_image_surface_get_data(s);
+  const int stride = cairo_image_surface_get_stride(s);
+  for (int y = 0; y < body->height; ++y) {
+    const auto* row = reinterpret_cast<const std::uint32_t*>(data + std::ptrdiff_t(y) * stride);
+    for (int x = 0; x < body->width; ++x) {
+      // Premultiplied: over white, each channel gains what the alpha leaves.
+      const std::uint32_t p = row[x];
+      const std::uint32_t rest = format == CAIRO_FORMAT_ARGB32 ? 255 - (p >> 24) : 0;
+      std::uint32_t c = 0;
+      for (int shift : {0, 8, 16})
+        c |= std::min<std::uint32_t>(255, ((p >> shift) & 0xff) + rest) << shift;
+      body->pixels[static_cast<std::size_t>(y) * body->width + x] = c;
+    }
+  }
+  cairo_surface_destroy(s);
+  return ZR_Image(body);
+}
+
 int run_dxf(const Arguments& a, Output& out) {
   auto start = Clock::now();
   std::vector<DL::dxf::DxfDrawing> drawings(a.files.size());
@@ -518,6 +553,7 @@ int run_dxf(const Arguments& a, Output& out) {
   std::vector<DL::dxf::Placement> placements = DL::dxf::lay_out(drawings, sheet_extent);
 
   DL::dxf::SheetContext context(out.painter, DL::FreeTypeTextEngine::make_font("DejaVu Sans"));
+  context.read_image = read_png;
   DL::DisplayList sheet;
   sheet.saturate_device_points = true;  // far points of a zoomed view must not wrap
   std::vector<DL::dxf::MappingReport> reports;

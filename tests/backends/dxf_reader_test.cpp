@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "backends/recording/recording.h"
 #include "backends/recording/recording_text.h"
 #include "displaylist/display_list.h"
+#include "drawables/image.h"
 #include "drawables/polything.h"
 #include "dxf/dxf_loader.h"
 #include "dxf/dxf_mapping.h"
@@ -51,10 +53,12 @@ DxfDrawing load(const std::string& path, const DxfLoadOptions& options = {}) {
 // 400 x 400 recording in which one pixel is one drawing unit, the drawing's
 // origin at pixel (200, 200).
 struct Drawn {
-  explicit Drawn(const DxfDrawing& d, DxfDrawing* consume = nullptr)
+  explicit Drawn(const DxfDrawing& d, DxfDrawing* consume = nullptr,
+                 std::function<ZR_Image(const std::string&)> read_image = {})
       : engine(new RecordingTextEngine), context(engine), renderer(new RecordingRenderer) {
     add_ref(engine);
     add_ref(renderer);
+    context.read_image = std::move(read_image);
     Placement p;
     p.scale = 1000;
     p.offset_x = p.offset_y = 200000;
@@ -380,6 +384,49 @@ TEST(DxfReader, ImagesShowTheirFrameAndMissingFilesAreListed) {
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[0].size(), 5u);  // closed
   EXPECT_NEAR(lines[1][1].x, 40, 1e-3);
+}
+
+TEST(DxfReader, ImagesShowTheirPixelsOverTheirRectangleWhenTheHostReadsThem) {
+  // The host's reader gets the path found beside the DXF, once; the IMAGE
+  // becomes an Image over its frame's rectangle, sized to it; the missing one
+  // keeps its frame.
+  const DxfDrawing d = load(data("images.dxf"));
+  ASSERT_EQ(d.image_paths.count("pixel.png"), 1u);
+  int reads = 0;
+  std::string read_path;
+  Drawn drawn(d, nullptr, [&](const std::string& path) {
+    ++reads;
+    read_path = path;
+    auto* body = new ZR_Image_Data;
+    body->width = 2;
+    body->height = 3;
+    body->pixels.assign(6, 0x336699);
+    return ZR_Image(body);
+  });
+  EXPECT_EQ(reads, 1);
+  EXPECT_NE(read_path.find("pixel.png"), std::string::npos);
+  const Image* image = nullptr;
+  for (const Drawable* x : drawn.drawables)
+    if (std::string(dlview::class_name(x)) == "Image") image = static_cast<const Image*>(x);
+  ASSERT_TRUE(image);
+  const WorldBounds b = image->bounds_of();
+  EXPECT_EQ(b.min.x, 200000);  // the frame's corners, in world units
+  EXPECT_EQ(b.max.x, 220000);
+  EXPECT_EQ(b.max.y, 210000);
+  ASSERT_TRUE(image->image && *image->image);
+  EXPECT_EQ((*image->image)->world_width, 20000);
+  EXPECT_EQ((*image->image)->world_height, double(b.max.y) - b.min.y);
+  EXPECT_EQ(drawn.polylines().size(), 1u);  // the missing image's frame
+  // The image is handed to the renderer once, at the rectangle's top left.
+  int images = 0;
+  for (const RecordedCall& call : drawn.renderer->calls)
+    if (call.entry.rfind("image_", 0) == 0) {
+      ++images;
+      ASSERT_EQ(call.points.size(), 1u);
+      EXPECT_EQ(call.points[0].x, 200);
+      EXPECT_EQ(call.points[0].y, 210);
+    }
+  EXPECT_EQ(images, 1);
 }
 
 TEST(DxfReader, DimensionsWithoutABlockAreBuiltFromTheirPoints) {
