@@ -131,6 +131,15 @@ std::string write_drawing() {
 
 constexpr std::uint32_t kRed = 0xff0000, kBlue = 0x0000ff, kOrange = 0xff7f00;
 
+// The "status: " lines in order.
+std::vector<std::string> statuses(const std::string& out) {
+  std::vector<std::string> lines;
+  std::istringstream in(out);
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("status: ", 0) == 0) lines.push_back(line);
+  return lines;
+}
+
 // "view: cx cy upp width height" lines in order.
 std::vector<std::vector<double>> views(const std::string& out) {
   std::vector<std::vector<double>> v;
@@ -216,10 +225,7 @@ TEST(DlviewGui, ClickNamesThePrimitiveAndLayersTurnOff) {
        "dump " + temp("p2.png"), "click " + at, "status", "layer RED on", "dump " + temp("p3.png")},
       drawing);
   ASSERT_EQ(r.status, 0) << r.err;
-  std::vector<std::string> status;
-  std::istringstream in(r.out);
-  for (std::string line; std::getline(in, line);)
-    if (line.rfind("status: ", 0) == 0) status.push_back(line);
+  const std::vector<std::string> status = statuses(r.out);
   ASSERT_EQ(status.size(), 3u) << r.out;
   EXPECT_NE(status[0].find("primitives 288"), std::string::npos) << status[0];
   EXPECT_NE(status[0].find("complete"), std::string::npos) << status[0];
@@ -307,10 +313,7 @@ TEST(DlviewGui, PickInsideABlockOutlinesItWhereItIsDrawn) {
                         "click " + at(x1, y1), "status", "key Home", "status"},
                        drawing);
   ASSERT_EQ(r.status, 0) << r.err;
-  std::vector<std::string> status;
-  std::istringstream in(r.out);
-  for (std::string line; std::getline(in, line);)
-    if (line.rfind("status: ", 0) == 0) status.push_back(line);
+  const std::vector<std::string> status = statuses(r.out);
   ASSERT_EQ(status.size(), 3u) << r.out;
   EXPECT_NE(status[0].find("picked Polyline bounds"), std::string::npos) << status[0];
   EXPECT_NE(status[0].find("in block MARK"), std::string::npos) << status[0];
@@ -344,10 +347,7 @@ TEST(DlviewGui, APanDrawsOnlyTheStripsAndGivesTheWholePicture) {
                    "layer streets on", "status", "dump " + temp("whole.png")});
     const Result r = run(script, "--blocks 24");
     ASSERT_EQ(r.status, 0) << r.err;
-    std::vector<std::string> status;
-    std::istringstream in(r.out);
-    for (std::string line; std::getline(in, line);)
-      if (line.rfind("status: ", 0) == 0) status.push_back(line);
+    const std::vector<std::string> status = statuses(r.out);
     ASSERT_EQ(status.size(), 2u) << r.out;
     EXPECT_NE(status[0].find("(pan: strips only)"), std::string::npos) << status[0];
     EXPECT_EQ(status[1].find("(pan: strips only)"), std::string::npos) << status[1];

@@ -358,33 +358,15 @@ bool ViewerWindow::draw_once(bool draft) {
   list_.interrupt_callback = &ViewerWindow::poll;
   list_.interrupt_user_data = this;
 
-  running_ = DrawStats{};
   counter->calls = 0;
-  const int counter_before = list_.interrupt_counter;
-  content_drawn_ = content_;
-  in_draw_ = true;
-  handling_ms_ = 0;
-  const Clock::time_point start = Clock::now();
-  resumed_ = start;
-  checked_ = start;
-  bool done;
-  if (!list_.rendition.complex_clip())
-    done = list_.root->draw_bounded_interrupt(list_, inner, outer);
-  else if (list_.circular_complex_clip())
-    done = list_.root->draw_circled_bounded_interrupt(list_, inner, outer);
-  else
-    done = list_.root->draw_complex_bounded_interrupt(list_, inner, outer);
-  const double last_stretch = ms_since(resumed_);
-  running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, last_stretch);
-  running_.long_stretches += last_stretch > kLongStretchMs;
+  begin_timing();
+  const bool done = walk(inner, outer);
+  end_timing(done, counter->calls);
   if (drawing_.text) {
     drawing_.text->set_renderer(nullptr);  // both renderers may go below
     drawing_.text->set_greeking_size(greeking);
   }
   back_renderer_->flush_direct();
-  in_draw_ = false;
-  running_.ms = ms_since(start) - handling_ms_;
-  running_.drawn = counter->calls;
   if (draft) {
     list_.set_renderer(counter_);  // the list lets go of the draft
     draft_renderer->mark_dirty();
@@ -394,9 +376,6 @@ bool ViewerWindow::draw_once(bool draft) {
     exact_ms_ = done ? running_.ms : std::max(exact_ms_, running_.ms);
     exact_area_ = view_area(drawn_view);
   }
-  count_groups(counter_before);
-  running_.interrupted = !done;
-  last_ = running_;
   cairo_surface_flush(back_);
   return end_draw(done, draft, drawn_view, list_.world_bounds, origin);
 }
@@ -427,12 +406,40 @@ bool ViewerWindow::end_draw(bool done, bool draft, const View& drawn_view,
   return done;
 }
 
-void ViewerWindow::count_groups(int counter_before) {
+void ViewerWindow::begin_timing() {
+  running_ = DrawStats{};
+  counter_before_ = list_.interrupt_counter;
+  content_drawn_ = content_;
+  in_draw_ = true;
+  handling_ms_ = 0;
+  started_ = Clock::now();
+  resumed_ = started_;
+  checked_ = started_;
+}
+
+bool ViewerWindow::walk(const DL::WorldBounds& inner, const DL::WorldBounds& outer) {
+  if (!list_.rendition.complex_clip())
+    return list_.root->draw_bounded_interrupt(list_, inner, outer);
+  if (list_.circular_complex_clip())
+    return list_.root->draw_circled_bounded_interrupt(list_, inner, outer);
+  return list_.root->draw_complex_bounded_interrupt(list_, inner, outer);
+}
+
+void ViewerWindow::end_timing(bool done, long long calls) {
+  const double last_stretch = ms_since(resumed_);
+  running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, last_stretch);
+  running_.long_stretches += last_stretch > kLongStretchMs;
+  in_draw_ = false;
+  running_.ms = ms_since(started_) - handling_ms_;
+  running_.drawn = calls;
+  // The interior groups entered, from the interrupt counter.
   const int k = running_.callbacks;
-  const int c0 = counter_before, c1 = list_.interrupt_counter;
+  const int c0 = counter_before_, c1 = list_.interrupt_counter;
   running_.groups = k == 0 ? c1 - c0
                            : (DL::DisplayList::kInterruptPollPeriod - c0) +
                                  (k - 1LL) * DL::DisplayList::kInterruptPollPeriod + c1;
+  running_.interrupted = !done;
+  last_ = running_;
 }
 
 // Whether `to` is `from` moved by whole pixels: right by `sx`, down by `sy`.
@@ -529,14 +536,8 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   list_.interrupt_callback = &ViewerWindow::poll;
   list_.interrupt_user_data = this;
   const float greeking = drawing_.text ? drawing_.text->greeking_size() : 0.0f;
-  running_ = DrawStats{};
-  const int counter_before = list_.interrupt_counter;
-  content_drawn_ = content_;
-  in_draw_ = true;
-  handling_ms_ = 0;
-  const Clock::time_point start = Clock::now();
-  resumed_ = start;
-  checked_ = start;
+  begin_timing();
+  running_.pan = true;
   bool done = true;
   long long calls = 0;
   for (const Strip& strip : strips) {
@@ -570,12 +571,7 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
     list_.screen_to_world(hi, inner.max);
     list_.screen_to_world(lo1, outer.min);
     list_.screen_to_world(hi1, outer.max);
-    if (!list_.rendition.complex_clip())
-      done = list_.root->draw_bounded_interrupt(list_, inner, outer);
-    else if (list_.circular_complex_clip())
-      done = list_.root->draw_circled_bounded_interrupt(list_, inner, outer);
-    else
-      done = list_.root->draw_complex_bounded_interrupt(list_, inner, outer);
+    done = walk(inner, outer);
     calls += counter->calls;
     if (drawing_.text) drawing_.text->set_renderer(nullptr);
     list_.set_renderer(counter_);
@@ -587,16 +583,7 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   }
   if (drawing_.text) drawing_.text->set_greeking_size(greeking);
   list_.rendition.set_hard_clip({0, w - 1, 0, h - 1}, false);
-  const double last_stretch = ms_since(resumed_);
-  running_.longest_stretch_ms = std::max(running_.longest_stretch_ms, last_stretch);
-  running_.long_stretches += last_stretch > kLongStretchMs;
-  in_draw_ = false;
-  running_.ms = ms_since(start) - handling_ms_;
-  running_.drawn = calls;
-  count_groups(counter_before);
-  running_.interrupted = !done;
-  running_.pan = true;
-  last_ = running_;
+  end_timing(done, calls);
   ++pans_;
   cairo_surface_mark_dirty(back_);
   return end_draw(done, false, drawn_view, front_world_, origin);

@@ -193,8 +193,14 @@ class ViewerWindow {
   // screen; then the status, the hook and a repaint. Returns `done`.
   bool end_draw(bool done, bool draft, const View& drawn_view, const DL::WorldBounds& world,
                 DL::ScreenPoint origin);
-  // The interior groups the last draw entered, from the interrupt counter.
-  void count_groups(int counter_before);
+  // Starts the statistics and the clocks of a draw (`running_`).
+  void begin_timing();
+  // The list's interruptible walk of (`inner`, `outer`), chosen by its clip;
+  // true when it ran to its end.
+  bool walk(const DL::WorldBounds& inner, const DL::WorldBounds& outer);
+  // Ends them: time, `calls` device calls, groups entered, whether `done`;
+  // the draw's figures become `last_`.
+  void end_timing(bool done, long long calls);
   // Forgets the pick, its status text and its outline.
   void clear_pick();
   // The picked drawable's bounds in the drawing's world (through the blocks).
@@ -270,6 +276,8 @@ class ViewerWindow {
   // redraw): a pan reuses the picture on screen only when none came since.
   long long content_ = 0;
   long long content_drawn_ = 0;  // `content_` when the current draw started
+  int counter_before_ = 0;       // the interrupt counter when it started
+  Clock::time_point started_;    // when it started
   long long front_content_ = -1;
   long long pans_ = 0;  // draws made by moving the picture and drawing strips
   bool pan_strips_always_ = false;
