@@ -2,7 +2,7 @@
 // instead, on the same workloads, measured in one run.
 //
 //   compare [--quick] [--sizes 1e5,1e6,1e7] [--reps N] [--kinds points,segments]
-//           [--orders coherent,random,layered]
+//           [--orders coherent,random,layered] [--list-only] [--no-index]
 //
 // Peers: this library (Dots for points, two-point Polylines for segments, drawn
 // into a renderer that only counts), Boost.Geometry's rtree with rstar<16>,
@@ -10,7 +10,10 @@
 // vector scanned linearly, and the floor: the same records from a bump
 // allocator appended to a singly linked list.
 //
-// Workloads: build; a 1% and a 0.0001% window (200 each, fixed seed) returning
+// Workloads: build; build and the first 1% window (the display list makes the
+// index of a wide group when a walk by rectangle first needs it, so this is
+// its time to the first answer; bytes per item are counted after it); a 1% and
+// a 0.0001% window (200 each, fixed seed) returning
 // every hit in painting order (peers query, then sort by insertion id; their
 // plain unordered query is reported too); a full walk in painting order (for
 // the display list its forward iterator; its full redraw is reported beside);
@@ -18,7 +21,9 @@
 // median of --reps repetitions (default 5), and each table gives the display
 // list's ratio to every peer measured in the same run. --quick (1e5 only, 3
 // repetitions) also checks that every peer returns the same hits as the display
-// list, and exits non-zero if one does not.
+// list, and exits non-zero if one does not. --list-only runs the display list
+// alone (to profile it); --no-index makes it go without indexes (the walks
+// then test every child, as before there were any).
 //
 // Orders: coherent (256 x 256 tiles taken row by row, items random inside a
 // tile), random (anywhere, in no order), and layered (the plane covered four
@@ -40,6 +45,7 @@
 #include <vector>
 
 #include "displaylist/display_list.h"
+#include "displaylist/group_index.h"
 #include "drawables/dot.h"
 #include "drawables/polything.h"
 #include "iterators/display_list_iterator.h"
@@ -576,8 +582,10 @@ struct Options {
   bool quick = false;
   std::vector<std::size_t> sizes{100000, 1000000, 10000000};
   int reps = 5;
-  std::vector<bool> kinds{false, true};   // segments?
+  std::vector<bool> kinds{false, true};  // segments?
   std::vector<Order> orders{Order::coherent, Order::random, Order::layered};
+  bool list_only = false;  // the display list alone, to profile it
+  bool no_index = false;   // the display list without its index over wide groups
 };
 
 bool parse_list(const char* text, const std::function<bool(const std::string&)>& take) {
@@ -651,16 +659,21 @@ int main(int argc, char** argv) {
             return true;
           }))
         return fail("--orders takes coherent, random, layered or a list of them");
+    } else if (arg == "--list-only") {
+      opt.list_only = true;
+    } else if (arg == "--no-index") {
+      opt.no_index = true;
     } else if (arg == "--help" || arg == "-h") {
       std::printf(
           "usage: compare [--quick] [--sizes 1e5,1e6,1e7] [--reps N] [--kinds points,segments] "
-          "[--orders coherent,random,layered]\n");
+          "[--orders coherent,random,layered] [--list-only] [--no-index]\n");
       return 0;
     } else {
       return fail("unknown argument '" + arg + "' (try --help)");
     }
   }
 
+  if (opt.no_index) DL::GroupIndexSettings::set_threshold(0);
   const std::vector<WorldBounds> wide = make_windows(0.01, 200, 99);
   const std::vector<WorldBounds> narrow = make_windows(0.000001, 200, 100);
   bool all_agree = true;
@@ -671,13 +684,15 @@ int main(int argc, char** argv) {
         Dataset d = make_dataset(segments, order, n);
         std::vector<std::unique_ptr<Peer>> peers;
         peers.push_back(std::make_unique<DisplayListPeer>());
-        peers.push_back(std::make_unique<RtreePeer<bgi::rstar<16>>>("R*-tree rstar<16>", false));
-        peers.push_back(
-            std::make_unique<RtreePeer<bgi::quadratic<16>>>("R-tree quadratic<16>", false));
-        peers.push_back(std::make_unique<RtreePeer<bgi::linear<16>>>("R-tree linear<16>", false));
-        peers.push_back(std::make_unique<RtreePeer<bgi::rstar<16>>>("R-tree packed", true));
-        peers.push_back(std::make_unique<VectorPeer>());
-        peers.push_back(std::make_unique<FloorPeer>());
+        if (!opt.list_only) {
+          peers.push_back(std::make_unique<RtreePeer<bgi::rstar<16>>>("R*-tree rstar<16>", false));
+          peers.push_back(
+              std::make_unique<RtreePeer<bgi::quadratic<16>>>("R-tree quadratic<16>", false));
+          peers.push_back(std::make_unique<RtreePeer<bgi::linear<16>>>("R-tree linear<16>", false));
+          peers.push_back(std::make_unique<RtreePeer<bgi::rstar<16>>>("R-tree packed", true));
+          peers.push_back(std::make_unique<VectorPeer>());
+          peers.push_back(std::make_unique<FloorPeer>());
+        }
 
         std::vector<Figures> figures(peers.size());
         std::vector<std::vector<std::uint32_t>> expected;  // the display list's hits, quick mode
@@ -690,6 +705,11 @@ int main(int argc, char** argv) {
             long rss0 = rss_kib();
             runs["build"].push_back(seconds_of([&] { peer.build(d); }) * 1e9 /
                                     static_cast<double>(n));
+            // The first window finds the display list's indexes to be built
+            // (they are made when a walk by rectangle first needs them): the
+            // time to the first answer, and the memory then, count it.
+            const double first = seconds_of([&] { peer.window(wide[0], nullptr); });
+            runs["ready"].push_back(runs["build"].back() + first * 1e9 / static_cast<double>(n));
             runs["bytes"].push_back(peer.bytes_per_item(n));
             runs["rss"].push_back(static_cast<double>(rss_kib() - rss0) * 1024.0 /
                                   static_cast<double>(n));
@@ -780,12 +800,12 @@ int main(int argc, char** argv) {
 
         std::printf("\n### %s\n\n", d.name().c_str());
         std::printf(
-            "| peer | build ns/item | 1%% window ns/hit (ordered) | 1%% plain ns/hit | 0.0001%% "
-            "window ns/query "
+            "| peer | build ns/item | build and first 1%% window ns/item | 1%% window ns/hit "
+            "(ordered) | 1%% plain ns/hit | 0.0001%% window ns/query "
             "| full walk ns/item | remove 1%% ns/item | bytes/item | RSS bytes/item |\n");
-        std::printf("|---|---|---|---|---|---|---|---|---|\n");
-        const char* keys[] = {"build", "wide",   "wide_plain", "narrow",
-                              "walk",  "remove", "bytes",      "rss"};
+        std::printf("|---|---|---|---|---|---|---|---|---|---|\n");
+        const char* keys[] = {"build", "ready",  "wide",  "wide_plain", "narrow",
+                              "walk",  "remove", "bytes", "rss"};
         for (std::size_t p = 0; p < peers.size(); ++p) {
           std::printf("| %s |", peers[p]->name());
           for (const char* k : keys) std::printf(" %.1f |", figures[p].value[k]);
@@ -794,18 +814,18 @@ int main(int argc, char** argv) {
         std::printf(
             "\nDisplay list / peer (below 1 means the display list is faster or smaller):\n\n");
         std::printf(
-            "| peer | build | 1%% ordered | 1%% vs plain | 0.0001%% | full walk | remove | bytes "
-            "|\n");
-        std::printf("|---|---|---|---|---|---|---|---|\n");
+            "| peer | build | build and first window | 1%% ordered | 1%% vs plain | 0.0001%% | "
+            "full walk | remove | bytes |\n");
+        std::printf("|---|---|---|---|---|---|---|---|---|\n");
         for (std::size_t p = 1; p < peers.size(); ++p) {
           auto ratio = [&](const char* ours, const char* theirs) {
             double t = figures[p].value[theirs];
             return t > 0 ? figures[0].value[ours] / t : 0.0;
           };
-          std::printf("| %s | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f |\n", peers[p]->name(),
-                      ratio("build", "build"), ratio("wide", "wide"), ratio("wide", "wide_plain"),
-                      ratio("narrow", "narrow"), ratio("walk", "walk"), ratio("remove", "remove"),
-                      ratio("bytes", "bytes"));
+          std::printf("| %s | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f |\n",
+                      peers[p]->name(), ratio("build", "build"), ratio("ready", "ready"),
+                      ratio("wide", "wide"), ratio("wide", "wide_plain"), ratio("narrow", "narrow"),
+                      ratio("walk", "walk"), ratio("remove", "remove"), ratio("bytes", "bytes"));
         }
         std::printf(
             "\nDisplay list, 1%% windows: per true hit, %.3f groups tested and %.2f drawables "

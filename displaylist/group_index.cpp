@@ -6,6 +6,7 @@
 #include <atomic>
 #include <bit>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -118,7 +119,18 @@ std::uint64_t offset(WorldCoord v, WorldCoord origin) {
 
 GroupIndex* GroupIndex::of(const Group* g) {
   GroupIndex* index = lookup(g);
-  if (index && index->seen_last_ != g->last_child) index->resync(g);
+  // A visit of this index may be running (a walk that re-enters the list):
+  // its arrays stay as they are, and the children it has not indexed are
+  // walked along the chain, as they always are.
+  if (index && index->seen_last_ != g->last_child && !index->busy_) {
+    index->catch_up(g);
+    if (index->failed_) {
+      // Out of memory: the group goes without an index. The slot is the
+      // index's bookkeeping beside the group, not part of what it holds.
+      drop(const_cast<Group*>(g));
+      return nullptr;
+    }
+  }
   return index;
 }
 
@@ -183,7 +195,6 @@ void GroupIndex::destroy() {
     if (p) ZP_ReleaseMemory(p);
   };
   release(kids_);
-  release(rects_);
   release(interior_);
   release(packed_);
   release(packed_boxes_);
@@ -229,34 +240,37 @@ void GroupIndex::resync(const Group* g) {
   rebuild();
 }
 
+// Indexes the children linked at the tail since the index last looked, all
+// but the new last child: into the recent part, or by a rebuild when half as
+// many children again have come (the recent part's chains cost a query more
+// than the packed part; this keeps them to a third of the entries, where a
+// rebuild at each doubling made a window cost twice as much). A chain that
+// does not lead from the known tail to the last child was changed by hand:
+// it is indexed anew.
+void GroupIndex::catch_up(const Group* g) {
+  Group* const last = g->last_group();
+  Group* c = rest_ ? rest_ : seen_last_ ? seen_last_->sibling : g->first_group();
+  const std::uint32_t first_new = count_;
+  for (; c && c != last; c = c->sibling)
+    if (!add_kid(c)) return;
+  if (c != last) return resync(g);
+  rest_ = last;
+  seen_last_ = last;
+  if (count_ == first_new) return;
+  if (count_ >= built_ + built_ / 2 || dead_ > count_ / 2) return rebuild();
+  for (std::uint32_t o = first_new; o < count_ && !failed_; ++o) place(o, kid(o)->bounds);
+  if (outside_count_ > 32 + count_ / 8) rebuild();
+}
+
 // ---------------------------------------------------------------------------
 // Told by the tree
 // ---------------------------------------------------------------------------
 
 void GroupIndex::child_linked(Group* g, ZephalHeap* heap) {
-  Group* last = g->last_group();
-  if (GroupIndex* index = lookup(g)) {
-    const bool tail_as_known =
-        index->seen_last_ ? index->seen_last_->sibling == last : g->first_child == last;
-    if (!tail_as_known) {
-      index->resync(g);  // the tail was changed by hand
-    } else {
-      // Everything before the new last child is indexed now.
-      Group* c = index->rest_ ? index->rest_ : last;
-      for (; c != last; c = c->sibling)
-        if (index->add_kid(c)) index->place(index->count_ - 1, c->bounds);
-      index->rest_ = last;
-      index->seen_last_ = last;
-      // Rebuilt when half as many children again have come: the recent part's
-      // chains cost a query more than the packed part, and this keeps it to a
-      // third of the entries (at a doubling, a window cost twice as much).
-      if (index->count_ >= index->built_ + index->built_ / 2 ||
-          index->outside_count_ > 32 + index->count_ / 8 || index->dead_ > index->count_ / 2)
-        index->rebuild();
-    }
-    if (index->failed_) drop(g);
-    return;
-  }
+  // An index catches up with the children linked since it last looked when
+  // it is next used (`of`): adding stays a link at the tail, and a list that
+  // is loaded and then drawn builds its index once.
+  if (slot_of(g)) return;
   // Not yet indexed: count the children, up to the threshold.
   const int threshold = GroupIndexSettings::threshold();
   if (threshold == 0) return;
@@ -268,13 +282,11 @@ void GroupIndex::child_linked(Group* g, ZephalHeap* heap) {
 // Gives `c` the next ordinal; false (and `failed_`) when memory ran out.
 bool GroupIndex::add_kid(Group* c) {
   if (count_ == capacity_) {
-    std::uint32_t kid_capacity = capacity_, rect_capacity = capacity_;
+    std::uint32_t kid_capacity = capacity_;
     grow(kids_, count_, kid_capacity, count_ + 1);
-    grow(rects_, count_, rect_capacity, count_ + 1);
     std::uint32_t words = (capacity_ + 63) / 64;
     grow(interior_, words, words, (kid_capacity + 63) / 64);
-    if (kid_capacity == capacity_ || rect_capacity < kid_capacity ||
-        words < (kid_capacity + 63) / 64) {
+    if (kid_capacity == capacity_ || words < (kid_capacity + 63) / 64) {
       failed_ = true;
       return false;
     }
@@ -283,7 +295,6 @@ bool GroupIndex::add_kid(Group* c) {
   const std::uint32_t o = count_++;
   if (o % 64 == 0) interior_[o / 64] = 0;
   kids_[o] = reinterpret_cast<std::uintptr_t>(c);
-  rects_[o] = c->bounds;
   if (!c->contains_drawables()) {
     interior_[o / 64] |= std::uint64_t{1} << (o % 64);
     ++interior_live_;
@@ -302,12 +313,14 @@ std::uint64_t GroupIndex::box_of(std::uint64_t x0, std::uint64_t y0, std::uint64
 
 // Makes `array` hold at least `n` elements, keeping nothing of what it held;
 // the block stays from one rebuild to the next (fresh large blocks cost their
-// page faults again each time), with room to spare when it must grow. False,
+// page faults again each time), with a little room to spare when it must grow
+// (rebuilds come as the children grow by half, so more room would mostly be
+// memory held for nothing). False,
 // and the array left as it was, when memory ran out.
 template <class T>
 bool GroupIndex::ensure(T*& array, std::size_t& capacity, std::size_t n) {
   if (n <= capacity) return true;
-  const std::size_t wanted = n + n / 2;
+  const std::size_t wanted = n + n / 16;
   T* fresh = static_cast<T*>(allocate(sizeof(T) * wanted));
   if (!fresh) return false;
   if (array) ZP_ReleaseMemory(array);
@@ -394,6 +407,31 @@ void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
   reach_[level] = std::max(reach_[level], extent);
 }
 
+// Gives back the room of `kids_` and `interior_` beyond an eighth more than
+// the children indexed: a catch-up from a few children to many grew them by
+// doubling. Keeps them as they are when memory runs out.
+void GroupIndex::fit_kids() {
+  const std::uint32_t wanted = count_ + count_ / 8 + 64;
+  if (capacity_ <= wanted + wanted / 4) return;
+  const std::uint32_t words = (wanted + 63) / 64;
+  auto* kids = static_cast<std::uintptr_t*>(allocate(sizeof(std::uintptr_t) * wanted));
+  auto* interior = static_cast<std::uint64_t*>(allocate(sizeof(std::uint64_t) * words));
+  if (!kids || !interior) {
+    if (kids) ZP_ReleaseMemory(kids);
+    if (interior) ZP_ReleaseMemory(interior);
+    return;
+  }
+  if (count_) {
+    std::memcpy(kids, kids_, sizeof(std::uintptr_t) * count_);
+    std::memcpy(interior, interior_, sizeof(std::uint64_t) * ((count_ + 63) / 64));
+  }
+  ZP_ReleaseMemory(kids_);
+  ZP_ReleaseMemory(interior_);
+  kids_ = kids;
+  interior_ = interior;
+  capacity_ = wanted;
+}
+
 // Packs every live ordinal into the grid anew, over the extent of the live
 // children, with the finest level sized for some four to eight children a
 // bucket (finer grids cost more in cache misses while indexing than they save
@@ -404,10 +442,7 @@ void GroupIndex::rebuild() {
   if (dead_) {
     std::uint32_t n = 0;
     for (std::uint32_t o = 0; o < count_; ++o)
-      if (!(kids_[o] & 1u)) {
-        rects_[n] = rects_[o];
-        kids_[n++] = kids_[o];
-      }
+      if (!(kids_[o] & 1u)) kids_[n++] = kids_[o];
     count_ = n;
     dead_ = 0;
     interior_live_ = 0;
@@ -418,6 +453,7 @@ void GroupIndex::rebuild() {
         ++interior_live_;
       }
   }
+  fit_kids();
   for (int l = 0; l < kMaxLevels; ++l) {
     offsets_used_[l] = heads_used_[l] = false;
     recent_count_[l] = 0;
@@ -426,16 +462,22 @@ void GroupIndex::rebuild() {
   outside_count_ = 0;
   built_ = count_;
   top_ = -1;
+  // The children's rectangles, read in ordinal order, which is mostly the
+  // order they were allocated in; the record some children ahead is asked for.
+  auto bounds_ahead = [&](std::uint32_t o) -> const WorldBounds& {
+    if (o + 8 < count_) __builtin_prefetch(reinterpret_cast<const Group*>(kids_[o + 8]));
+    return kid(o)->bounds;
+  };
   auto all_outside = [&] {
     top_ = -1;
-    for (std::uint32_t o = 0; o < count_; ++o) place(o, rects_[o]);
+    for (std::uint32_t o = 0; o < count_; ++o) place(o, kid(o)->bounds);
   };
 
   // The extent of the proper rectangles.
   WorldBounds extent = WorldBounds::empty();
   std::uint32_t boxes = 0;
   for (std::uint32_t o = 0; o < count_; ++o) {
-    const WorldBounds& b = rects_[o];
+    const WorldBounds& b = bounds_ahead(o);
     if (!proper(b)) continue;
     extent.merge(b);
     ++boxes;
@@ -455,7 +497,7 @@ void GroupIndex::rebuild() {
   std::uint32_t placed = 0;
   for (std::uint32_t o = 0; o < count_; ++o) {
     std::uint32_t level, bucket;
-    if (!bucket_of(rects_[o], level, bucket, true)) continue;
+    if (!bucket_of(bounds_ahead(o), level, bucket, true)) continue;
     offsets_[level][bucket + 1] += 1;
     ++placed;
   }
@@ -481,7 +523,7 @@ void GroupIndex::rebuild() {
   // bucket's start serves as its write position, which ends at the next
   // bucket's start; the offsets then move back by one bucket.
   for (std::uint32_t o = 0; o < count_; ++o) {
-    const WorldBounds& b = rects_[o];
+    const WorldBounds& b = bounds_ahead(o);
     std::uint32_t level, bucket;
     if (!bucket_of(b, level, bucket, false)) {
       place(o, WorldBounds::empty());  // outside
@@ -593,7 +635,6 @@ void GroupIndex::child_grown(Group* g, Group* c, const WorldBounds& old_bounds) 
   if (!index || c == index->rest_) return;  // not indexed
   std::uint32_t o;
   if (!index->find(c, old_bounds, o)) return;
-  index->rects_[o].merge(c->bounds);
   // The old place stays (a query drops the repeat); outside, it is found
   // whatever its rectangle.
   index->grow(index->outside_, index->outside_count_, index->outside_capacity_,
@@ -731,7 +772,6 @@ std::size_t GroupIndex::blocks_below(const Group* g) {
     auto held = [&](const void* p) { n += p != nullptr; };
     held(index);
     held(index->kids_);
-    held(index->rects_);
     held(index->interior_);
     held(index->packed_);
     held(index->packed_boxes_);
@@ -751,8 +791,9 @@ std::size_t GroupIndex::blocks_below(const Group* g) {
 std::string GroupIndex::problems(const Group* g) {
   const std::uint32_t slot = slot_of(g);
   if (slot == 0 || g->contains_drawables()) return {};
-  GroupIndex* index = lookup(g);
-  if (!index) return "a group names an index slot that does not hold its index";
+  if (!lookup(g)) return "a group names an index slot that does not hold its index";
+  GroupIndex* index = of(g);  // as a walk finds it: caught up
+  if (!index) return {};      // dropped for want of memory
   std::string out;
   // The chain is the live ordinals in order, then the rest.
   const Group* c = g->first_group();

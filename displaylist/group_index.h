@@ -22,24 +22,31 @@
 // Every child but the last is indexed: the last child may still be on the way
 // down to the open group, where rectangles are cells that insertion relies on
 // and closing replaces; every other child only ever shrinks (a close) or grows
-// through `DisplayList::add_before`, which tells the index. The index keeps, for
-// each child, a rectangle that holds the child's `bounds`: the grid places a
-// child by its rectangle when it is indexed, a loose grid (a child sits in the
+// through `DisplayList::add_before`, which tells the index. The grid places a
+// child by its bounds when it is placed, a loose grid (a child sits in the
 // bucket of its lower corner, at the finest level whose buckets are at least as
-// large as the child). A query returns a superset of the children that can
-// pass the walk's own tests; the walk then tests each one as it always did.
+// large as the child); a child that grows is noted outside until the next
+// rebuild, which reads the bounds anew. A query returns a superset of the
+// children that can pass the walk's own tests; the walk then tests each one as
+// it always did.
 //
-// Cost, per indexed child: 8 bytes in `kids` and 16 in `rects` (what the
-// index holds for it, which a rebuild streams instead of visiting every
-// child), 12 in the packed part (its ordinal and a 16-bit-per-side copy of its
-// rectangle, so a query filters without touching the children), under 1 for
-// the buckets' offsets, and while the child is recent 16 for its entry and
-// chain link; two bits for the interrupt walks and the ordering bitmap. The
-// arrays keep room to grow by half. Indexing a child is amortised constant
-// time: the packed part is rebuilt (a counting sort over `rects`) when half as
-// many children again have come. A query costs the buckets it covers and the
-// entries in them, plus a sort of the candidates (a bitmap over the ordinals
-// when they are many).
+// Linking a child costs the index nothing: the children linked since it last
+// looked are indexed when it is next found for a walk or an edit (`of`), so a
+// list that is loaded and then drawn builds its index once, at the first walk
+// by rectangle (some 60 ns a child at a million children here, mostly the
+// scattered writes of the counting sort). Children indexed one by one go to
+// the recent part; the packed part is rebuilt when half as many children again
+// have come, so indexing is amortised constant time whatever the order of
+// adds and walks.
+//
+// Cost, per indexed child: 8 bytes in `kids` (its slot), 12 in the packed part
+// (its ordinal and a 16-bit-per-side copy of its rectangle, so a query filters
+// without touching the children), about 1 for the buckets' offsets, and while
+// the child is recent 16 for its entry and chain link; two bits for the
+// interrupt walks and the ordering bitmap. The arrays keep an eighth or a
+// sixteenth more room. A query costs the buckets it covers and the entries in
+// them, plus a sort of the candidates (a bitmap over the ordinals when they
+// are many).
 //
 // A group gets an index when it reaches `GroupIndexSettings::threshold`
 // children; the slot of its index is kept in the second half of the word that
@@ -77,8 +84,8 @@ struct GroupIndexSettings {
 class GroupIndex {
  public:
   // -- Found from the group ---------------------------------------------------------
-  // The index of interior group `g`, or null. Brings the index up to date when
-  // the tail of `g` was changed by hand.
+  // The index of interior group `g`, or null. Brings the index up to date
+  // with the children linked since it last looked (or by hand).
   static GroupIndex* of(const Group* g);
   // The same, null also when the walks are not to use it.
   static GroupIndex* for_walk(const Group* g) {
@@ -87,9 +94,9 @@ class GroupIndex {
   }
 
   // -- Told by the tree ---------------------------------------------------------------
-  // `g`, an interior group, has just had a child linked at its tail. Indexes
-  // the child before it, or gives `g` an index when it has reached the
-  // threshold (memory from `heap`).
+  // `g`, an interior group, has just had a child linked at its tail. Gives `g`
+  // an index when it has reached the threshold (memory from `heap`); an index
+  // it has already indexes the new children when it is next found (`of`).
   static void child_linked(Group* g, ZephalHeap* heap);
   // Unlinks child `c` from `g` (which has this index) and keeps the index
   // right; false, changing nothing, when `c` is not a child of `g`. Does not
@@ -184,7 +191,9 @@ class GroupIndex {
   std::uint64_t box_of(std::uint64_t x0, std::uint64_t y0, std::uint64_t x1,
                        std::uint64_t y1) const;
   void rebuild();
+  void fit_kids();
   void resync(const Group* g);
+  void catch_up(const Group* g);
   bool find(const Group* c, const WorldBounds& b, std::uint32_t& ordinal) const;
   Group* live_before(std::uint32_t ordinal);
   void unlink_after(Group* g, Group* c, Group* previous);
@@ -213,9 +222,6 @@ class GroupIndex {
   // By ordinal: the child, or once removed (s << 1) | 1 where s - 1 is an
   // ordinal at or before which the live child before it lies (0: none).
   std::uintptr_t* kids_ = nullptr;
-  // By ordinal: the rectangle the index holds for the child, its bounds when
-  // it was indexed, grown with them; rebuilds read these, not the children.
-  WorldBounds* rects_ = nullptr;
   std::uint64_t* interior_ = nullptr;  // a bit per ordinal: a live interior child
   Group* rest_ = nullptr;              // first child not indexed
   Group* seen_last_ = nullptr;         // the group's last child as the index knows it
