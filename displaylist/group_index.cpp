@@ -672,6 +672,15 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
     }
     out[n++] = o;
   };
+  // Room in `out` for `more` candidates beyond the `n` taken.
+  auto room = [&](std::uint32_t more) {
+    if (std::uint64_t{n} + more > out_capacity) {
+      if (std::uint64_t{n} + more > 0xFFFFFFFFu) return complete = false;
+      grow(out, n, out_capacity, n + more);
+      if (n + more > out_capacity) return complete = false;
+    }
+    return true;
+  };
   for (std::uint32_t i = 0; i < outside_count_; ++i) take(outside_[i]);
   if (top_ >= 0 && q.max.x >= origin_x_ && q.max.y >= origin_y_) {
     const std::uint64_t x1 = offset(q.max.x, origin_x_), y1 = offset(q.max.y, origin_y_);
@@ -694,10 +703,21 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
       if (r.bx0 > r.bx1 || r.by0 > r.by1) continue;
       const std::uint64_t dims = r.dims, bx0 = r.bx0, by0 = r.by0, bx1 = r.bx1, by1 = r.by1;
       if (const std::uint32_t* off = offsets_used_[l] ? offsets_[l] : nullptr)
-        for (std::uint64_t by = by0; by <= by1; ++by) {
+        for (std::uint64_t by = by0; by <= by1 && complete; ++by) {
+          // A row of buckets is one run of entries: each is written, and
+          // kept when it passes, without a branch to mispredict.
           const std::size_t row = by * dims;
-          for (std::uint32_t i = off[row + bx0]; i < off[row + bx1 + 1]; ++i)
-            if (passes(packed_boxes_[i])) take(packed_[i]);
+          const std::uint32_t begin = off[row + bx0], end = off[row + bx1 + 1];
+          if (!room(end - begin)) break;
+          std::uint32_t* const to = out;
+          const std::uint32_t* const ordinals = packed_;
+          const std::uint64_t* const boxes = packed_boxes_;
+          std::uint32_t kept = n;
+          for (std::uint32_t i = begin; i < end; ++i) {
+            to[kept] = ordinals[i];
+            kept += passes(boxes[i]);
+          }
+          n = kept;
         }
       if (const std::uint32_t* heads = heads_used_[l] ? heads_[l] : nullptr) {
         const Recent* recent = recent_[l];

@@ -63,6 +63,7 @@
 #include <string>
 
 #include "displaylist/group.h"
+#include "drawables/drawable.h"
 
 namespace DL {
 
@@ -291,6 +292,15 @@ bool GroupIndex::visit(const Group* g, const WorldBounds& q, F f, S skip) {
     if (i + 8 < n) {
       const std::uintptr_t k = kids_[ords[i + 8]];
       if (!(k & 1u)) __builtin_prefetch(reinterpret_cast<const Group*>(k)->first_child);
+    }
+    if (i + 4 < n) {
+      // A small group's second child (or drawable): its first has come by now.
+      const std::uintptr_t k = kids_[ords[i + 4]];
+      const Group* c = reinterpret_cast<const Group*>(k);
+      if (!(k & 1u) && c->first_child)
+        __builtin_prefetch(c->contains_drawables()
+                               ? static_cast<const void*>(c->first_drawable()->sibling)
+                               : static_cast<const void*>(c->first_group()->sibling));
     }
     const std::uint32_t o = ords[i];
     const Group* c = kid(o);
