@@ -197,7 +197,6 @@ void GroupIndex::destroy() {
   release(kids_);
   release(interior_);
   release(packed_);
-  release(packed_boxes_);
 
   for (int l = 0; l < kMaxLevels; ++l) {
     release(offsets_[l]);
@@ -311,6 +310,23 @@ std::uint64_t GroupIndex::box_of(std::uint64_t x0, std::uint64_t y0, std::uint64
   return (x0 >> s) | ((y0 >> s) << 16) | ((x1 >> s) << 32) | ((y1 >> s) << 48);
 }
 
+// A packed rectangle (grid offsets) as four 8-bit values (x0, y0, x1, y1 from
+// the low end): its offsets from the lower corner (ox, oy) of its bucket, of
+// side 2^shift, rounded down to 2^(shift - 7). A packed rectangle's lower
+// corner lies in its bucket and it is at most a bucket wide, so every offset
+// is below twice the side: 256 steps. Comparisons of values rounded down the
+// same way never separate rectangles that meet.
+std::uint32_t GroupIndex::bucket_box(std::uint64_t x0, std::uint64_t y0, std::uint64_t x1,
+                                     std::uint64_t y1, std::uint64_t ox, std::uint64_t oy,
+                                     int shift) {
+  const int unit = shift > 7 ? shift - 7 : 0;
+  auto step = [&](std::uint64_t v, std::uint64_t o) {
+    DL_ASSERT(v >= o && ((v - o) >> unit) < 256);
+    return static_cast<std::uint32_t>((v - o) >> unit);
+  };
+  return step(x0, ox) | step(y0, oy) << 8 | step(x1, ox) << 16 | step(y1, oy) << 24;
+}
+
 // Makes `array` hold at least `n` elements, keeping nothing of what it held;
 // the block stays from one rebuild to the next (fresh large blocks cost their
 // page faults again each time), with a little room to spare when it must grow
@@ -320,7 +336,7 @@ std::uint64_t GroupIndex::box_of(std::uint64_t x0, std::uint64_t y0, std::uint64
 template <class T>
 bool GroupIndex::ensure(T*& array, std::size_t& capacity, std::size_t n) {
   if (n <= capacity) return true;
-  const std::size_t wanted = n + n / 16;
+  const std::size_t wanted = n + n / 32;
   T* fresh = static_cast<T*>(allocate(sizeof(T) * wanted));
   if (!fresh) return false;
   if (array) ZP_ReleaseMemory(array);
@@ -407,12 +423,12 @@ void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
   reach_[level] = std::max(reach_[level], extent);
 }
 
-// Gives back the room of `kids_` and `interior_` beyond an eighth more than
-// the children indexed: a catch-up from a few children to many grew them by
+// Gives back the room of `kids_` and `interior_` beyond a thirty-second more
+// than the children indexed: a catch-up from a few children to many grew them by
 // doubling. Keeps them as they are when memory runs out.
 void GroupIndex::fit_kids() {
-  const std::uint32_t wanted = count_ + count_ / 8 + 64;
-  if (capacity_ <= wanted + wanted / 4) return;
+  const std::uint32_t wanted = count_ + count_ / 32 + 64;
+  if (capacity_ <= wanted + wanted / 16) return;
   const std::uint32_t words = (wanted + 63) / 64;
   auto* kids = static_cast<std::uintptr_t*>(allocate(sizeof(std::uintptr_t) * wanted));
   auto* interior = static_cast<std::uint64_t*>(allocate(sizeof(std::uint64_t) * words));
@@ -433,11 +449,11 @@ void GroupIndex::fit_kids() {
 }
 
 // Packs every live ordinal into the grid anew, over the extent of the live
-// children, with the finest level sized for some four to eight children a
-// bucket (finer grids cost more in cache misses while indexing than they save
-// in queries).
+// children, with the finest level sized for some eight to sixteen children a
+// bucket (finer grids cost more in offsets and in cache misses while indexing
+// than they save in queries: measured, four times the buckets saved nothing).
 // Ordinals are renumbered when children were removed. Reads each child's
-// rectangle twice, in ordinal order, which is mostly allocation order.
+// rectangle three times, in ordinal order, which is mostly allocation order.
 void GroupIndex::rebuild() {
   if (dead_) {
     std::uint32_t n = 0;
@@ -486,7 +502,7 @@ void GroupIndex::rebuild() {
   const std::uint64_t span =
       std::max(offset(extent.max.x, extent.min.x), offset(extent.max.y, extent.min.y)) + 1;
   const int grid_shift = width(span - 1);  // 2^grid_shift >= span, at most 32
-  const int levels = std::min({std::max(0, width(boxes) / 2 - 1), grid_shift, 12});
+  const int levels = std::min({std::max(0, width(boxes) / 2 - 2), grid_shift, 12});
   origin_x_ = extent.min.x;
   origin_y_ = extent.min.y;
   top_ = levels;
@@ -501,8 +517,7 @@ void GroupIndex::rebuild() {
     offsets_[level][bucket + 1] += 1;
     ++placed;
   }
-  if (!ensure(packed_, packed_capacity_, placed) ||
-      !ensure(packed_boxes_, packed_boxes_capacity_, placed)) {
+  if (!ensure(packed_, packed_capacity_, placed)) {
     for (int l = 0; l < kMaxLevels; ++l) {
       offsets_used_[l] = false;
       reach_[l] = 0;
@@ -530,9 +545,12 @@ void GroupIndex::rebuild() {
       continue;
     }
     const std::uint32_t at = offsets_[level][bucket]++;
-    packed_[at] = o;
-    packed_boxes_[at] = box_of(offset(b.min.x, origin_x_), offset(b.min.y, origin_y_),
-                               offset(b.max.x, origin_x_), offset(b.max.y, origin_y_));
+    const int shift = shift0_ + static_cast<int>(level);
+    const std::uint32_t dims = 1u << (top_ - static_cast<int>(level));
+    packed_[at] = {o, bucket_box(offset(b.min.x, origin_x_), offset(b.min.y, origin_y_),
+                                 offset(b.max.x, origin_x_), offset(b.max.y, origin_y_),
+                                 std::uint64_t{bucket % dims} << shift,
+                                 std::uint64_t{bucket / dims} << shift, shift)};
   }
   base = 0;
   for (int l = 0; l <= top_; ++l) {
@@ -568,7 +586,7 @@ bool GroupIndex::find(const Group* c, const WorldBounds& b, std::uint32_t& ordin
           const std::size_t bucket = by * r.dims + bx;
           if (offsets_used_[l])
             for (std::uint32_t i = offsets_[l][bucket]; i < offsets_[l][bucket + 1]; ++i)
-              if (hit(packed_[i])) return true;
+              if (hit(packed_[i].ordinal)) return true;
           if (heads_used_[l])
             if (const std::uint32_t* heads = heads_[l])
               for (std::uint32_t e = heads[bucket]; e != kNone; e = recent_[l][e].next)
@@ -672,6 +690,11 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
     }
     out[n++] = o;
   };
+  // A query offset in the units of a bucket whose lower corner is at offset
+  // `o`: below it 0, beyond the reach of its entries 255.
+  auto in_bucket = [](std::uint64_t v, std::uint64_t o, int unit) {
+    return v <= o ? 0u : static_cast<std::uint32_t>(std::min<std::uint64_t>((v - o) >> unit, 255));
+  };
   // Room in `out` for `more` candidates beyond the `n` taken.
   auto room = [&](std::uint32_t more) {
     if (std::uint64_t{n} + more > out_capacity) {
@@ -702,23 +725,34 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
       const BucketRange r = buckets_meeting(l, x0, y0, x1, y1);
       if (r.bx0 > r.bx1 || r.by0 > r.by1) continue;
       const std::uint64_t dims = r.dims, bx0 = r.bx0, by0 = r.by0, bx1 = r.bx1, by1 = r.by1;
-      if (const std::uint32_t* off = offsets_used_[l] ? offsets_[l] : nullptr)
+      if (const std::uint32_t* off = offsets_used_[l] ? offsets_[l] : nullptr) {
+        // Each bucket's entries are one run, filtered in the bucket's own
+        // units: each entry is written, and kept when it passes, without a
+        // branch to mispredict.
+        const int shift = shift0_ + l;
+        const int unit = shift > 7 ? shift - 7 : 0;
         for (std::uint64_t by = by0; by <= by1 && complete; ++by) {
-          // A row of buckets is one run of entries: each is written, and
-          // kept when it passes, without a branch to mispredict.
-          const std::size_t row = by * dims;
-          const std::uint32_t begin = off[row + bx0], end = off[row + bx1 + 1];
-          if (!room(end - begin)) break;
-          std::uint32_t* const to = out;
-          const std::uint32_t* const ordinals = packed_;
-          const std::uint64_t* const boxes = packed_boxes_;
-          std::uint32_t kept = n;
-          for (std::uint32_t i = begin; i < end; ++i) {
-            to[kept] = ordinals[i];
-            kept += passes(boxes[i]);
+          const std::uint64_t oy = by << shift;
+          const std::uint32_t uy0 = in_bucket(y0, oy, unit), uy1 = in_bucket(y1, oy, unit);
+          for (std::uint64_t bx = bx0; bx <= bx1; ++bx) {
+            const std::uint32_t begin = off[by * dims + bx], end = off[by * dims + bx + 1];
+            if (begin == end) continue;
+            if (!room(end - begin)) break;
+            const std::uint64_t ox = bx << shift;
+            const std::uint32_t ux0 = in_bucket(x0, ox, unit), ux1 = in_bucket(x1, ox, unit);
+            std::uint32_t* const to = out;
+            const Packed* const entries = packed_;
+            std::uint32_t kept = n;
+            for (std::uint32_t i = begin; i < end; ++i) {
+              const std::uint32_t box = entries[i].box;
+              to[kept] = entries[i].ordinal;
+              kept += ((box & 0xFFu) <= ux1) & (((box >> 16) & 0xFFu) >= ux0) &
+                      (((box >> 8) & 0xFFu) <= uy1) & ((box >> 24) >= uy0);
+            }
+            n = kept;
           }
-          n = kept;
         }
+      }
       if (const std::uint32_t* heads = heads_used_[l] ? heads_[l] : nullptr) {
         const Recent* recent = recent_[l];
         if ((by1 - by0 + 1) * (bx1 - bx0 + 1) * 8 > dims * dims) {
@@ -794,7 +828,6 @@ std::size_t GroupIndex::blocks_below(const Group* g) {
     held(index->kids_);
     held(index->interior_);
     held(index->packed_);
-    held(index->packed_boxes_);
     held(index->outside_);
     held(index->scratch_);
     held(index->bits_);

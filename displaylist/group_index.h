@@ -39,14 +39,14 @@
 // have come, so indexing is amortised constant time whatever the order of
 // adds and walks.
 //
-// Cost, per indexed child: 8 bytes in `kids` (its slot), 12 in the packed part
-// (its ordinal and a 16-bit-per-side copy of its rectangle, so a query filters
-// without touching the children), about 1 for the buckets' offsets, and while
-// the child is recent 16 for its entry and chain link; two bits for the
-// interrupt walks and the ordering bitmap. The arrays keep an eighth or a
-// sixteenth more room. A query costs the buckets it covers and the entries in
-// them, plus a sort of the candidates (a bitmap over the ordinals when they
-// are many).
+// Cost, per indexed child: 8 bytes in `kids` (its slot), 8 in the packed part
+// (its ordinal and an 8-bit-per-side copy of its rectangle in its bucket's
+// units, so a query filters without touching the children), under half a byte
+// for the buckets' offsets, and while the child is recent 16 for its entry and
+// chain link; two bits for the interrupt walks and the ordering bitmap. The
+// arrays keep a thirty-second more room. A query costs the buckets it covers
+// and the entries in them, plus a sort of the candidates (a bitmap over the
+// ordinals when they are many).
 //
 // A group gets an index when it reaches `GroupIndexSettings::threshold`
 // children; the slot of its index is kept in the second half of the word that
@@ -191,6 +191,8 @@ class GroupIndex {
                               std::uint64_t y1) const;
   std::uint64_t box_of(std::uint64_t x0, std::uint64_t y0, std::uint64_t x1,
                        std::uint64_t y1) const;
+  static std::uint32_t bucket_box(std::uint64_t x0, std::uint64_t y0, std::uint64_t x1,
+                                  std::uint64_t y1, std::uint64_t ox, std::uint64_t oy, int shift);
   void rebuild();
   void fit_kids();
   void resync(const Group* g);
@@ -228,13 +230,18 @@ class GroupIndex {
   Group* seen_last_ = nullptr;         // the group's last child as the index knows it
 
   // -- The grid ----------------------------------------------------------------------------
-  WorldCoord origin_x_ = 0, origin_y_ = 0;   // lower corner of the grid
-  int shift0_ = 0;                           // log2 of a finest bucket's side
-  int top_ = -1;                             // levels 0..top_; -1: no grid yet
-  std::uint32_t built_ = 0;                  // ordinals below this are packed or outside
-  int box_shift_ = 0;                        // grid offsets >> this fit 16 bits
-  std::uint32_t* packed_ = nullptr;          // ordinals by level, bucket, ordinal
-  std::uint64_t* packed_boxes_ = nullptr;    // their rectangles, see box_of
+  WorldCoord origin_x_ = 0, origin_y_ = 0;  // lower corner of the grid
+  int shift0_ = 0;                          // log2 of a finest bucket's side
+  int top_ = -1;                            // levels 0..top_; -1: no grid yet
+  std::uint32_t built_ = 0;                 // ordinals below this are packed or outside
+  int box_shift_ = 0;                       // grid offsets >> this fit 16 bits
+  // An entry of the packed part: a child and its rectangle in its bucket's
+  // units (see `bucket_box`), side by side for the scan of a query.
+  struct Packed {
+    std::uint32_t ordinal;
+    std::uint32_t box;
+  };
+  Packed* packed_ = nullptr;                 // by level, bucket, ordinal
   std::uint32_t* offsets_[kMaxLevels] = {};  // per level: dims^2 + 1 offsets into packed_
   // The recent part, per level: the entries placed since the last rebuild in
   // the order placed, and for each bucket the last of its entries (kNone:
@@ -258,7 +265,7 @@ class GroupIndex {
   std::uint32_t bits_capacity_ = 0;
   // The arrays above stay allocated from one rebuild to the next (see
   // `ensure`): their capacities, and whether a level's are in use now.
-  std::size_t packed_capacity_ = 0, packed_boxes_capacity_ = 0;
+  std::size_t packed_capacity_ = 0;
   std::size_t offsets_capacity_[kMaxLevels] = {};
   std::size_t heads_capacity_[kMaxLevels] = {};
   bool offsets_used_[kMaxLevels] = {};
