@@ -2,7 +2,7 @@
 // instead, on the same workloads, measured in one run.
 //
 //   compare [--quick] [--sizes 1e5,1e6,1e7] [--reps N] [--kinds points,segments]
-//           [--orders coherent,random,layered] [--list-only] [--no-index]
+//           [--orders coherent,random,layered] [--peers rstar,...|none] [--no-index]
 //
 // Peers: this library (Dots for points, two-point Polylines for segments, drawn
 // into a renderer that only counts), Boost.Geometry's rtree with rstar<16>,
@@ -21,9 +21,9 @@
 // median of --reps repetitions (default 5), and each table gives the display
 // list's ratio to every peer measured in the same run. --quick (1e5 only, 3
 // repetitions) also checks that every peer returns the same hits as the display
-// list, and exits non-zero if one does not. --list-only runs the display list
-// alone (to profile it); --no-index makes it go without indexes (the walks
-// then test every child, as before there were any).
+// list, and exits non-zero if one does not. --peers picks the peers run beside
+// the display list (none: it alone, to profile it); --no-index makes it go without indexes (the
+// walks then test every child, as before there were any).
 //
 // Orders: coherent (256 x 256 tiles taken row by row, items random inside a
 // tile), random (anywhere, in no order), and layered (the plane covered four
@@ -584,8 +584,8 @@ struct Options {
   int reps = 5;
   std::vector<bool> kinds{false, true};  // segments?
   std::vector<Order> orders{Order::coherent, Order::random, Order::layered};
-  bool list_only = false;  // the display list alone, to profile it
-  bool no_index = false;   // the display list without its index over wide groups
+  std::vector<std::string> peers;  // the peers beside the display list; empty: all
+  bool no_index = false;           // the display list without its index over wide groups
 };
 
 bool parse_list(const char* text, const std::function<bool(const std::string&)>& take) {
@@ -659,14 +659,24 @@ int main(int argc, char** argv) {
             return true;
           }))
         return fail("--orders takes coherent, random, layered or a list of them");
-    } else if (arg == "--list-only") {
-      opt.list_only = true;
+    } else if (arg == "--peers") {
+      const char* v = value();
+      opt.peers.clear();
+      if (!v || !parse_list(v, [&](const std::string& p) {
+            static const char* const names[] = {"none",   "rstar", "quadratic", "linear",
+                                                "packed", "flat",  "floor"};
+            if (std::find(std::begin(names), std::end(names), p) == std::end(names)) return false;
+            opt.peers.push_back(p);
+            return true;
+          }))
+        return fail(
+            "--peers takes none or a list of rstar, quadratic, linear, packed, flat, floor");
     } else if (arg == "--no-index") {
       opt.no_index = true;
     } else if (arg == "--help" || arg == "-h") {
       std::printf(
           "usage: compare [--quick] [--sizes 1e5,1e6,1e7] [--reps N] [--kinds points,segments] "
-          "[--orders coherent,random,layered] [--list-only] [--no-index]\n");
+          "[--orders coherent,random,layered] [--peers rstar,...|none] [--no-index]\n");
       return 0;
     } else {
       return fail("unknown argument '" + arg + "' (try --help)");
@@ -684,15 +694,21 @@ int main(int argc, char** argv) {
         Dataset d = make_dataset(segments, order, n);
         std::vector<std::unique_ptr<Peer>> peers;
         peers.push_back(std::make_unique<DisplayListPeer>());
-        if (!opt.list_only) {
+        auto wanted = [&](const char* name) {
+          return opt.peers.empty() ||
+                 std::find(opt.peers.begin(), opt.peers.end(), name) != opt.peers.end();
+        };
+        if (wanted("rstar"))
           peers.push_back(std::make_unique<RtreePeer<bgi::rstar<16>>>("R*-tree rstar<16>", false));
+        if (wanted("quadratic"))
           peers.push_back(
               std::make_unique<RtreePeer<bgi::quadratic<16>>>("R-tree quadratic<16>", false));
+        if (wanted("linear"))
           peers.push_back(std::make_unique<RtreePeer<bgi::linear<16>>>("R-tree linear<16>", false));
+        if (wanted("packed"))
           peers.push_back(std::make_unique<RtreePeer<bgi::rstar<16>>>("R-tree packed", true));
-          peers.push_back(std::make_unique<VectorPeer>());
-          peers.push_back(std::make_unique<FloorPeer>());
-        }
+        if (wanted("flat")) peers.push_back(std::make_unique<VectorPeer>());
+        if (wanted("floor")) peers.push_back(std::make_unique<FloorPeer>());
 
         std::vector<Figures> figures(peers.size());
         std::vector<std::vector<std::uint32_t>> expected;  // the display list's hits, quick mode

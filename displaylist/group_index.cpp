@@ -336,7 +336,7 @@ std::uint32_t GroupIndex::bucket_box(std::uint64_t x0, std::uint64_t y0, std::ui
 template <class T>
 bool GroupIndex::ensure(T*& array, std::size_t& capacity, std::size_t n) {
   if (n <= capacity) return true;
-  const std::size_t wanted = n + n / 32;
+  const std::size_t wanted = n + n / 64;
   T* fresh = static_cast<T*>(allocate(sizeof(T) * wanted));
   if (!fresh) return false;
   if (array) ZP_ReleaseMemory(array);
@@ -423,11 +423,11 @@ void GroupIndex::place(std::uint32_t o, const WorldBounds& b) {
   reach_[level] = std::max(reach_[level], extent);
 }
 
-// Gives back the room of `kids_` and `interior_` beyond a thirty-second more
+// Gives back the room of `kids_` and `interior_` beyond a sixty-fourth more
 // than the children indexed: a catch-up from a few children to many grew them by
 // doubling. Keeps them as they are when memory runs out.
 void GroupIndex::fit_kids() {
-  const std::uint32_t wanted = count_ + count_ / 32 + 64;
+  const std::uint32_t wanted = count_ + count_ / 64 + 64;
   if (capacity_ <= wanted + wanted / 16) return;
   const std::uint32_t words = (wanted + 63) / 64;
   auto* kids = static_cast<std::uintptr_t*>(allocate(sizeof(std::uintptr_t) * wanted));
@@ -774,7 +774,9 @@ bool GroupIndex::query(const WorldBounds& q, std::uint32_t*& out, std::uint32_t&
   std::uint32_t kept = 0;
   const std::uint32_t words = (count_ + 63) / 64;
   if (std::uint64_t{n} * 16 > words) {  // a sort costs some 16 steps a candidate here
-    grow(bits_, 0, bits_capacity_, words);
+    std::size_t bits_capacity = bits_capacity_;
+    if (ensure(bits_, bits_capacity, words))
+      bits_capacity_ = static_cast<std::uint32_t>(bits_capacity);
     if (bits_capacity_ >= words) {
       std::fill(bits_, bits_ + words, std::uint64_t{0});
       for (std::uint32_t i = 0; i < n; ++i) bits_[out[i] / 64] |= std::uint64_t{1} << (out[i] % 64);

@@ -44,7 +44,7 @@
 // units, so a query filters without touching the children), under half a byte
 // for the buckets' offsets, and while the child is recent 16 for its entry and
 // chain link; two bits for the interrupt walks and the ordering bitmap. The
-// arrays keep a thirty-second more room. A query costs the buckets it covers
+// arrays keep a sixty-fourth more room. A query costs the buckets it covers
 // and the entries in them, plus a sort of the candidates (a bitmap over the
 // ordinals when they are many).
 //
