@@ -42,11 +42,10 @@
 // Cost, per indexed child: 8 bytes in `kids` (its slot), 8 in the packed part
 // (its ordinal and an 8-bit-per-side copy of its rectangle in its bucket's
 // units, so a query filters without touching the children), under half a byte
-// for the buckets' offsets, and while the child is recent 16 for its entry and
-// chain link; two bits for the interrupt walks and the ordering bitmap. The
-// arrays keep a sixty-fourth more room. A query costs the buckets it covers
-// and the entries in them, plus a sort of the candidates (a bitmap over the
-// ordinals when they are many).
+// for the buckets' offsets and the blocks of crowded buckets, and while the child is recent 16 for
+// its entry and chain link; two bits for the interrupt walks and the ordering bitmap. The arrays
+// keep a sixty-fourth more room. A query costs the buckets it covers and the entries in them, plus
+// a sort of the candidates (a bitmap over the ordinals when they are many).
 //
 // A group gets an index when it reaches `GroupIndexSettings::threshold`
 // children; the slot of its index is kept in the second half of the word that
@@ -195,6 +194,7 @@ class GroupIndex {
                                   std::uint64_t y1, std::uint64_t ox, std::uint64_t oy, int shift);
   void rebuild();
   void fit_kids();
+  void make_blocks();
   void resync(const Group* g);
   void catch_up(const Group* g);
   bool find(const Group* c, const WorldBounds& b, std::uint32_t& ordinal) const;
@@ -241,7 +241,20 @@ class GroupIndex {
     std::uint32_t ordinal;
     std::uint32_t box;
   };
-  Packed* packed_ = nullptr;                 // by level, bucket, ordinal
+  Packed* packed_ = nullptr;  // by level, bucket, ordinal
+  // The crowded buckets of a level (the coarse levels, where children are
+  // large and many share a bucket) have their entries sorted along a Morton
+  // curve of their centres and cut into blocks of `kBlock`, each with the
+  // union of its entries' rectangles (bucket units, as `Packed::box`): a query
+  // tests a block before its entries. Per level: the first block of each
+  // bucket, dims^2 + 1 offsets into `blocks_` (a bucket with none is scanned
+  // whole); not in use for a level without crowded buckets.
+  static constexpr std::uint32_t kBlock = 16;
+  std::uint32_t* block_first_[kMaxLevels] = {};
+  std::size_t block_first_capacity_[kMaxLevels] = {};
+  bool blocks_used_[kMaxLevels] = {};
+  std::uint32_t* blocks_ = nullptr;  // the blocks' rectangles
+  std::size_t blocks_capacity_ = 0;
   std::uint32_t* offsets_[kMaxLevels] = {};  // per level: dims^2 + 1 offsets into packed_
   // The recent part, per level: the entries placed since the last rebuild in
   // the order placed, and for each bucket the last of its entries (kNone:
@@ -261,8 +274,10 @@ class GroupIndex {
   std::uint32_t outside_count_ = 0, outside_capacity_ = 0;
   std::uint32_t* scratch_ = nullptr;  // candidates of the running visit
   std::uint32_t scratch_capacity_ = 0;
-  std::uint64_t* bits_ = nullptr;  // a bit per ordinal, to put many candidates in order
-  std::uint32_t bits_capacity_ = 0;
+  // A bit per ordinal, then a bit per word of those, to put candidates in
+  // order; all clear between queries.
+  std::uint64_t* bits_ = nullptr;
+  std::size_t bits_capacity_ = 0;
   // The arrays above stay allocated from one rebuild to the next (see
   // `ensure`): their capacities, and whether a level's are in use now.
   std::size_t packed_capacity_ = 0;
