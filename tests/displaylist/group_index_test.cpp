@@ -6,7 +6,9 @@
 // nested lists shown at several places, drawables on hidden layers and hidden
 // twins of drawables and groups. Every walk that prunes by rectangle runs on
 // the same tree with the indexes used and not used: the recorded calls, the
-// drawables, the results and the interrupt counter must be the same. Edits
+// drawables, the results and the interrupt counter must be the same; a larger
+// random drawing does the same for small windows through the crowded coarse
+// levels of its index. Edits
 // (adds, insertions before a drawable, removals of every kind, host closes)
 // run in step on a list that indexes and one that does not: the same
 // drawables stay, in the same order, and the dumps read alike.
@@ -261,6 +263,43 @@ TEST(GroupIndex, IndexedWalksMakeTheCallsOfThePlainWalks) {
       for (std::size_t i = 0; i < plain.size(); ++i)
         ASSERT_EQ(indexed[i], plain[i]) << "line " << i;
     }
+}
+
+// A drawing large enough, in random order, for the coarse levels of the root's
+// index to hold crowded buckets (cut into blocks a query tests first): many
+// small windows, each drawn with the indexes used and not, make the same
+// calls, and the bounded iterator finds the same drawables.
+TEST(GroupIndex, SmallWindowsOverCrowdedCoarseLevelsFindWhatThePlainWalkFinds) {
+  SettingsGuard guard;
+  DL::DisplayList list;
+  DL::RecordingRenderer* renderer = new DL::RecordingRenderer;
+  list.set_renderer(renderer);
+  list.set_world_bounds({{0, 0}, {1 << 20, 1 << 20}});
+  list.set_screen_bounds({{0, 0}, {1 << 12, 1 << 12}});
+  Points points(5, Order::random, 40000);
+  for (int i = 0; i < 40000; ++i) {
+    const WorldPoint p = points.next();
+    list.add(new DL::Dot(ZR_RGB32{static_cast<std::uint32_t>(i)}, p), {p, p});
+  }
+  ASSERT_TRUE(DL::test::tree_is_valid(list));
+  std::mt19937 rng(17);
+  for (int w = 0; w < 300; ++w) {
+    const WorldCoord side = static_cast<WorldCoord>(1 + rng() % (1u << (rng() % 14)));
+    const WorldCoord x = static_cast<WorldCoord>(rng() % (1u << 20));
+    const WorldCoord y = static_cast<WorldCoord>(rng() % (1u << 20));
+    const WorldBounds window{{x, y}, {x + side, y + side}};
+    std::vector<std::string> traces[2];
+    for (int indexed = 0; indexed < 2; ++indexed) {
+      GroupIndexSettings::set_enabled(indexed == 1);
+      list.root->draw_bounded(list, window, window);
+      traces[indexed] = renderer->trace();
+      renderer->clear();
+      for (DisplayListBoundedIterator it(&list, window); it.drawable(); it.advance())
+        traces[indexed].push_back(std::to_string(it.drawable()->color.word()));
+    }
+    ASSERT_EQ(traces[1], traces[0]) << "window " << w;
+  }
+  release(renderer);
 }
 
 // Two lists edited in step; one indexes its wide groups, the other never does.
