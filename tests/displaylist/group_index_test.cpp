@@ -271,8 +271,9 @@ TEST(GroupIndex, IndexedWalksMakeTheCallsOfThePlainWalks) {
 // calls, and the bounded iterator finds the same drawables.
 TEST(GroupIndex, SmallWindowsOverCrowdedCoarseLevelsFindWhatThePlainWalkFinds) {
   SettingsGuard guard;
+  ZR_Handle<DL::RecordingRenderer> handle{new DL::RecordingRenderer};
+  DL::RecordingRenderer* renderer = handle.get();
   DL::DisplayList list;
-  DL::RecordingRenderer* renderer = new DL::RecordingRenderer;
   list.set_renderer(renderer);
   list.set_world_bounds({{0, 0}, {1 << 20, 1 << 20}});
   list.set_screen_bounds({{0, 0}, {1 << 12, 1 << 12}});
@@ -299,7 +300,6 @@ TEST(GroupIndex, SmallWindowsOverCrowdedCoarseLevelsFindWhatThePlainWalkFinds) {
     }
     ASSERT_EQ(traces[1], traces[0]) << "window " << w;
   }
-  release(renderer);
 }
 
 // Two lists edited in step; one indexes its wide groups, the other never does.
