@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 #include "backends/cairo/cairo_renderer.h"
 #include "backends/cairo/cairo_text.h"
@@ -122,11 +123,13 @@ struct City {
     release(freetype);
   }
 
-  // The view showing `fraction` of the sheet's width about its centre, at
-  // the picture's proportions; the layers as the viewer fades them.
-  void view(double fraction) {
+  // The view showing `fraction` of the sheet's width about the point at
+  // (`fx`, `fy`) of its width and height (the centre by default), at the
+  // picture's proportions; the layers as the viewer fades them.
+  void view(double fraction, double fx = 0.5, double fy = 0.5) {
     const DL::WorldBounds e = demo->extent();
-    const double cx = (double(e.min.x) + e.max.x) / 2, cy = (double(e.min.y) + e.max.y) / 2;
+    const double cx = e.min.x + (double(e.max.x) - e.min.x) * fx;
+    const double cy = e.min.y + (double(e.max.y) - e.min.y) * fy;
     const double half_w = (double(e.max.x) - e.min.x) * fraction / 2;
     const double half_h = half_w * (kHeight - 1) / (kWidth - 1);
     list.set_world_bounds(
@@ -142,11 +145,13 @@ struct City {
   }
 };
 
-// One exact picture of the view through a timing renderer; prints where the
-// time went.
-void profile(const char* name, double fraction) {
+// Exact pictures of the views through a timing renderer, one after the
+// other; prints where the time went, in all.
+struct ViewAt {
+  double fraction, fx, fy;
+};
+void profile(const char* name, const std::vector<ViewAt>& views) {
   City& city = City::get();
-  city.view(fraction);
   cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, kWidth, kHeight);
   cairo_t* cr = cairo_create(surface);
   auto* exact = new DL::CairoRenderer(cr, kHeight);
@@ -155,15 +160,19 @@ void profile(const char* name, double fraction) {
   exact->set_outer_list(&city.list);
   auto* timing = new TimingRenderer(exact);
   add_ref(timing);
-  city.list.set_renderer(timing);
-  city.painter->set_renderer(exact);
-  const auto start = std::chrono::steady_clock::now();
-  city.list.root->draw_bounded(city.list, city.list.world_bounds, city.list.visible_bounds);
-  exact->flush_direct();
-  const double total =
-      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-  city.painter->set_renderer(nullptr);
-  city.list.set_renderer(nullptr);
+  double total = 0;
+  for (const ViewAt& v : views) {
+    city.view(v.fraction, v.fx, v.fy);
+    city.list.set_renderer(timing);
+    city.painter->set_renderer(exact);
+    const auto start = std::chrono::steady_clock::now();
+    city.list.root->draw_bounded(city.list, city.list.world_bounds, city.list.visible_bounds);
+    exact->flush_direct();
+    total +=
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    city.painter->set_renderer(nullptr);
+    city.list.set_renderer(nullptr);
+  }
   std::printf("\nexact %s: %.1f ms in all (with the timing), by entry:\n", name, total);
   std::printf("  %-20s %9s %10s %9s\n", "entry", "calls", "ms", "us/call");
   double in_entries = 0;
@@ -180,6 +189,25 @@ void profile(const char* name, double fraction) {
   release(exact);
   cairo_destroy(cr);
   cairo_surface_destroy(surface);
+}
+
+// The nine views the window's bench zooms to: from the overview framed as the
+// window frames it (the extent and a margin of 2%), a zoom by ten each way
+// about the points at 0.3, 0.5 and 0.7 of the picture's width and height.
+std::vector<ViewAt> window_views() {
+  const DL::WorldBounds e = City::get().demo->extent();
+  const double w = double(e.max.x) - e.min.x, h = double(e.max.y) - e.min.y;
+  const double upp = 1.04 * std::max(w / (kWidth - 1), h / (kHeight - 1));
+  std::vector<ViewAt> views;
+  for (int i = 0; i < 9; ++i) {
+    const double column = kWidth * (0.3 + 0.2 * (i % 3)), row = kHeight * (0.3 + 0.2 * (i / 3));
+    // The point under the pointer stays where it is: the centre moves 0.9
+    // of the way to it.
+    const double dx = (column - (kWidth - 1) / 2.0) * upp * 0.9;
+    const double dy = -(row - (kHeight - 1) / 2.0) * upp * 0.9;
+    views.push_back({upp / 10 * (kWidth - 1) / w, 0.5 + dx / w, 0.5 + dy / h});
+  }
+  return views;
 }
 
 void draw(benchmark::State& state, double fraction, bool draft) {
@@ -249,7 +277,8 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  profile("1% view", 0.1);
-  profile("overview", 1.0);
+  profile("1% view", {{0.1, 0.5, 0.5}});
+  profile("1% views of the window's bench (nine, in all)", window_views());
+  profile("overview", {{1.0, 0.5, 0.5}});
   return 0;
 }
