@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "backends/cairo/action_table_p.h"
+#include "backends/cairo/direct_pixels_p.h"
 
 namespace DL {
 
@@ -22,6 +23,8 @@ namespace {
 constexpr double kGuard = 65536.0;  // 2^16: twice the largest canvas; cairo loses longer lines
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kTwoPi = 2.0 * kPi;
+// A Gouraud polyline's segment at most this many pixels long is stroked flat.
+constexpr double kFlatRamp = 8.0;
 
 struct P {
   double x;
@@ -31,6 +34,14 @@ struct P {
 void set_rgb(cairo_t* cr, ZR_RGB32 c) {
   cairo_set_source_rgb(cr, ((c >> 16) & 0xff) / 255.0, ((c >> 8) & 0xff) / 255.0,
                        (c & 0xff) / 255.0);
+}
+
+// The colour halfway between two, each channel rounded.
+ZR_RGB32 mix(ZR_RGB32 a, ZR_RGB32 b) {
+  ZR_RGB32 out = 0;
+  for (int shift = 0; shift < 24; shift += 8)
+    out |= ((((a >> shift) & 0xff) + ((b >> shift) & 0xff) + 1) / 2) << shift;
+  return out;
 }
 
 bool inside_guard(const P& p) {
@@ -195,10 +206,54 @@ struct CairoRenderer::Access {
     cairo_fill(cr);
   }
 
+  // A thin polyline whose segments all run along the pixel grid, written as
+  // the whole pixels cairo's stroke of it covers, when it may be; false when
+  // cairo must draw it. A one-unit line through pixel centres covers whole
+  // pixels, the square caps carry it half a pixel beyond its ends and the
+  // mitred right-angle joins fill their corners: each segment's pixels from
+  // end to end, opaque. A turn back on itself (a bevel, half a pixel) or a
+  // segment of no length is left to cairo.
+  static bool direct_grid_polyline(CairoRenderer& r, ZR_Rendition* rendition, bool clipped,
+                                   int count, const ZR_DCI_Point* points) {
+    if (count < 2 || weight_of(rendition) > 1) return false;
+    for (int i = 0; i + 1 < count; ++i) {
+      const ZR_DCI_Point& a = points[i];
+      const ZR_DCI_Point& b = points[i + 1];
+      if ((a.x != b.x) == (a.y != b.y)) return false;  // diagonal, or of no length
+      if (i + 2 < count) {
+        const ZR_DCI_Point& c = points[i + 2];
+        // Same axis both ways: a turn back when the directions oppose.
+        if (a.x == b.x && b.x == c.x && (b.y < a.y) != (c.y < b.y)) return false;
+        if (a.y == b.y && b.y == c.y && (b.x < a.x) != (c.x < b.x)) return false;
+      }
+    }
+    cairo_detail::PixelWindow window;
+    if (!r.direct_window(rendition, clipped, 1, window)) return false;
+    if (window.empty()) return true;
+    const std::uint32_t c =
+        0xff000000u | ((rendition && *rendition ? rendition->color() : 0) & 0xffffffu);
+    for (int i = 0; i + 1 < count; ++i) {
+      const long long ra = r.row_of(points[i].y), rb = r.row_of(points[i + 1].y);
+      const long long x0 = std::max<long long>(std::min(points[i].x, points[i + 1].x), window.x0);
+      const long long x1 =
+          std::min<long long>(std::max(points[i].x, points[i + 1].x) + 1LL, window.x1);
+      const long long y0 = std::max<long long>(std::min(ra, rb), window.y0);
+      const long long y1 = std::min<long long>(std::max(ra, rb) + 1, window.y1);
+      for (long long y = y0; y < y1; ++y) {
+        std::uint32_t* row = window.row(static_cast<int>(y));
+        for (long long x = x0; x < x1; ++x) row[x] = c;
+      }
+    }
+    r.direct_dots_ += count;
+    return true;
+  }
+
   template <bool C>
   static void polyline(void* context, ZR_Rendition* rendition, int count,
                        const ZR_DCI_Point* points) {
     if (count <= 0) return;
+    if (count == 1 && self(context).direct_dot(rendition, C, points[0], nullptr)) return;
+    if (direct_grid_polyline(self(context), rendition, C, count, points)) return;
     cairo_t* cr = begin(context, rendition, C, nullptr);
     if (count == 1) {
       add_dot(cr, points[0]);
@@ -210,9 +265,31 @@ struct CairoRenderer::Access {
     cairo_stroke(cr);
   }
 
+  // Markers blended through the cross's coverage, when they may be written
+  // directly; false when cairo must draw them.
+  static bool direct_markers(CairoRenderer& r, ZR_Rendition* rendition, bool clipped, int count,
+                             const ZR_DCI_Point* points) {
+    cairo_detail::PixelWindow window;
+    if (!r.direct_window(rendition, clipped, 3, window)) return false;
+    if (window.empty()) return true;
+    const cairo_antialias_t antialias = cairo_get_antialias(r.cr_);
+    if (!r.marker_stamp_ || r.marker_antialias_ != antialias) {
+      r.marker_stamp_ =
+          std::make_unique<cairo_detail::Stamp>(cairo_detail::marker_stamp(antialias));
+      r.marker_antialias_ = antialias;
+    }
+    const ZR_RGB32 c = rendition && *rendition ? rendition->color() : 0;
+    for (int i = 0; i < count; ++i)
+      cairo_detail::blend_stamp(window, points[i].x, r.row_of(points[i].y), *r.marker_stamp_, c);
+    r.direct_dots_ += count;
+    return true;
+  }
+
   template <bool C>
   static void polymarker(void* context, ZR_Rendition* rendition, int count,
                          const ZR_DCI_Point* points) {
+    if (count <= 0) return;
+    if (direct_markers(self(context), rendition, C, count, points)) return;
     cairo_t* cr = begin(context, rendition, C, nullptr);
     set_line(cr, 1);
     for (int i = 0; i < count; ++i) {
@@ -226,10 +303,35 @@ struct CairoRenderer::Access {
     cairo_stroke(cr);
   }
 
+  // A polygon whose edges all run along the pixel grid, written as the
+  // coverage cairo's fill gives it (see fill_grid_polygon), when it may be;
+  // false when cairo must draw it. Up to kGridCorners corners: the cost is
+  // rows times edges.
+  static bool direct_grid_polygon(CairoRenderer& r, ZR_Rendition* rendition, bool clipped,
+                                  int count, const ZR_DCI_Point* points, const ZR_RGB32* color) {
+    constexpr int kGridCorners = 16;
+    if (count < 3 || count > kGridCorners) return false;
+    for (int k = 0; k < count; ++k) {
+      const ZR_DCI_Point& a = points[k];
+      const ZR_DCI_Point& b = points[(k + 1) % count];
+      if (a.x != b.x && a.y != b.y) return false;
+    }
+    cairo_detail::PixelWindow window;
+    if (!r.direct_window(rendition, clipped, 1, window)) return false;
+    if (window.empty()) return true;
+    long long x[kGridCorners], y[kGridCorners];
+    for (int k = 0; k < count; ++k) x[k] = points[k].x, y[k] = r.row_of(points[k].y);
+    const ZR_RGB32 c = color ? *color : (rendition && *rendition ? rendition->color() : 0);
+    cairo_detail::fill_grid_polygon(window, count, x, y, c);
+    r.direct_dots_ += 1;
+    return true;
+  }
+
   template <bool C>
   static void polygon(void* context, ZR_Rendition* rendition, int count, const ZR_DCI_Point* points,
                       const ZR_RGB32* color) {
     if (count <= 0) return;
+    if (direct_grid_polygon(self(context), rendition, C, count, points, color)) return;
     cairo_t* cr = begin(context, rendition, C, color);
     std::vector<P> poly = to_points(count, points);
     add_polygon(cr, poly);
@@ -278,8 +380,29 @@ struct CairoRenderer::Access {
 
   // A strip with a colour per vertex, one mesh patch per triangle. A triangle
   // that reaches beyond the guard box is filled in its first vertex's colour.
+  // A strip with a colour per vertex filled straight into the pixels, when it
+  // may be; false when cairo must draw it.
+  static bool direct_shaded_strip(CairoRenderer& r, ZR_Rendition* rendition, bool clipped,
+                                  int count, const ZR_DCI_Point* points, const ZR_RGB32* colors) {
+    cairo_detail::PixelWindow window;
+    if (!r.direct_window(rendition, clipped, 1, window)) return false;
+    if (window.empty()) return true;
+    for (int i = 2; i < count; ++i) {
+      const ZR_DCI_Point* t = points + i - 2;
+      const double x[3] = {double(t[0].x), double(t[1].x), double(t[2].x)};
+      const double y[3] = {double(r.row_of(t[0].y)), double(r.row_of(t[1].y)),
+                           double(r.row_of(t[2].y))};
+      cairo_detail::fill_gouraud_triangle(window, x, y, colors + i - 2);
+    }
+    r.direct_dots_ += count - 2;
+    return true;
+  }
+
   static void shaded_strip(void* context, ZR_Rendition* rendition, bool clipped, int count,
                            const ZR_DCI_Point* points, const ZR_RGB32* colors) {
+    if (colors && count >= 3 &&
+        direct_shaded_strip(self(context), rendition, clipped, count, points, colors))
+      return;
     cairo_t* cr = begin(context, rendition, clipped, nullptr);
     if (!colors) {
       if (count < 3) return short_strip(cr, count, points);
@@ -362,6 +485,9 @@ struct CairoRenderer::Access {
   static void ellipse(void* context, ZR_Rendition* rendition, bool clipped, bool pie,
                       const ZR_DCI_Point* center, const ZR_DCI_Point* radii, double start,
                       double end, double rotation, const ZR_RGB32* color) {
+    if (radii->x == 0 && radii->y == 0 &&
+        self(context).direct_dot(rendition, clipped, *center, color))
+      return;
     cairo_t* cr = begin(context, rendition, clipped, color);
     double sweep = sweep_of(start, end);
     if (pie) sweep = std::min(sweep, kTwoPi);
@@ -472,11 +598,24 @@ struct CairoRenderer::Access {
     if (count <= 0) return;
     cairo_t* cr = begin(context, rendition, false, nullptr);
     if (count == 1 || !colors) return polyline<false>(context, rendition, count, points);
-    set_line(cr, weight_of(rendition));
+    const int weight = std::max(weight_of(rendition), 1);
+    set_line(cr, weight);
     for (int i = 0; i + 1 < count; ++i) {
       P a{double(points[i].x), double(points[i].y)};
       P b{double(points[i + 1].x), double(points[i + 1].y)};
       if (!guard_segment(a, b)) continue;
+      // A short segment is stroked flat, in the colour of its middle (see the
+      // header): the gradient pattern costs four times the stroke.
+      const double dx = double(points[i + 1].x) - points[i].x;
+      const double dy = double(points[i + 1].y) - points[i].y;
+      const double flat = std::max(double(weight), kFlatRamp);
+      if (self(context).flat_short_ramps_ && dx * dx + dy * dy <= flat * flat) {
+        set_rgb(cr, mix(colors[i], colors[i + 1]));
+        cairo_move_to(cr, a.x, a.y);
+        cairo_line_to(cr, b.x, b.y);
+        cairo_stroke(cr);
+        continue;
+      }
       cairo_pattern_t* ramp =
           cairo_pattern_create_linear(points[i].x, points[i].y, points[i + 1].x, points[i + 1].y);
       for (int k = 0; k < 2; ++k) {
@@ -628,6 +767,44 @@ bool CairoRenderer::open_direct() {
   direct_stride_ = cairo_image_surface_get_stride(target);
   direct_width_ = cairo_image_surface_get_width(target);
   direct_height_ = cairo_image_surface_get_height(target);
+  return true;
+}
+
+bool CairoRenderer::direct_window(ZR_Rendition* rendition, bool clipped, int margin,
+                                  cairo_detail::PixelWindow& window) {
+  const ZR_Rendition_Data* data = rendition && *rendition ? rendition->get() : nullptr;
+  if (data && data->complex_clip.get()) return false;
+  switch (outer_view_.reach(rendition, margin)) {
+    case OuterView::Reach::none:
+      break;
+    case OuterView::Reach::skip:
+      window = {};
+      return true;
+    case OuterView::Reach::cut:
+      return false;
+  }
+  if (!direct_target_ && !open_direct()) return false;
+  long long x0 = 0, x1 = direct_width_, y0 = 0, y1 = direct_height_;
+  if (clipped && data) {
+    // The hard clip's pixels, whole and inclusive; rows turned as device y runs.
+    const ZR_Int_Rectangle& h = data->hard_clip;
+    x0 = std::max<long long>(x0, h.x_min);
+    x1 = std::min<long long>(x1, static_cast<long long>(h.x_max) + 1);
+    const long long r0 = std::min(row_of(h.y_min), row_of(h.y_max));
+    const long long r1 = std::max(row_of(h.y_min), row_of(h.y_max));
+    if (h.y_max < h.y_min) {
+      y1 = y0;  // an empty clip
+    } else {
+      y0 = std::max(y0, r0);
+      y1 = std::min(y1, r1 + 1);
+    }
+  }
+  window.data = direct_data_;
+  window.stride = direct_stride_;
+  window.x0 = static_cast<int>(x0);
+  window.y0 = static_cast<int>(y0);
+  window.x1 = static_cast<int>(std::max(x0, x1));
+  window.y1 = static_cast<int>(std::max(y0, y1));
   return true;
 }
 

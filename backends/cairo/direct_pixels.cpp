@@ -1,0 +1,176 @@
+// Marks written straight into image pixels; see direct_pixels_p.h.
+#include <algorithm>
+#include <cmath>
+
+#include "backends/cairo/direct_pixels_p.h"
+
+namespace DL::cairo_detail {
+
+namespace {
+
+// a * b / 255, rounded as pixman's MUL_UN8.
+inline std::uint32_t mul_un8(std::uint32_t a, std::uint32_t b) {
+  const std::uint32_t t = a * b + 0x80;
+  return ((t >> 8) + t) >> 8;
+}
+
+// Blends the opaque `source` into `pixel` through coverage `a`.
+inline std::uint32_t blend(std::uint32_t pixel, std::uint32_t source, std::uint32_t a) {
+  if (a == 255) return source;
+  std::uint32_t out = 0;
+  for (int shift = 0; shift < 32; shift += 8)
+    out |= (mul_un8((source >> shift) & 0xff, a) + mul_un8((pixel >> shift) & 0xff, 255 - a))
+           << shift;
+  return out;
+}
+
+}  // namespace
+
+Stamp marker_stamp(cairo_antialias_t antialias) {
+  Stamp stamp;
+  stamp.radius = 4;  // the cross reaches 2 + 0.5 * sqrt(2) < 3 pixels from its centre
+  const int size = 2 * stamp.radius + 1;
+  cairo_surface_t* mask = cairo_image_surface_create(CAIRO_FORMAT_A8, size, size);
+  cairo_t* cr = cairo_create(mask);
+  cairo_set_antialias(cr, antialias);
+  cairo_set_line_width(cr, 1);
+  cairo_set_line_cap(cr, CAIRO_LINE_CAP_SQUARE);
+  cairo_set_line_join(cr, CAIRO_LINE_JOIN_MITER);
+  const double c = stamp.radius + 0.5;  // the middle pixel's centre
+  cairo_move_to(cr, c - 2, c - 2);
+  cairo_line_to(cr, c + 2, c + 2);
+  cairo_move_to(cr, c - 2, c + 2);
+  cairo_line_to(cr, c + 2, c - 2);
+  cairo_stroke(cr);
+  cairo_destroy(cr);
+  cairo_surface_flush(mask);
+  stamp.coverage.assign(static_cast<std::size_t>(size) * size, 0);
+  const unsigned char* data = cairo_image_surface_get_data(mask);
+  const int stride = cairo_image_surface_get_stride(mask);
+  if (data && cairo_surface_status(mask) == CAIRO_STATUS_SUCCESS)
+    for (int y = 0; y < size; ++y)
+      std::copy(data + y * stride, data + y * stride + size,
+                stamp.coverage.begin() + static_cast<std::ptrdiff_t>(y) * size);
+  cairo_surface_destroy(mask);
+  return stamp;
+}
+
+void blend_stamp(const PixelWindow& window, long long column, long long row, const Stamp& stamp,
+                 ZR_RGB32 color) {
+  const int size = 2 * stamp.radius + 1;
+  // The stamp's rows and columns that land in the window (64-bit: positions
+  // reach the int limits).
+  const long long left = column - stamp.radius, top = row - stamp.radius;
+  const long long kx0 = std::max<long long>(0, window.x0 - left);
+  const long long kx1 = std::min<long long>(size, window.x1 - left);
+  const long long ky0 = std::max<long long>(0, window.y0 - top);
+  const long long ky1 = std::min<long long>(size, window.y1 - top);
+  const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
+  for (long long ky = ky0; ky < ky1; ++ky) {
+    std::uint32_t* pixels = window.row(static_cast<int>(top + ky)) + (left + kx0);
+    const unsigned char* cover = &stamp.coverage[static_cast<std::size_t>(ky * size + kx0)];
+    for (long long kx = kx0; kx < kx1; ++kx, ++pixels, ++cover) {
+      if (*cover) *pixels = blend(*pixels, source, *cover);
+    }
+  }
+}
+
+void fill_gouraud_triangle(const PixelWindow& window, const double x[3], const double y[3],
+                           const ZR_RGB32 colors[3]) {
+  const double area = (x[1] - x[0]) * (y[2] - y[0]) - (y[1] - y[0]) * (x[2] - x[0]);
+  if (!(area != 0) || !std::isfinite(area)) return;
+  // The rows and columns whose centres the triangle's box holds, in the window.
+  auto lo = [](double v, int limit) {
+    return static_cast<int>(std::clamp(std::ceil(v), double(limit), 1e9));
+  };
+  auto hi = [](double v, int limit) {
+    return static_cast<int>(std::clamp(std::floor(v) + 1, -1e9, double(limit)));
+  };
+  const int cx0 = lo(std::min({x[0], x[1], x[2]}), window.x0);
+  const int cx1 = hi(std::max({x[0], x[1], x[2]}), window.x1);
+  const int cy0 = lo(std::min({y[0], y[1], y[2]}), window.y0);
+  const int cy1 = hi(std::max({y[0], y[1], y[2]}), window.y1);
+  if (cx0 >= cx1 || cy0 >= cy1) return;
+  // Barycentric weights of the corners at a point, each an affine function of
+  // (px, py): w_k = a_k * px + b_k * py + c_k, with the three summing to 1.
+  double a[3], b[3], c[3];
+  for (int k = 0; k < 3; ++k) {
+    const int i = (k + 1) % 3, j = (k + 2) % 3;
+    a[k] = (y[i] - y[j]) / area;
+    b[k] = (x[j] - x[i]) / area;
+    c[k] = (x[i] * y[j] - x[j] * y[i]) / area;
+  }
+  double channel[3][3];  // [corner][red, green, blue]
+  for (int k = 0; k < 3; ++k)
+    for (int ch = 0; ch < 3; ++ch) channel[k][ch] = (colors[k] >> (16 - 8 * ch)) & 0xff;
+  // A centre on an edge may come out a hair below 0 by rounding.
+  constexpr double kEdge = -1e-9;
+  for (int py = cy0; py < cy1; ++py) {
+    std::uint32_t* pixels = window.row(py);
+    for (int px = cx0; px < cx1; ++px) {
+      double w[3];
+      bool inside = true;
+      for (int k = 0; k < 3; ++k) {
+        w[k] = a[k] * px + b[k] * py + c[k];
+        inside = inside && w[k] >= kEdge;
+      }
+      if (!inside) continue;
+      std::uint32_t out = 0xff000000u;
+      for (int ch = 0; ch < 3; ++ch) {
+        const double v = w[0] * channel[0][ch] + w[1] * channel[1][ch] + w[2] * channel[2][ch];
+        out |= static_cast<std::uint32_t>(std::clamp(v + 0.5, 0.0, 255.0)) << (16 - 8 * ch);
+      }
+      pixels[px] = out;
+    }
+  }
+}
+
+void fill_grid_polygon(const PixelWindow& window, int count, const long long* x, const long long* y,
+                       ZR_RGB32 color) {
+  if (count < 3 || window.empty()) return;
+  long long ymin = y[0], ymax = y[0], xmin = x[0], xmax = x[0];
+  for (int k = 1; k < count; ++k) {
+    ymin = std::min(ymin, y[k]), ymax = std::max(ymax, y[k]);
+    xmin = std::min(xmin, x[k]), xmax = std::max(xmax, x[k]);
+  }
+  // Pixels on the polygon's box, in the window.
+  const long long r0 = std::max<long long>(ymin, window.y0);
+  const long long r1 = std::min<long long>(ymax + 1, window.y1);
+  const long long c0 = std::max<long long>(xmin, window.x0);
+  const long long c1 = std::min<long long>(xmax + 1, window.x1);
+  if (r0 >= r1 || c0 >= c1) return;
+  const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
+  std::vector<unsigned char> quarters(static_cast<std::size_t>(c1 - c0));
+  std::vector<long long> crossings;
+  for (long long r = r0; r < r1; ++r) {
+    std::fill(quarters.begin(), quarters.end(), 0);
+    // The two lines of quarter centres in this row, a quarter pixel above and
+    // below the pixel centres (in quarters of a pixel: 4r - 1 and 4r + 1).
+    for (long long line : {4 * r - 1, 4 * r + 1}) {
+      crossings.clear();
+      for (int k = 0; k < count; ++k) {
+        const int n = (k + 1) % count;
+        if (x[k] != x[n]) continue;  // along the line: no crossing
+        const long long lo = 4 * std::min(y[k], y[n]), hi = 4 * std::max(y[k], y[n]);
+        if (lo < line && line < hi) crossings.push_back(x[k]);
+      }
+      std::sort(crossings.begin(), crossings.end());
+      // Inside from each odd crossing to the next: the quarters right of
+      // column a's centre to those left of column b's.
+      for (std::size_t i = 0; i + 1 < crossings.size(); i += 2) {
+        const long long a = crossings[i], b = crossings[i + 1];
+        if (a == b) continue;
+        if (a >= c0 && a < c1) quarters[a - c0] += 1;
+        if (b >= c0 && b < c1) quarters[b - c0] += 1;
+        for (long long c = std::max(a + 1, c0); c < std::min(b, c1); ++c) quarters[c - c0] += 2;
+      }
+    }
+    std::uint32_t* pixels = window.row(static_cast<int>(r));
+    for (long long c = c0; c < c1; ++c) {
+      const unsigned q = quarters[c - c0];
+      if (q) pixels[c] = blend(pixels[c], source, std::min(255u, 64u * q));
+    }
+  }
+}
+
+}  // namespace DL::cairo_detail
