@@ -239,10 +239,8 @@ struct CairoRenderer::Access {
           std::min<long long>(std::max(points[i].x, points[i + 1].x) + 1LL, window.x1);
       const long long y0 = std::max<long long>(std::min(ra, rb), window.y0);
       const long long y1 = std::min<long long>(std::max(ra, rb) + 1, window.y1);
-      for (long long y = y0; y < y1; ++y) {
-        std::uint32_t* row = window.row(static_cast<int>(y));
-        for (long long x = x0; x < x1; ++x) row[x] = c;
-      }
+      for (long long y = y0; y < y1 && x0 < x1; ++y)
+        std::fill(window.at(x0, y), window.at(x1 - 1, y) + 1, c);
     }
     r.direct_dots_ += count;
     return true;
@@ -748,10 +746,14 @@ bool CairoRenderer::open_direct() {
     return false;
   const cairo_format_t format = cairo_image_surface_get_format(target);
   if (format != CAIRO_FORMAT_ARGB32 && format != CAIRO_FORMAT_RGB24) return false;
+  // A device offset of whole pixels moves the picture's pixels on the target
+  // (a strip of a larger picture, say); anything else is left to cairo.
   double dx = 0, dy = 0, sx = 1, sy = 1;
   cairo_surface_get_device_offset(target, &dx, &dy);
   cairo_surface_get_device_scale(target, &sx, &sy);
-  if (dx != 0 || dy != 0 || sx != 1 || sy != 1) return false;
+  if (sx != 1 || sy != 1 || dx != std::floor(dx) || dy != std::floor(dy) || std::fabs(dx) > 1e9 ||
+      std::fabs(dy) > 1e9)
+    return false;
   // The matrix is the renderer's own (forget_clip sets it); a host that changed
   // it has the general path.
   cairo_matrix_t m;
@@ -767,6 +769,8 @@ bool CairoRenderer::open_direct() {
   direct_stride_ = cairo_image_surface_get_stride(target);
   direct_width_ = cairo_image_surface_get_width(target);
   direct_height_ = cairo_image_surface_get_height(target);
+  direct_dx_ = static_cast<int>(dx);
+  direct_dy_ = static_cast<int>(dy);
   return true;
 }
 
@@ -784,7 +788,9 @@ bool CairoRenderer::direct_window(ZR_Rendition* rendition, bool clipped, int mar
       return false;
   }
   if (!direct_target_ && !open_direct()) return false;
-  long long x0 = 0, x1 = direct_width_, y0 = 0, y1 = direct_height_;
+  // The target's pixels, as pixels of the picture.
+  long long x0 = -static_cast<long long>(direct_dx_), x1 = x0 + direct_width_;
+  long long y0 = -static_cast<long long>(direct_dy_), y1 = y0 + direct_height_;
   if (clipped && data) {
     // The hard clip's pixels, whole and inclusive; rows turned as device y runs.
     const ZR_Int_Rectangle& h = data->hard_clip;
@@ -792,7 +798,7 @@ bool CairoRenderer::direct_window(ZR_Rendition* rendition, bool clipped, int mar
     x1 = std::min<long long>(x1, static_cast<long long>(h.x_max) + 1);
     const long long r0 = std::min(row_of(h.y_min), row_of(h.y_max));
     const long long r1 = std::max(row_of(h.y_min), row_of(h.y_max));
-    if (h.y_max < h.y_min) {
+    if (h.y_max < h.y_min || h.x_max < h.x_min) {
       y1 = y0;  // an empty clip
     } else {
       y0 = std::max(y0, r0);
@@ -801,6 +807,8 @@ bool CairoRenderer::direct_window(ZR_Rendition* rendition, bool clipped, int mar
   }
   window.data = direct_data_;
   window.stride = direct_stride_;
+  window.dx = direct_dx_;
+  window.dy = direct_dy_;
   window.x0 = static_cast<int>(x0);
   window.y0 = static_cast<int>(y0);
   window.x1 = static_cast<int>(std::max(x0, x1));
@@ -827,11 +835,10 @@ bool CairoRenderer::direct_dot(ZR_Rendition* rendition, bool clipped, const ZR_D
       return true;
   }
   // The pixel cairo's fill would cover: column x, and row height - 1 - y with
-  // y up. In 64 bits, since device values reach the int limits.
-  const long long column = point.x;
-  const long long row = orientation_ == DeviceOrientation::y_up
-                            ? static_cast<long long>(height_) - 1 - point.y
-                            : static_cast<long long>(point.y);
+  // y up, moved by the device offset. In 64 bits, since device values reach
+  // the int limits.
+  const long long column = static_cast<long long>(point.x) + direct_dx_;
+  const long long row = row_of(point.y) + direct_dy_;
   if (column < 0 || column >= direct_width_ || row < 0 || row >= direct_height_) return true;
   const ZR_RGB32 c = color ? *color : (rendition && *rendition ? rendition->color() : 0);
   auto* pixel = reinterpret_cast<std::uint32_t*>(direct_data_ + row * direct_stride_) + column;

@@ -59,7 +59,8 @@
 //   a path, a clip and a fill for one pixel), a marker 5 and a small Gouraud
 //   strip 10 (a mesh pattern), which makes a view of 1e5 dots or a city's
 //   blocks miss an interactive frame. So when the context's target is an
-//   image surface in ARGB32 or RGB24 with no device offset or scale, the
+//   image surface in ARGB32 or RGB24 with no device scale and a device
+//   offset of whole pixels (or none), the
 //   operator is OVER or SOURCE, the matrix is the renderer's own, and the
 //   rendition carries no complex clip (nor an outer clip that crosses the
 //   entry), these are written straight into the surface's pixels, cut to the
@@ -227,6 +228,7 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   int direct_stride_ = 0;
   int direct_width_ = 0;
   int direct_height_ = 0;
+  int direct_dx_ = 0, direct_dy_ = 0;  // the target's device offset, whole pixels
   // The marker's coverage (see direct_pixels_p.h), made for the context's
   // antialias mode when a marker is first written directly.
   std::unique_ptr<cairo_detail::Stamp> marker_stamp_;

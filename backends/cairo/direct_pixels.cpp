@@ -67,7 +67,7 @@ void blend_stamp(const PixelWindow& window, long long column, long long row, con
   const long long ky1 = std::min<long long>(size, window.y1 - top);
   const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
   for (long long ky = ky0; ky < ky1; ++ky) {
-    std::uint32_t* pixels = window.row(static_cast<int>(top + ky)) + (left + kx0);
+    std::uint32_t* pixels = window.at(left + kx0, top + ky);
     const unsigned char* cover = &stamp.coverage[static_cast<std::size_t>(ky * size + kx0)];
     for (long long kx = kx0; kx < kx1; ++kx, ++pixels, ++cover) {
       if (*cover) *pixels = blend(*pixels, source, *cover);
@@ -106,7 +106,7 @@ void fill_gouraud_triangle(const PixelWindow& window, const double x[3], const d
   // A centre on an edge may come out a hair below 0 by rounding.
   constexpr double kEdge = -1e-9;
   for (int py = cy0; py < cy1; ++py) {
-    std::uint32_t* pixels = window.row(py);
+    std::uint32_t* pixels = window.at(cx0, py);
     for (int px = cx0; px < cx1; ++px) {
       double w[3];
       bool inside = true;
@@ -120,7 +120,7 @@ void fill_gouraud_triangle(const PixelWindow& window, const double x[3], const d
         const double v = w[0] * channel[0][ch] + w[1] * channel[1][ch] + w[2] * channel[2][ch];
         out |= static_cast<std::uint32_t>(std::clamp(v + 0.5, 0.0, 255.0)) << (16 - 8 * ch);
       }
-      pixels[px] = out;
+      pixels[px - cx0] = out;
     }
   }
 }
@@ -165,10 +165,10 @@ void fill_grid_polygon(const PixelWindow& window, int count, const long long* x,
         for (long long c = std::max(a + 1, c0); c < std::min(b, c1); ++c) quarters[c - c0] += 2;
       }
     }
-    std::uint32_t* pixels = window.row(static_cast<int>(r));
-    for (long long c = c0; c < c1; ++c) {
+    std::uint32_t* pixels = window.at(c0, r);
+    for (long long c = c0; c < c1; ++c, ++pixels) {
       const unsigned q = quarters[c - c0];
-      if (q) pixels[c] = blend(pixels[c], source, std::min(255u, 64u * q));
+      if (q) *pixels = blend(*pixels, source, std::min(255u, 64u * q));
     }
   }
 }

@@ -17,17 +17,21 @@
 
 namespace DL::cairo_detail {
 
-// The pixels an entry may write: the rows of the target and the window of
-// them that the surface and the entry's hard clip leave (columns x0 to x1,
-// rows y0 to y1, half-open). Empty when nothing shows.
+// The pixels an entry may write: the target's rows, where the picture's
+// pixels lie in them, and the window of the picture that the target and the
+// entry's hard clip leave (columns x0 to x1, rows y0 to y1, half-open, in the
+// picture's pixels). Empty when nothing shows.
 struct PixelWindow {
   unsigned char* data = nullptr;  // the target's first row
   int stride = 0;                 // bytes from one row to the next
+  int dx = 0, dy = 0;             // the target's pixel of picture pixel (x, y): (x + dx, y + dy)
   int x0 = 0, y0 = 0;             // first column and row that may be written
   int x1 = 0, y1 = 0;             // one past the last
   bool empty() const { return x0 >= x1 || y0 >= y1; }
-  std::uint32_t* row(int y) const {
-    return reinterpret_cast<std::uint32_t*>(data + static_cast<std::ptrdiff_t>(y) * stride);
+  // The target's pixel of picture pixel (x, y), which must lie in the window.
+  std::uint32_t* at(long long x, long long y) const {
+    return reinterpret_cast<std::uint32_t*>(data + static_cast<std::ptrdiff_t>(y + dy) * stride) +
+           (x + dx);
   }
 };
 

@@ -296,5 +296,79 @@ TEST(CairoDirect, ShortGouraudSegmentsFlatWithinHalfTheirRamp) {
   });
 }
 
+// A strip of a picture drawn on a surface of its own over the picture's
+// pixels, placed by a device offset of whole pixels (as the viewer draws the
+// strips a pan brings into view): direct writes still, and the strip's
+// pixels those of the whole picture; nothing outside the strip is touched.
+TEST(CairoDirect, AStripPlacedByADeviceOffsetMatchesTheWholePicture) {
+  const ZR_DCI_Point line[] = {{3, 5, 0}, {40, 5, 0}, {40, 30, 0}, {12, 30, 0}};
+  const ZR_DCI_Point building[] = {{8, 8, 0},   {30, 8, 0},  {30, 20, 0},
+                                   {19, 20, 0}, {19, 26, 0}, {8, 26, 0}};
+  const ZR_DCI_Point marks[] = {{20, 12, 0}, {33, 24, 0}, {50, 40, 0}};
+  const ZR_DCI_Point park[] = {{35, 10, 0}, {35, 22, 0}, {45, 10, 0}, {45, 22, 0}};
+  const ZR_RGB32 shade[] = {0x50a050, 0x60b060, 0x40a040, 0x70c070};
+  auto calls = [&](CairoRenderer& r) {
+    ZR_Rendition rendition = ZR_Rendition::create();
+    rendition.set_color(0x2040c0, false);
+    r.polygon_unclipped(&rendition, 6, building, nullptr);
+    r.polyline_unclipped(&rendition, 4, line);
+    r.polymarker_unclipped(&rendition, 3, marks);
+    r.gouraud_triangles_unclipped(&rendition, 4, park, shade);
+    for (int x = 0; x < kW; x += 3) {
+      const ZR_DCI_Point dot{x, x % kH, 0};
+      r.dot_unclipped(&rendition, &dot, nullptr);
+    }
+  };
+  auto picture = [&](int c0, int r0, int w, int h, long long& direct) {
+    cairo_surface_t* whole = cairo_image_surface_create(CAIRO_FORMAT_RGB24, kW, kH);
+    cairo_t* cr = cairo_create(whole);
+    cairo_set_source_rgb(cr, 1, 1, 1);
+    cairo_paint(cr);
+    cairo_destroy(cr);
+    cairo_surface_flush(whole);
+    unsigned char* data = cairo_image_surface_get_data(whole);
+    const int stride = cairo_image_surface_get_stride(whole);
+    cairo_surface_t* strip = cairo_image_surface_create_for_data(data + r0 * stride + 4 * c0,
+                                                                 CAIRO_FORMAT_RGB24, w, h, stride);
+    cairo_surface_set_device_offset(strip, -c0, -r0);
+    cr = cairo_create(strip);
+    auto* r = new CairoRenderer(cr, kH);
+    add_ref(r);
+    calls(*r);
+    r->flush_direct();
+    direct = r->direct_dots();
+    release(r);
+    cairo_destroy(cr);
+    cairo_surface_finish(strip);
+    cairo_surface_destroy(strip);
+    cairo_surface_mark_dirty(whole);
+    std::vector<std::uint32_t> out;
+    for (int y = 0; y < kH; ++y)
+      for (int x = 0; x < kW; ++x)
+        out.push_back(reinterpret_cast<const std::uint32_t*>(data + y * stride)[x] & 0xffffff);
+    cairo_surface_destroy(whole);
+    return out;
+  };
+  long long direct_whole = 0, direct_strip = 0;
+  const std::vector<std::uint32_t> whole = picture(0, 0, kW, kH, direct_whole);
+  const int c0 = 17, r0 = 9, w = 21, h = 15;
+  const std::vector<std::uint32_t> strip = picture(c0, r0, w, h, direct_strip);
+  EXPECT_GT(direct_strip, 5);
+  int inside_differing = 0, outside_touched = 0, inside_painted = 0;
+  for (int y = 0; y < kH; ++y)
+    for (int x = 0; x < kW; ++x) {
+      const std::size_t k = static_cast<std::size_t>(y) * kW + x;
+      if (x >= c0 && x < c0 + w && y >= r0 && y < r0 + h) {
+        inside_differing += whole[k] != strip[k];
+        inside_painted += strip[k] != 0xffffff;
+      } else {
+        outside_touched += strip[k] != 0xffffff;
+      }
+    }
+  EXPECT_GT(inside_painted, 40);
+  EXPECT_EQ(inside_differing, 0);
+  EXPECT_EQ(outside_touched, 0);
+}
+
 }  // namespace
 }  // namespace DL

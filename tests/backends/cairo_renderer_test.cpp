@@ -498,25 +498,31 @@ TEST(CairoRenderer, DirectDotsMatchCairoByteForByte) {
 }
 
 // Surfaces that cannot take direct writes get cairo's dots: one placed by a
-// device offset, and a PDF.
+// device offset of part of a pixel, and a PDF. One placed by whole pixels
+// takes them, in the same place.
 TEST(CairoRenderer, DirectDotsOnlyWhereTheyAreExact) {
-  cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 8, 8);
-  cairo_surface_set_device_offset(s, -10, -10);
-  cairo_t* cr = cairo_create(s);
-  auto* r = new CairoRenderer(cr, 32);
-  add_ref(r);
   ZR_Rendition rendition = ZR_Rendition::create();
   rendition.set_color(kRed, false);
   ZR_DCI_Point d{12, 31 - 13, 0};  // pixel (12, 13) of the picture: (2, 3) of the surface
-  r->dot_unclipped(&rendition, &d, nullptr);
-  EXPECT_EQ(r->direct_dots(), 0);
-  release(r);
-  cairo_destroy(cr);
-  cairo_surface_flush(s);
-  const auto* row = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(s) +
-                                                           3 * cairo_image_surface_get_stride(s));
-  EXPECT_EQ(row[2], 0xffff0000u);
-  cairo_surface_destroy(s);
+  for (double offset : {-10.0, -10.25}) {
+    cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 8, 8);
+    cairo_surface_set_device_offset(s, offset, offset);
+    cairo_t* cr = cairo_create(s);
+    auto* r = new CairoRenderer(cr, 32);
+    add_ref(r);
+    r->dot_unclipped(&rendition, &d, nullptr);
+    EXPECT_EQ(r->direct_dots(), offset == -10.0 ? 1 : 0);
+    release(r);
+    cairo_destroy(cr);
+    cairo_surface_flush(s);
+    const auto* row = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(s) +
+                                                             3 * cairo_image_surface_get_stride(s));
+    if (offset == -10.0)
+      EXPECT_EQ(row[2], 0xffff0000u);
+    else
+      EXPECT_NE(row[2], 0u);  // cairo covers parts of four pixels
+    cairo_surface_destroy(s);
+  }
 
   const std::string path = DL::test::test_file("direct_dots.pdf");
   std::string error;

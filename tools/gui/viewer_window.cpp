@@ -479,8 +479,8 @@ DL::ScreenPoint ViewerWindow::place_list(DL::WorldBounds& inner, DL::WorldBounds
 
 bool ViewerWindow::pan_shift(int& sx, int& sy) const {
   if (!front_ || front_is_draft_ || front_content_ != content_) return false;
-  // A quick whole draw beats moving the picture and drawing strips through
-  // cairo (the strips' sub-surfaces take no direct pixel writes).
+  // A quick whole draw costs about what moving the picture and the strips'
+  // walks (one per strip, each down the tree) do.
   if (exact_ms_ < kFrameMs / 2 && !pan_strips_always_) return false;
   if (front_view_.upp != view_.upp || front_view_.width != view_.width ||
       front_view_.height != view_.height)
@@ -542,12 +542,18 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   long long calls = 0;
   for (const Strip& strip : strips) {
     if (!done) break;
-    // Each strip is a surface of its own over the back picture, so that
-    // nothing drawn for it reaches the pixels moved in, placed so that device
-    // units are those of the whole picture: every point rounds as in a whole
-    // draw of this view.
+    // Each strip is an image surface of its own over the back picture's
+    // pixels, so that nothing drawn for it reaches the pixels moved in,
+    // placed by a device offset of whole pixels so that device units are
+    // those of the whole picture: every point rounds as in a whole draw of
+    // this view, and the renderer still writes dots and other small marks
+    // straight into the pixels.
     const int sw = strip.c1 - strip.c0 + 1, sh = strip.r1 - strip.r0 + 1;
-    cairo_surface_t* part = cairo_surface_create_for_rectangle(back_, strip.c0, strip.r0, sw, sh);
+    const int stride = cairo_image_surface_get_stride(back_);
+    cairo_surface_t* part = cairo_image_surface_create_for_data(
+        cairo_image_surface_get_data(back_) + static_cast<std::ptrdiff_t>(strip.r0) * stride +
+            4 * strip.c0,
+        cairo_image_surface_get_format(back_), sw, sh, stride);
     cairo_surface_set_device_offset(part, -strip.c0, -strip.r0);
     cairo_t* pcr = cairo_create(part);
     auto* renderer = new DL::CairoRenderer(pcr, h);

@@ -30,9 +30,10 @@
 // Pans. When the wanted view is the exact picture on screen moved by whole
 // pixels (at most half the picture each way) and the last exact draw took
 // more than half a frame, the picture is moved and only the strips that come
-// into view are drawn, by bounded draws, each on a cairo sub-surface over the
-// new picture in the picture's own device units, so every point rounds as in
-// a whole draw. Views at one scale that differ by whole pixels share one
+// into view are drawn, by bounded draws, each on an image surface over the
+// new picture's pixels in the picture's own device units (a device offset of
+// whole pixels), so every point rounds as in a whole draw and the renderer's
+// direct writes still apply. Views at one scale that differ by whole pixels share one
 // transform (`anchor_`), so a pan and a whole draw of the same view agree but
 // for a few levels of pixman's gradients. A pan's strips come exact at once,
 // without a draft. The status line says "(pan: strips only)" after one.
