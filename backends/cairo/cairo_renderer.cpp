@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "backends/cairo/action_table_p.h"
+#include "backends/cairo/coverage_p.h"
 #include "backends/cairo/direct_pixels_p.h"
 
 namespace DL {
@@ -246,12 +247,117 @@ struct CairoRenderer::Access {
     return true;
   }
 
+  // Adds the stroke of the thin polyline of `count` points (x[k], y[k]) to
+  // `shape`, `half` units each side, as pieces that do not overlap: one per
+  // segment, carried half a unit beyond the ends by the square caps and cut
+  // at each inner point along the miter (the line from the inner corner to
+  // the miter's tip), so neighbours share that edge. Every join must be
+  // `mitred_apart` (see below).
+  static void add_thin_stroke(cairo_detail::Coverage& shape, int count, const double* x,
+                              const double* y, double half) {
+    // The corners left and right of each point, in the direction of travel.
+    auto normal = [&](int i, double& nx, double& ny) {  // of segment i, half long, to the left
+      const double len = std::hypot(x[i + 1] - x[i], y[i + 1] - y[i]);
+      nx = -(y[i + 1] - y[i]) / len * half;
+      ny = (x[i + 1] - x[i]) / len * half;
+    };
+    // The previous segment's far corners (left, right) and this one's near ones.
+    double lx = 0, ly = 0, rx = 0, ry = 0;
+    for (int i = 0; i + 1 < count; ++i) {
+      double nx, ny;
+      normal(i, nx, ny);
+      const double dx = ny / half, dy = -nx / half;  // the unit direction
+      if (i == 0) {
+        lx = x[0] - dx * half + nx, ly = y[0] - dy * half + ny;
+        rx = x[0] - dx * half - nx, ry = y[0] - dy * half - ny;
+      }
+      double ex_l, ey_l, ex_r, ey_r;  // this segment's far corners
+      double next_l_x = 0, next_l_y = 0, next_r_x = 0, next_r_y = 0;
+      if (i + 2 == count) {
+        ex_l = x[i + 1] + dx * half + nx, ey_l = y[i + 1] + dy * half + ny;
+        ex_r = x[i + 1] + dx * half - nx, ey_r = y[i + 1] + dy * half - ny;
+      } else {
+        double mx, my;
+        normal(i + 1, mx, my);
+        // The miter: the corners where the two segments' sides meet.
+        const double k = 1 / (1 + (nx * mx + ny * my) / (half * half));
+        const double ox = (nx + mx) * k, oy = (ny + my) * k;
+        ex_l = next_l_x = x[i + 1] + ox, ey_l = next_l_y = y[i + 1] + oy;
+        ex_r = next_r_x = x[i + 1] - ox, ey_r = next_r_y = y[i + 1] - oy;
+      }
+      const double qx[4] = {rx, ex_r, ex_l, lx};
+      const double qy[4] = {ry, ey_r, ey_l, ly};
+      shape.add_polygon(qx, qy, 4);
+      lx = next_l_x, ly = next_l_y, rx = next_r_x, ry = next_r_y;
+    }
+  }
+
+  // Whether the joins of the thin polyline (x[k], y[k]) are all mitred
+  // (within cairo's miter limit of 10) with their inner corners within half
+  // of each neighbouring segment, so its pieces (see add_thin_stroke) do not
+  // overlap; false also for a segment of no length.
+  static bool mitred_apart(int count, const double* x, const double* y, double half) {
+    for (int i = 0; i + 1 < count; ++i) {
+      const double len = std::hypot(x[i + 1] - x[i], y[i + 1] - y[i]);
+      if (!(len > 0)) return false;
+      if (i + 2 == count) break;
+      const double next = std::hypot(x[i + 2] - x[i + 1], y[i + 2] - y[i + 1]);
+      if (!(next > 0)) return false;
+      const double dot =
+          ((x[i + 1] - x[i]) * (x[i + 2] - x[i + 1]) + (y[i + 1] - y[i]) * (y[i + 2] - y[i + 1])) /
+          (len * next);
+      // The miter is 1 / cos(a / 2) times the half width long, a the turn.
+      if ((1 + dot) / 2 < 0.01) return false;
+      const double reach = half * std::sqrt(2 / (1 + dot));
+      if (reach > 0.5 * std::min(len, next)) return false;
+    }
+    return true;
+  }
+
+  // A thin polyline off the grid (one or two units wide), written as the
+  // exact area of its stroke (see coverage_p.h), when its joins allow it
+  // (`mitred_apart`) and it may be written directly; false when cairo must
+  // draw it.
+  static bool direct_thin_polyline(CairoRenderer& r, ZR_Rendition* rendition, bool clipped,
+                                   int count, const ZR_DCI_Point* points) {
+    constexpr int kMost = 64;  // points; longer polylines go to cairo
+    const int weight = std::max(weight_of(rendition), 1);
+    if (count < 2 || count > kMost || weight > 2) return false;
+    double x[kMost], y[kMost];
+    double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
+    for (int i = 0; i < count; ++i) {
+      x[i] = points[i].x, y[i] = double(r.row_of(points[i].y));
+      xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
+      ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
+    }
+    if (!mitred_apart(count, x, y, weight / 2.0)) return false;
+    cairo_detail::PixelWindow window;
+    if (!r.direct_window(rendition, clipped, weight + 1, window)) return false;
+    if (window.empty()) return true;
+    const double reach = 10.0 * weight + 1;  // a miter's tip at the limit
+    auto clamp_to = [](double v, int lo, int hi) {
+      return static_cast<int>(std::clamp(v, double(lo), double(hi)));
+    };
+    cairo_detail::Coverage& shape = r.coverage();
+    shape.begin(clamp_to(std::floor(xmin - reach), window.x0, window.x1),
+                clamp_to(std::floor(ymin - reach), window.y0, window.y1),
+                clamp_to(std::ceil(xmax + reach) + 1, window.x0, window.x1),
+                clamp_to(std::ceil(ymax + reach) + 1, window.y0, window.y1));
+    if (!shape.empty()) {
+      add_thin_stroke(shape, count, x, y, weight / 2.0);
+      shape.blend(window, rendition && *rendition ? rendition->color() : 0);
+    }
+    r.direct_dots_ += count;
+    return true;
+  }
+
   template <bool C>
   static void polyline(void* context, ZR_Rendition* rendition, int count,
                        const ZR_DCI_Point* points) {
     if (count <= 0) return;
     if (count == 1 && self(context).direct_dot(rendition, C, points[0], nullptr)) return;
     if (direct_grid_polyline(self(context), rendition, C, count, points)) return;
+    if (direct_thin_polyline(self(context), rendition, C, count, points)) return;
     cairo_t* cr = begin(context, rendition, C, nullptr);
     if (count == 1) {
       add_dot(cr, points[0]);
@@ -303,11 +409,11 @@ struct CairoRenderer::Access {
 
   // A polygon whose edges all run along the pixel grid, written as the
   // coverage cairo's fill gives it (see fill_grid_polygon), when it may be;
-  // false when cairo must draw it. Up to kGridCorners corners: the cost is
+  // false when cairo must draw it. Up to kMaxGridCorners corners: the cost is
   // rows times edges.
   static bool direct_grid_polygon(CairoRenderer& r, ZR_Rendition* rendition, bool clipped,
                                   int count, const ZR_DCI_Point* points, const ZR_RGB32* color) {
-    constexpr int kGridCorners = 16;
+    constexpr int kGridCorners = cairo_detail::kMaxGridCorners;
     if (count < 3 || count > kGridCorners) return false;
     for (int k = 0; k < count; ++k) {
       const ZR_DCI_Point& a = points[k];
@@ -591,9 +697,49 @@ struct CairoRenderer::Access {
     cairo_surface_destroy(pixels);
   }
 
+  // A thin Gouraud polyline whose segments are all short (see the header),
+  // each segment written flat as the exact area of its own stroke (square
+  // caps at both ends, as cairo strokes each segment alone), when it may be;
+  // false when cairo must draw it.
+  static bool direct_flat_ramps(CairoRenderer& r, ZR_Rendition* rendition, int count,
+                                const ZR_DCI_Point* points, const ZR_RGB32* colors) {
+    const int weight = std::max(weight_of(rendition), 1);
+    if (!r.flat_short_ramps_ || weight > 2 || count < 2) return false;
+    const double flat = std::max(double(weight), kFlatRamp);
+    for (int i = 0; i + 1 < count; ++i) {
+      const double dx = double(points[i + 1].x) - points[i].x;
+      const double dy = double(points[i + 1].y) - points[i].y;
+      const double len2 = dx * dx + dy * dy;
+      if (len2 == 0 || len2 > flat * flat) return false;
+    }
+    cairo_detail::PixelWindow window;
+    if (!r.direct_window(rendition, false, weight + 1, window)) return false;
+    if (window.empty()) return true;
+    cairo_detail::Coverage& shape = r.coverage();
+    const double half = weight / 2.0;
+    for (int i = 0; i + 1 < count; ++i) {
+      const double x[2] = {double(points[i].x), double(points[i + 1].x)};
+      const double y[2] = {double(r.row_of(points[i].y)), double(r.row_of(points[i + 1].y))};
+      const int reach = weight + 1;
+      auto clamp_to = [](double v, int lo, int hi) {
+        return static_cast<int>(std::clamp(v, double(lo), double(hi)));
+      };
+      shape.begin(clamp_to(std::min(x[0], x[1]) - reach, window.x0, window.x1),
+                  clamp_to(std::min(y[0], y[1]) - reach, window.y0, window.y1),
+                  clamp_to(std::max(x[0], x[1]) + reach + 1, window.x0, window.x1),
+                  clamp_to(std::max(y[0], y[1]) + reach + 1, window.y0, window.y1));
+      if (shape.empty()) continue;
+      add_thin_stroke(shape, 2, x, y, half);
+      shape.blend(window, mix(colors[i], colors[i + 1]));
+    }
+    r.direct_dots_ += count;
+    return true;
+  }
+
   static void gouraud_polyline(void* context, ZR_Rendition* rendition, int count,
                                const ZR_DCI_Point* points, const ZR_RGB32* colors) {
     if (count <= 0) return;
+    if (colors && direct_flat_ramps(self(context), rendition, count, points, colors)) return;
     cairo_t* cr = begin(context, rendition, false, nullptr);
     if (count == 1 || !colors) return polyline<false>(context, rendition, count, points);
     const int weight = std::max(weight_of(rendition), 1);
@@ -772,6 +918,11 @@ bool CairoRenderer::open_direct() {
   direct_dx_ = static_cast<int>(dx);
   direct_dy_ = static_cast<int>(dy);
   return true;
+}
+
+cairo_detail::Coverage& CairoRenderer::coverage() {
+  if (!coverage_) coverage_ = std::make_unique<cairo_detail::Coverage>();
+  return *coverage_;
 }
 
 bool CairoRenderer::direct_window(ZR_Rendition* rendition, bool clipped, int margin,

@@ -72,6 +72,12 @@
 //     whole pixels cairo's stroke covers (through pixel centres, square caps
 //     and mitred right-angle joins cover whole pixels), opaque; one that
 //     turns back on itself or has a segment of no length goes to cairo;
+//   - any other polyline one or two units wide, of up to 64 points, whose
+//     joins are mitred with their inner corners within half of each segment
+//     (no sharp turn, no turn on a short segment): the exact area of its
+//     stroke on each pixel (backends/cairo/coverage_p.h), where cairo's scan
+//     converter samples it, within a few levels (20 at most, on edge
+//     pixels, 1 on average);
 //   - a polygon of up to 16 corners whose edges all run along the grid: each
 //     pixel blended by a quarter of coverage per quarter of it inside (the
 //     lines through its centre split it into quarters wholly in or out), as
@@ -98,7 +104,9 @@
 //   pixels or than the line is wide. It is stroked in the colour halfway
 //   between its ends, at most half their difference off at its ends; on such
 //   a segment the ramp spans a few pixels, partly under its neighbours' caps,
-//   and the gradient pattern costs four times the stroke.
+//   and the gradient pattern costs four times the stroke. A polyline one or
+//   two units wide whose segments are all short is then written directly
+//   (see above), each segment the exact area of its own stroke.
 //
 // The context belongs to whoever made it; the renderer keeps its own
 // reference. Text engines paint glyphs through `paint_contours`.
@@ -118,6 +126,7 @@ namespace DL {
 namespace cairo_detail {
 struct PixelWindow;
 struct Stamp;
+class Coverage;
 }  // namespace cairo_detail
 
 // Which way device y runs on the surface: up from the bottom row, or down.
@@ -199,6 +208,8 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   // file comment); an empty window when nothing of it shows.
   bool direct_window(ZR_Rendition* rendition, bool clipped, int margin,
                      cairo_detail::PixelWindow& window);
+  // The rasterizer of thin lines written directly, made when first needed.
+  cairo_detail::Coverage& coverage();
   // The pixel position of a device point (64 bits: device values reach the
   // int limits).
   long long row_of(int y) const {
@@ -233,6 +244,7 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   // antialias mode when a marker is first written directly.
   std::unique_ptr<cairo_detail::Stamp> marker_stamp_;
   cairo_antialias_t marker_antialias_ = CAIRO_ANTIALIAS_DEFAULT;
+  std::unique_ptr<cairo_detail::Coverage> coverage_;
 };
 
 // A surface, its context and a renderer on it: a picture to draw a display list

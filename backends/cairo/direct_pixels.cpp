@@ -6,26 +6,6 @@
 
 namespace DL::cairo_detail {
 
-namespace {
-
-// a * b / 255, rounded as pixman's MUL_UN8.
-inline std::uint32_t mul_un8(std::uint32_t a, std::uint32_t b) {
-  const std::uint32_t t = a * b + 0x80;
-  return ((t >> 8) + t) >> 8;
-}
-
-// Blends the opaque `source` into `pixel` through coverage `a`.
-inline std::uint32_t blend(std::uint32_t pixel, std::uint32_t source, std::uint32_t a) {
-  if (a == 255) return source;
-  std::uint32_t out = 0;
-  for (int shift = 0; shift < 32; shift += 8)
-    out |= (mul_un8((source >> shift) & 0xff, a) + mul_un8((pixel >> shift) & 0xff, 255 - a))
-           << shift;
-  return out;
-}
-
-}  // namespace
-
 Stamp marker_stamp(cairo_antialias_t antialias) {
   Stamp stamp;
   stamp.radius = 4;  // the cross reaches 2 + 0.5 * sqrt(2) < 3 pixels from its centre
@@ -70,7 +50,7 @@ void blend_stamp(const PixelWindow& window, long long column, long long row, con
     std::uint32_t* pixels = window.at(left + kx0, top + ky);
     const unsigned char* cover = &stamp.coverage[static_cast<std::size_t>(ky * size + kx0)];
     for (long long kx = kx0; kx < kx1; ++kx, ++pixels, ++cover) {
-      if (*cover) *pixels = blend(*pixels, source, *cover);
+      if (*cover) *pixels = blend_pixel(*pixels, source, *cover);
     }
   }
 }
@@ -127,48 +107,70 @@ void fill_gouraud_triangle(const PixelWindow& window, const double x[3], const d
 
 void fill_grid_polygon(const PixelWindow& window, int count, const long long* x, const long long* y,
                        ZR_RGB32 color) {
-  if (count < 3 || window.empty()) return;
-  long long ymin = y[0], ymax = y[0], xmin = x[0], xmax = x[0];
-  for (int k = 1; k < count; ++k) {
-    ymin = std::min(ymin, y[k]), ymax = std::max(ymax, y[k]);
-    xmin = std::min(xmin, x[k]), xmax = std::max(xmax, x[k]);
-  }
-  // Pixels on the polygon's box, in the window.
+  if (count < 3 || count > kMaxGridCorners || window.empty()) return;
+  long long ymin = y[0], ymax = y[0];
+  for (int k = 1; k < count; ++k) ymin = std::min(ymin, y[k]), ymax = std::max(ymax, y[k]);
   const long long r0 = std::max<long long>(ymin, window.y0);
   const long long r1 = std::min<long long>(ymax + 1, window.y1);
-  const long long c0 = std::max<long long>(xmin, window.x0);
-  const long long c1 = std::min<long long>(xmax + 1, window.x1);
-  if (r0 >= r1 || c0 >= c1) return;
   const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
-  std::vector<unsigned char> quarters(static_cast<std::size_t>(c1 - c0));
-  std::vector<long long> crossings;
-  for (long long r = r0; r < r1; ++r) {
-    std::fill(quarters.begin(), quarters.end(), 0);
-    // The two lines of quarter centres in this row, a quarter pixel above and
-    // below the pixel centres (in quarters of a pixel: 4r - 1 and 4r + 1).
-    for (long long line : {4 * r - 1, 4 * r + 1}) {
-      crossings.clear();
-      for (int k = 0; k < count; ++k) {
-        const int n = (k + 1) % count;
-        if (x[k] != x[n]) continue;  // along the line: no crossing
-        const long long lo = 4 * std::min(y[k], y[n]), hi = 4 * std::max(y[k], y[n]);
-        if (lo < line && line < hi) crossings.push_back(x[k]);
-      }
-      std::sort(crossings.begin(), crossings.end());
-      // Inside from each odd crossing to the next: the quarters right of
-      // column a's centre to those left of column b's.
-      for (std::size_t i = 0; i + 1 < crossings.size(); i += 2) {
-        const long long a = crossings[i], b = crossings[i + 1];
-        if (a == b) continue;
-        if (a >= c0 && a < c1) quarters[a - c0] += 1;
-        if (b >= c0 && b < c1) quarters[b - c0] += 1;
-        for (long long c = std::max(a + 1, c0); c < std::min(b, c1); ++c) quarters[c - c0] += 2;
-      }
+  // Per row, the crossings of the two lines of quarter centres (a quarter
+  // pixel above and below the pixel centres: 4r - 1 and 4r + 1 in quarters of
+  // a pixel) with the vertical edges, sorted: inside from each odd crossing
+  // to the next. A pixel at a crossing has one quarter inside per line that
+  // enters or leaves there; between crossings two per line inside.
+  long long cross[2][kMaxGridCorners];
+  int crossings[2];
+  long long breaks[2 * kMaxGridCorners];
+  auto quarters = [&](int line, long long c, bool at_break) {
+    int q = 0;
+    for (int i = 0; i + 1 < crossings[line]; i += 2) {
+      const long long a = cross[line][i], b = cross[line][i + 1];
+      if (at_break)
+        q += (c == a && a != b) + (c == b && a != b) + 2 * (a < c && c < b);
+      else
+        q += 2 * (a < c && c < b);
     }
+    return q;
+  };
+  auto paint = [&](long long c0, long long c1, long long r, int q) {  // columns c0 to c1, half-open
+    c0 = std::max<long long>(c0, window.x0);
+    c1 = std::min<long long>(c1, window.x1);
+    if (q <= 0 || c0 >= c1) return;
     std::uint32_t* pixels = window.at(c0, r);
-    for (long long c = c0; c < c1; ++c, ++pixels) {
-      const unsigned q = quarters[c - c0];
-      if (q) *pixels = blend(*pixels, source, std::min(255u, 64u * q));
+    if (q >= 4) {
+      std::fill(pixels, pixels + (c1 - c0), source);
+      return;
+    }
+    for (long long c = c0; c < c1; ++c, ++pixels)
+      *pixels = blend_pixel(*pixels, source, static_cast<std::uint32_t>(64 * q));
+  };
+  for (long long r = r0; r < r1; ++r) {
+    int nbreaks = 0;
+    for (int line = 0; line < 2; ++line) {
+      const long long at = 4 * r + (line ? 1 : -1);
+      int n = 0;
+      for (int k = 0; k < count; ++k) {
+        const int next = k + 1 < count ? k + 1 : 0;
+        if (x[k] != x[next]) continue;  // along the line: no crossing
+        if (4 * std::min(y[k], y[next]) < at && at < 4 * std::max(y[k], y[next])) {
+          // Insertion into the sorted crossings: a handful of them.
+          int i = n++;
+          for (; i > 0 && cross[line][i - 1] > x[k]; --i) cross[line][i] = cross[line][i - 1];
+          cross[line][i] = x[k];
+        }
+      }
+      crossings[line] = n;
+      for (int i = 0; i < n; ++i) breaks[nbreaks++] = cross[line][i];
+    }
+    std::sort(breaks, breaks + nbreaks);
+    nbreaks = static_cast<int>(std::unique(breaks, breaks + nbreaks) - breaks);
+    for (int i = 0; i < nbreaks; ++i) {
+      const long long c = breaks[i];
+      paint(c, c + 1, r, quarters(0, c, true) + quarters(1, c, true));
+      if (i + 1 < nbreaks && breaks[i + 1] > c + 1) {
+        const long long mid = c + 1;  // any pixel strictly between the breaks
+        paint(c + 1, breaks[i + 1], r, quarters(0, mid, false) + quarters(1, mid, false));
+      }
     }
   }
 }

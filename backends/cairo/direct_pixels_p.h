@@ -35,6 +35,23 @@ struct PixelWindow {
   }
 };
 
+// a * b / 255, rounded as pixman's MUL_UN8.
+inline std::uint32_t mul_un8(std::uint32_t a, std::uint32_t b) {
+  const std::uint32_t t = a * b + 0x80;
+  return ((t >> 8) + t) >> 8;
+}
+
+// The opaque `source` blended into `pixel` through coverage `a` (0 to 255):
+// each channel source * a + pixel * (1 - a), in pixman's 8-bit arithmetic.
+inline std::uint32_t blend_pixel(std::uint32_t pixel, std::uint32_t source, std::uint32_t a) {
+  if (a >= 255) return source;
+  std::uint32_t out = 0;
+  for (int shift = 0; shift < 32; shift += 8)
+    out |= (mul_un8((source >> shift) & 0xff, a) + mul_un8((pixel >> shift) & 0xff, 255 - a))
+           << shift;
+  return out;
+}
+
 // A square of coverage (0 transparent, 255 covered), 2 * radius + 1 pixels
 // across, centred on its middle pixel: the antialiased coverage cairo gives a
 // small mark drawn about a pixel centre. Since device points are whole pixel
@@ -64,13 +81,18 @@ void blend_stamp(const PixelWindow& window, long long column, long long row, con
 void fill_gouraud_triangle(const PixelWindow& window, const double x[3], const double y[3],
                            const ZR_RGB32 colors[3]);
 
+// The most corners `fill_grid_polygon` takes.
+constexpr int kMaxGridCorners = 16;
+
 // Fills the polygon of `count` corners (x[k], y[k]), whole positions, whose
 // every edge (the closing one too) runs along the grid, by the even-odd rule,
 // with the opaque `color`, antialiased as cairo's fill of it is: such a
 // polygon splits each pixel along the lines through its centre into quarters
 // wholly inside or outside, and a pixel with q quarters inside is covered
 // 64 * q (255 for all four), blended as `blend_stamp` blends. Only the
-// window's pixels are touched; the cost is rows times edges.
+// window's pixels are touched; the cost is rows times edges, plus the pixels
+// of its edges (its inside is filled a row span at a time). More than
+// kMaxGridCorners corners: nothing is drawn (the caller keeps to that).
 void fill_grid_polygon(const PixelWindow& window, int count, const long long* x, const long long* y,
                        ZR_RGB32 color);
 
