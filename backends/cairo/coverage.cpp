@@ -19,7 +19,12 @@ void Coverage::begin(int x0, int y0, int x1, int y1) {
   y1_ = std::max(y0, std::min(y1, y0 > INT32_MAX - kMaxSide ? INT32_MAX : y0 + kMaxSide));
   width_ = x1_ - x0_ + 2;
   const std::size_t rows = static_cast<std::size_t>(y1_ - y0_);
-  area_.assign(rows * static_cast<std::size_t>(width_), 0.0f);
+  // All areas are 0 between shapes (blend clears what it read), so the
+  // buffer only grows; the touched span of each row starts empty.
+  if (area_.size() < rows * static_cast<std::size_t>(width_))
+    area_.resize(rows * static_cast<std::size_t>(width_), 0.0f);
+  first_.assign(rows, width_);
+  last_.assign(rows, -1);
 }
 
 void Coverage::add_polygon(const double* x, const double* y, int count) {
@@ -98,6 +103,8 @@ void Coverage::add_edge(double ax, double ay, double bx, double by) {
     const double xa_floor = std::floor(xa);
     const int ia = static_cast<int>(xa_floor);
     const int ib = static_cast<int>(std::ceil(xb));
+    first_[row] = std::min(first_[row], ia);
+    last_[row] = std::max(last_[row], ib + 1);
     if (ib <= ia + 1) {
       // Within one column: the area right of the edge's middle there.
       const double mid = 0.5 * (x + xnext) - xa_floor;
@@ -127,21 +134,25 @@ void Coverage::add_edge(double ax, double ay, double bx, double by) {
 }
 
 void Coverage::blend(const PixelWindow& window, ZR_RGB32 color) {
-  // Sum the areas along each row into the coverage, blend, and clear them.
+  // Sum the areas along each row's touched span into the coverage (past it
+  // the winding is back to 0), blend, and clear them.
   const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
   const int columns = x1_ - x0_;
   for (int r = y0_; r < y1_; ++r) {
-    float* area = &area_[static_cast<std::size_t>(r - y0_) * width_];
+    const int row = r - y0_;
+    if (last_[row] < 0) continue;
+    float* area = &area_[static_cast<std::size_t>(row) * width_];
+    const bool shown = r >= window.y0 && r < window.y1;
+    const int end = std::min(last_[row], width_ - 1);
     float sum = 0;
-    for (int c = 0; c < width_; ++c) {
-      if (area[c] == 0 && sum == 0) continue;
+    for (int c = first_[row]; c <= end; ++c) {
       sum += area[c];
       area[c] = 0;
-      if (c >= columns) continue;
+      if (c >= columns || !shown) continue;
       const float cover = std::min(1.0f, std::fabs(sum));
       const auto a = static_cast<std::uint32_t>(cover * 255.0f + 0.5f);
       const int x = x0_ + c;
-      if (a && x >= window.x0 && x < window.x1 && r >= window.y0 && r < window.y1) {
+      if (a && x >= window.x0 && x < window.x1) {
         std::uint32_t* pixel = window.at(x, r);
         *pixel = blend_pixel(*pixel, source, a);
       }

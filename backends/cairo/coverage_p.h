@@ -10,8 +10,8 @@
 // built of pieces that do not overlap, each wound as the others.
 //
 // Positions are in picture pixels with (0, 0) the centre of the top-left
-// pixel, as in direct_pixels_p.h. Costs the rows each edge crosses plus the
-// shape's box once, when blended.
+// pixel, as in direct_pixels_p.h. Costs the rows each edge crosses plus, in
+// each row, the pixels between the shape's first and last edge there.
 #pragma once
 
 #include <vector>
@@ -41,7 +41,10 @@ class Coverage {
 
   int x0_ = 0, y0_ = 0, x1_ = 0, y1_ = 0;  // the shape's box
   int width_ = 0;                          // of a row of `area_`: the box's, plus 2
-  std::vector<float> area_;                // the shape's signed areas, being accumulated
+  std::vector<float> area_;  // the shape's signed areas, being accumulated; 0 between shapes
+  // Per row of the box, the first and one past the last column an edge left
+  // area in (none: first past last).
+  std::vector<int> first_, last_;
 };
 
 }  // namespace DL::cairo_detail
