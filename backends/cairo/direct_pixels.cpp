@@ -108,11 +108,32 @@ void fill_gouraud_triangle(const PixelWindow& window, const double x[3], const d
 void fill_grid_polygon(const PixelWindow& window, int count, const long long* x, const long long* y,
                        ZR_RGB32 color) {
   if (count < 3 || count > kMaxGridCorners || window.empty()) return;
+  const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
+  if (count == 4 && ((y[0] == y[1] && x[1] == x[2] && y[2] == y[3] && x[3] == x[0]) ||
+                     (x[0] == x[1] && y[1] == y[2] && x[2] == x[3] && y[3] == y[0]))) {
+    // A rectangle, the common case: its edge pixels half covered, its
+    // corners a quarter, its inside whole.
+    const long long left = std::min({x[0], x[1], x[2]}), right = std::max({x[0], x[1], x[2]});
+    const long long top = std::min({y[0], y[1], y[2]}), bottom = std::max({y[0], y[1], y[2]});
+    if (left == right || top == bottom) return;
+    const long long c0 = std::max<long long>(left, window.x0);
+    const long long c1 = std::min<long long>(right + 1, window.x1);
+    const long long r0 = std::max<long long>(top, window.y0);
+    const long long r1 = std::min<long long>(bottom + 1, window.y1);
+    for (long long r = r0; r < r1; ++r) {
+      const bool edge_row = r == top || r == bottom;
+      std::uint32_t* pixels = window.at(c0, r);
+      for (long long c = c0; c < c1; ++c, ++pixels) {
+        const int quarters = (edge_row ? 1 : 2) * ((c == left || c == right) ? 1 : 2);
+        *pixels = quarters == 4 ? source : blend_pixel(*pixels, source, 64u * quarters);
+      }
+    }
+    return;
+  }
   long long ymin = y[0], ymax = y[0];
   for (int k = 1; k < count; ++k) ymin = std::min(ymin, y[k]), ymax = std::max(ymax, y[k]);
   const long long r0 = std::max<long long>(ymin, window.y0);
   const long long r1 = std::min<long long>(ymax + 1, window.y1);
-  const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
   // Per row, the crossings of the two lines of quarter centres (a quarter
   // pixel above and below the pixel centres: 4r - 1 and 4r + 1 in quarters of
   // a pixel) with the vertical edges, sorted: inside from each odd crossing
