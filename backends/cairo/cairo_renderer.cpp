@@ -249,63 +249,73 @@ struct CairoRenderer::Access {
 
   // Adds the stroke of the thin polyline of `count` points (x[k], y[k]) to
   // `shape`, `half` units each side, as pieces that do not overlap: one per
-  // segment, carried half a unit beyond the ends by the square caps and cut
-  // at each inner point along the miter (the line from the inner corner to
-  // the miter's tip), so neighbours share that edge. Every join must be
-  // `mitred_apart` (see below).
+  // segment, cut at each inner point along the miter (the line from the
+  // inner corner to the miter's tip), so neighbours share that edge. Open,
+  // the square caps carry it half a unit beyond its ends; `closed`, a last
+  // segment runs back to the first point and joins there too. Every join
+  // must be `mitred_apart` (see below).
   static void add_thin_stroke(cairo_detail::Coverage& shape, int count, const double* x,
-                              const double* y, double half) {
-    // The corners left and right of each point, in the direction of travel.
-    auto normal = [&](int i, double& nx, double& ny) {  // of segment i, half long, to the left
-      const double len = std::hypot(x[i + 1] - x[i], y[i + 1] - y[i]);
-      nx = -(y[i + 1] - y[i]) / len * half;
-      ny = (x[i + 1] - x[i]) / len * half;
+                              const double* y, double half, bool closed = false) {
+    const int segments = closed ? count : count - 1;
+    auto next = [&](int i) { return i + 1 < count ? i + 1 : 0; };
+    // Segment i's normal to the left of its travel, half long.
+    auto normal = [&](int i, double& nx, double& ny) {
+      const int j = next(i);
+      const double len = std::hypot(x[j] - x[i], y[j] - y[i]);
+      nx = -(y[j] - y[i]) / len * half;
+      ny = (x[j] - x[i]) / len * half;
     };
-    // The previous segment's far corners (left, right) and this one's near ones.
-    double lx = 0, ly = 0, rx = 0, ry = 0;
-    for (int i = 0; i + 1 < count; ++i) {
+    // The corners left and right of point i.
+    auto corners = [&](int i, double& lx, double& ly, double& rx, double& ry) {
       double nx, ny;
-      normal(i, nx, ny);
-      const double dx = ny / half, dy = -nx / half;  // the unit direction
-      if (i == 0) {
-        lx = x[0] - dx * half + nx, ly = y[0] - dy * half + ny;
-        rx = x[0] - dx * half - nx, ry = y[0] - dy * half - ny;
+      if (!closed && (i == 0 || i == count - 1)) {
+        normal(i == 0 ? 0 : count - 2, nx, ny);
+        const double along = i == 0 ? -1 : 1;  // the cap, half a unit out
+        const double cx = x[i] + along * ny, cy = y[i] - along * nx;
+        lx = cx + nx, ly = cy + ny, rx = cx - nx, ry = cy - ny;
+        return;
       }
-      double ex_l, ey_l, ex_r, ey_r;  // this segment's far corners
-      double next_l_x = 0, next_l_y = 0, next_r_x = 0, next_r_y = 0;
-      if (i + 2 == count) {
-        ex_l = x[i + 1] + dx * half + nx, ey_l = y[i + 1] + dy * half + ny;
-        ex_r = x[i + 1] + dx * half - nx, ey_r = y[i + 1] + dy * half - ny;
-      } else {
-        double mx, my;
-        normal(i + 1, mx, my);
-        // The miter: the corners where the two segments' sides meet.
-        const double k = 1 / (1 + (nx * mx + ny * my) / (half * half));
-        const double ox = (nx + mx) * k, oy = (ny + my) * k;
-        ex_l = next_l_x = x[i + 1] + ox, ey_l = next_l_y = y[i + 1] + oy;
-        ex_r = next_r_x = x[i + 1] - ox, ey_r = next_r_y = y[i + 1] - oy;
-      }
-      const double qx[4] = {rx, ex_r, ex_l, lx};
-      const double qy[4] = {ry, ey_r, ey_l, ly};
+      double mx, my;
+      normal(i == 0 ? count - 1 : i - 1, nx, ny);
+      normal(i, mx, my);
+      // The miter: where the two segments' sides meet.
+      const double k = 1 / (1 + (nx * mx + ny * my) / (half * half));
+      const double ox = (nx + mx) * k, oy = (ny + my) * k;
+      lx = x[i] + ox, ly = y[i] + oy, rx = x[i] - ox, ry = y[i] - oy;
+    };
+    double lx, ly, rx, ry;
+    corners(0, lx, ly, rx, ry);
+    for (int i = 0; i < segments; ++i) {
+      double flx, fly, frx, fry;  // the far corners
+      corners(next(i), flx, fly, frx, fry);
+      const double qx[4] = {rx, frx, flx, lx};
+      const double qy[4] = {ry, fry, fly, ly};
       shape.add_polygon(qx, qy, 4);
-      lx = next_l_x, ly = next_l_y, rx = next_r_x, ry = next_r_y;
+      lx = flx, ly = fly, rx = frx, ry = fry;
     }
   }
 
-  // Whether the joins of the thin polyline (x[k], y[k]) are all mitred
-  // (within cairo's miter limit of 10) with their inner corners within half
-  // of each neighbouring segment, so its pieces (see add_thin_stroke) do not
-  // overlap; false also for a segment of no length.
-  static bool mitred_apart(int count, const double* x, const double* y, double half) {
-    for (int i = 0; i + 1 < count; ++i) {
-      const double len = std::hypot(x[i + 1] - x[i], y[i + 1] - y[i]);
+  // Whether the joins of the thin polyline (x[k], y[k]) (`closed`: with a
+  // segment back to the first point) are all mitred (within cairo's miter
+  // limit of 10) with their inner corners within half of each neighbouring
+  // segment, so its pieces (see add_thin_stroke) do not overlap; false also
+  // for a segment of no length.
+  static bool mitred_apart(int count, const double* x, const double* y, double half,
+                           bool closed = false) {
+    const int segments = closed ? count : count - 1;
+    auto length = [&](int i) {
+      const int j = i + 1 < count ? i + 1 : 0;
+      return std::hypot(x[j] - x[i], y[j] - y[i]);
+    };
+    for (int i = 0; i < segments; ++i) {
+      const double len = length(i);
       if (!(len > 0)) return false;
-      if (i + 2 == count) break;
-      const double next = std::hypot(x[i + 2] - x[i + 1], y[i + 2] - y[i + 1]);
+      if (!closed && i + 1 == segments) break;
+      const int j = i + 1 < count ? i + 1 : 0, k = j + 1 < count ? j + 1 : 0;
+      const double next = length(j);
       if (!(next > 0)) return false;
       const double dot =
-          ((x[i + 1] - x[i]) * (x[i + 2] - x[i + 1]) + (y[i + 1] - y[i]) * (y[i + 2] - y[i + 1])) /
-          (len * next);
+          ((x[j] - x[i]) * (x[k] - x[j]) + (y[j] - y[i]) * (y[k] - y[j])) / (len * next);
       // The miter is 1 / cos(a / 2) times the half width long, a the turn.
       if ((1 + dot) / 2 < 0.01) return false;
       const double reach = half * std::sqrt(2 / (1 + dot));
@@ -586,12 +596,114 @@ struct CairoRenderer::Access {
     cairo_restore(cr);
   }
 
+  // Adds the ring that strokes the closed polyline (x[k], y[k]) `half` units
+  // each side: the polygon of its corners on one side less that of its
+  // corners on the other (wound the other way), the corners where the
+  // sides of neighbouring segments meet. No segment may be of no length.
+  static void add_thin_ring(cairo_detail::Coverage& shape, int count, const double* x,
+                            const double* y, double half) {
+    constexpr int kMost = 258;
+    if (count > kMost) return;
+    double ox[kMost], oy[kMost], ix[kMost], iy[kMost];
+    for (int i = 0; i < count; ++i) {
+      const int p = i == 0 ? count - 1 : i - 1, n = i + 1 < count ? i + 1 : 0;
+      const double lp = std::hypot(x[i] - x[p], y[i] - y[p]);
+      const double ln = std::hypot(x[n] - x[i], y[n] - y[i]);
+      const double pnx = -(y[i] - y[p]) / lp, pny = (x[i] - x[p]) / lp;  // unit normals, left
+      const double nnx = -(y[n] - y[i]) / ln, nny = (x[n] - x[i]) / ln;
+      const double k = half / (1 + pnx * nnx + pny * nny);
+      const double mx = (pnx + nnx) * k, my = (pny + nny) * k;
+      ox[i] = x[i] + mx, oy[i] = y[i] + my;
+      // The other side, backwards: its winding cancels the first's inside it.
+      ix[count - 1 - i] = x[i] - mx, iy[count - 1 - i] = y[i] - my;
+    }
+    shape.add_polygon(ox, oy, count);
+    shape.add_polygon(ix, iy, count);
+  }
+
+  // An arc one or two units wide, or a pie, of radii not 0, written as the
+  // exact area of its stroke or fill (see coverage_p.h), the curve taken as
+  // chords within a tenth of a unit of it (cairo's own tolerance), when it
+  // may be; false when cairo must draw it. An arc of a whole turn is a ring
+  // (cairo's open path caps over itself there), and needs the curve nowhere
+  // tighter than the half width; an open arc needs its joins
+  // `mitred_apart`; an arc of more than a turn goes to cairo.
+  static bool direct_ellipse(CairoRenderer& r, ZR_Rendition* rendition, bool clipped, bool pie,
+                             const ZR_DCI_Point& center, const ZR_DCI_Point& radii, double start,
+                             double sweep, double rotation, const ZR_RGB32* color) {
+    constexpr int kMost = 256;  // chords; larger ellipses go to cairo
+    const int weight = pie ? 0 : std::max(weight_of(rendition), 1);
+    if (weight > 2 || !std::isfinite(start) || !std::isfinite(rotation) || !(sweep > 0))
+      return false;
+    const bool whole = sweep >= kTwoPi;
+    if (!pie && sweep > kTwoPi) return false;
+    const double reach = std::fabs(double(center.x)) + std::fabs(double(center.y)) +
+                         std::fabs(double(radii.x)) + std::fabs(double(radii.y));
+    if (reach > kGuard / 2) return false;
+    const double most = std::max(std::fabs(double(radii.x)), std::fabs(double(radii.y)));
+    const double least = std::min(std::fabs(double(radii.x)), std::fabs(double(radii.y)));
+    // The tightest curvature's radius is least^2 / most.
+    if (!pie && whole && weight / 2.0 > least * least / most) return false;
+    const double step = most <= 0.2 ? kPi / 2 : 2 * std::acos(1 - 0.1 / most);
+    const int n = std::max(4, static_cast<int>(std::ceil(sweep / step)));
+    if (n > kMost) return false;
+    double x[kMost + 2], y[kMost + 2];
+    int count = 0;
+    if (pie && !whole) x[count] = center.x, y[count++] = double(r.row_of(center.y));
+    const double cs = std::cos(rotation), sn = std::sin(rotation);
+    const int points = whole ? n : n + 1;  // a whole turn closes on its first point
+    const double fx = double(center.x), fy = double(center.y);
+    for (int i = 0; i < points; ++i) {
+      const double t = start + sweep * i / n;
+      const double ex = radii.x * std::cos(t), ey = radii.y * std::sin(t);
+      const double dy = fy + sn * ex + cs * ey;
+      x[count] = fx + cs * ex - sn * ey;
+      // Device y to the picture's rows, as row_of turns whole units.
+      y[count++] = r.orientation_ == DeviceOrientation::y_up ? r.height_ - 1 - dy : dy;
+    }
+    if (!pie && !whole && !mitred_apart(count, x, y, weight / 2.0)) return false;
+    cairo_detail::PixelWindow window;
+    if (!r.direct_window(rendition, clipped, weight + 1, window)) return false;
+    if (window.empty()) return true;
+    double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
+    for (int i = 0; i < count; ++i) {
+      xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
+      ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
+    }
+    const double grow = 10.0 * weight + 1;
+    auto clamp_to = [](double v, int lo, int hi) {
+      return static_cast<int>(std::clamp(v, double(lo), double(hi)));
+    };
+    cairo_detail::Coverage& shape = r.coverage();
+    shape.begin(clamp_to(std::floor(xmin - grow), window.x0, window.x1),
+                clamp_to(std::floor(ymin - grow), window.y0, window.y1),
+                clamp_to(std::ceil(xmax + grow) + 1, window.x0, window.x1),
+                clamp_to(std::ceil(ymax + grow) + 1, window.y0, window.y1));
+    if (!shape.empty()) {
+      if (pie)
+        shape.add_polygon(x, y, count);
+      else if (whole)
+        add_thin_ring(shape, count, x, y, weight / 2.0);
+      else
+        add_thin_stroke(shape, count, x, y, weight / 2.0);
+      shape.blend(window, color ? *color : (rendition && *rendition ? rendition->color() : 0));
+    }
+    r.direct_dots_ += 1;
+    return true;
+  }
+
   static void ellipse(void* context, ZR_Rendition* rendition, bool clipped, bool pie,
                       const ZR_DCI_Point* center, const ZR_DCI_Point* radii, double start,
                       double end, double rotation, const ZR_RGB32* color) {
     if (radii->x == 0 && radii->y == 0 &&
         self(context).direct_dot(rendition, clipped, *center, color))
       return;
+    if (radii->x != 0 && radii->y != 0) {
+      const double sweep = pie ? std::min(sweep_of(start, end), kTwoPi) : sweep_of(start, end);
+      if (direct_ellipse(self(context), rendition, clipped, pie, *center, *radii, start, sweep,
+                         rotation, color))
+        return;
+    }
     cairo_t* cr = begin(context, rendition, clipped, color);
     double sweep = sweep_of(start, end);
     if (pie) sweep = std::min(sweep, kTwoPi);
