@@ -635,8 +635,10 @@ struct CairoRenderer::Access {
     const int weight = pie ? 0 : std::max(weight_of(rendition), 1);
     if (weight > 2 || !std::isfinite(start) || !std::isfinite(rotation) || !(sweep > 0))
       return false;
-    const bool whole = sweep >= kTwoPi;
-    if (!pie && sweep > kTwoPi) return false;
+    // A whole turn within float rounding (angles often come as floats).
+    const bool whole = sweep >= kTwoPi * (1 - 1e-6);
+    if (!pie && sweep > kTwoPi * (1 + 1e-6)) return false;
+    if (whole) sweep = kTwoPi;
     const double reach = std::fabs(double(center.x)) + std::fabs(double(center.y)) +
                          std::fabs(double(radii.x)) + std::fabs(double(radii.y));
     if (reach > kGuard / 2) return false;

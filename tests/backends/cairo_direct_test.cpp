@@ -286,7 +286,10 @@ TEST(CairoDirect, ArcsAndPiesWithinAFewLevelsOfCairo) {
     ellipses.push_back({{static_cast<int>(random() % kW), static_cast<int>(random() % kH), 0},
                         {i % 5 ? rx : -rx, i % 7 ? ry : -ry, 0},
                         i % 3 ? 6.3 * unit() : 0.0,
-                        i % 3 ? 6.3 * unit() : 2 * 3.14159265358979323846,
+                        // Whole turns, some as a float gives them.
+                        i % 3   ? 6.3 * unit()
+                        : i % 2 ? 2 * 3.14159265358979323846
+                                : static_cast<float>(2 * 3.14159265358979323846),
                         i % 4 ? 3.0 * unit() : 0.0,
                         i % 2 == 0});
   }
