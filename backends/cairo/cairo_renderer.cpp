@@ -477,9 +477,52 @@ struct CairoRenderer::Access {
     add_polygon(cr, tri);
   }
 
+  // A strip of one colour written as the exact area of its triangles (see
+  // coverage_p.h), each turned the same way so that neighbours, which share
+  // an edge, join without a seam, when it may be; false when cairo must draw
+  // it. Triangles that overlap (a strip folding over itself) add up on the
+  // pixels both cover in part, where cairo covers their union.
+  static bool direct_flat_strip(CairoRenderer& r, ZR_Rendition* rendition, bool clipped, int count,
+                                const ZR_DCI_Point* points) {
+    constexpr int kMost = 256;  // points; longer strips go to cairo
+    if (count < 3 || count > kMost) return false;
+    cairo_detail::PixelWindow window;
+    if (!r.direct_window(rendition, clipped, 1, window)) return false;
+    if (window.empty()) return true;
+    double x[kMost], y[kMost];
+    double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
+    for (int i = 0; i < count; ++i) {
+      x[i] = points[i].x, y[i] = double(r.row_of(points[i].y));
+      xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
+      ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
+    }
+    auto clamp_to = [](double v, int lo, int hi) {
+      return static_cast<int>(std::clamp(v, double(lo), double(hi)));
+    };
+    cairo_detail::Coverage& shape = r.coverage();
+    shape.begin(clamp_to(std::floor(xmin) - 1, window.x0, window.x1),
+                clamp_to(std::floor(ymin) - 1, window.y0, window.y1),
+                clamp_to(std::ceil(xmax) + 2, window.x0, window.x1),
+                clamp_to(std::ceil(ymax) + 2, window.y0, window.y1));
+    if (!shape.empty()) {
+      for (int i = 2; i < count; ++i) {
+        double tx[3] = {x[i - 2], x[i - 1], x[i]}, ty[3] = {y[i - 2], y[i - 1], y[i]};
+        if ((tx[1] - tx[0]) * (ty[2] - ty[0]) - (ty[1] - ty[0]) * (tx[2] - tx[0]) < 0) {
+          std::swap(tx[1], tx[2]);
+          std::swap(ty[1], ty[2]);
+        }
+        shape.add_polygon(tx, ty, 3);
+      }
+      shape.blend(window, rendition && *rendition ? rendition->color() : 0);
+    }
+    r.direct_dots_ += count - 2;
+    return true;
+  }
+
   template <bool C>
   static void triangles(void* context, ZR_Rendition* rendition, int count,
                         const ZR_DCI_Point* points) {
+    if (direct_flat_strip(self(context), rendition, C, count, points)) return;
     cairo_t* cr = begin(context, rendition, C, nullptr);
     if (count < 3) return short_strip(cr, count, points);
     for (int i = 2; i < count; ++i) add_triangle(cr, points, i);
@@ -517,6 +560,7 @@ struct CairoRenderer::Access {
     if (colors && count >= 3 &&
         direct_shaded_strip(self(context), rendition, clipped, count, points, colors))
       return;
+    if (!colors && direct_flat_strip(self(context), rendition, clipped, count, points)) return;
     cairo_t* cr = begin(context, rendition, clipped, nullptr);
     if (!colors) {
       if (count < 3) return short_strip(cr, count, points);
