@@ -250,17 +250,14 @@ struct CairoRenderer::Access {
   // Adds the stroke of the thin polyline of `count` points (x[k], y[k]) to
   // `shape`, `half` units each side, as pieces that do not overlap: one per
   // segment, cut at each inner point along the miter (the line from the
-  // inner corner to the miter's tip), so neighbours share that edge. Open,
-  // the square caps carry it half a unit beyond its ends; `closed`, a last
-  // segment runs back to the first point and joins there too. Every join
-  // must be `mitred_apart` (see below).
+  // inner corner to the miter's tip), so neighbours share that edge, and
+  // carried half a unit beyond its ends by the square caps. Every join must
+  // be `mitred_apart` (see below).
   static void add_thin_stroke(cairo_detail::Coverage& shape, int count, const double* x,
-                              const double* y, double half, bool closed = false) {
-    const int segments = closed ? count : count - 1;
-    auto next = [&](int i) { return i + 1 < count ? i + 1 : 0; };
+                              const double* y, double half) {
     // Segment i's normal to the left of its travel, half long.
     auto normal = [&](int i, double& nx, double& ny) {
-      const int j = next(i);
+      const int j = i + 1;
       const double len = std::hypot(x[j] - x[i], y[j] - y[i]);
       nx = -(y[j] - y[i]) / len * half;
       ny = (x[j] - x[i]) / len * half;
@@ -268,7 +265,7 @@ struct CairoRenderer::Access {
     // The corners left and right of point i.
     auto corners = [&](int i, double& lx, double& ly, double& rx, double& ry) {
       double nx, ny;
-      if (!closed && (i == 0 || i == count - 1)) {
+      if (i == 0 || i == count - 1) {
         normal(i == 0 ? 0 : count - 2, nx, ny);
         const double along = i == 0 ? -1 : 1;  // the cap, half a unit out
         const double cx = x[i] + along * ny, cy = y[i] - along * nx;
@@ -276,7 +273,7 @@ struct CairoRenderer::Access {
         return;
       }
       double mx, my;
-      normal(i == 0 ? count - 1 : i - 1, nx, ny);
+      normal(i - 1, nx, ny);
       normal(i, mx, my);
       // The miter: where the two segments' sides meet.
       const double k = 1 / (1 + (nx * mx + ny * my) / (half * half));
@@ -285,9 +282,9 @@ struct CairoRenderer::Access {
     };
     double lx, ly, rx, ry;
     corners(0, lx, ly, rx, ry);
-    for (int i = 0; i < segments; ++i) {
+    for (int i = 0; i + 1 < count; ++i) {
       double flx, fly, frx, fry;  // the far corners
-      corners(next(i), flx, fly, frx, fry);
+      corners(i + 1, flx, fly, frx, fry);
       const double qx[4] = {rx, frx, flx, lx};
       const double qy[4] = {ry, fry, fly, ly};
       shape.add_polygon(qx, qy, 4);
@@ -295,23 +292,17 @@ struct CairoRenderer::Access {
     }
   }
 
-  // Whether the joins of the thin polyline (x[k], y[k]) (`closed`: with a
-  // segment back to the first point) are all mitred (within cairo's miter
-  // limit of 10) with their inner corners within half of each neighbouring
-  // segment, so its pieces (see add_thin_stroke) do not overlap; false also
-  // for a segment of no length.
-  static bool mitred_apart(int count, const double* x, const double* y, double half,
-                           bool closed = false) {
-    const int segments = closed ? count : count - 1;
-    auto length = [&](int i) {
-      const int j = i + 1 < count ? i + 1 : 0;
-      return std::hypot(x[j] - x[i], y[j] - y[i]);
-    };
-    for (int i = 0; i < segments; ++i) {
+  // Whether the joins of the thin polyline (x[k], y[k]) are all mitred
+  // (within cairo's miter limit of 10) with their inner corners within half
+  // of each neighbouring segment, so its pieces (see add_thin_stroke) do not
+  // overlap; false also for a segment of no length.
+  static bool mitred_apart(int count, const double* x, const double* y, double half) {
+    auto length = [&](int i) { return std::hypot(x[i + 1] - x[i], y[i + 1] - y[i]); };
+    for (int i = 0; i + 1 < count; ++i) {
       const double len = length(i);
       if (!(len > 0)) return false;
-      if (!closed && i + 1 == segments) break;
-      const int j = i + 1 < count ? i + 1 : 0, k = j + 1 < count ? j + 1 : 0;
+      if (i + 2 == count) break;
+      const int j = i + 1, k = i + 2;
       const double next = length(j);
       if (!(next > 0)) return false;
       const double dot =
