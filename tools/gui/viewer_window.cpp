@@ -213,6 +213,7 @@ void ViewerWindow::close() {
 
 void ViewerWindow::content_changed() {
   ++content_;
+  scale_times_.clear();
   changed();
 }
 
@@ -255,6 +256,9 @@ bool ViewerWindow::wants_draft() const {
   if (draft_policy_ == DraftPolicy::always) return true;
   int sx, sy;
   if (pan_shift(sx, sy)) return false;  // the strips of a pan come exact at once
+  for (const ScaleTime& t : scale_times_)
+    if (t.upp == view_.upp && t.width == view_.width && t.height == view_.height)
+      return t.ms > kFrameMs;
   // The exact draw's cost grows with the world it shows: a zoom out from a
   // quick close-up may take seconds. Its time is foreseen from the last exact
   // draw by the ratio of the areas shown (the drawing taken as even; the
@@ -375,6 +379,14 @@ bool ViewerWindow::draw_once(bool draft) {
   } else {
     exact_ms_ = done ? running_.ms : std::max(exact_ms_, running_.ms);
     exact_area_ = view_area(drawn_view);
+    if (done) {
+      // Remembered by scale, the latest first, a few of them.
+      constexpr std::size_t kScales = 8;
+      std::erase_if(scale_times_, [&](const ScaleTime& t) { return t.upp == drawn_view.upp; });
+      scale_times_.insert(scale_times_.begin(),
+                          {drawn_view.upp, drawn_view.width, drawn_view.height, running_.ms});
+      if (scale_times_.size() > kScales) scale_times_.pop_back();
+    }
   }
   cairo_surface_flush(back_);
   return end_draw(done, draft, drawn_view, list_.world_bounds, origin);
