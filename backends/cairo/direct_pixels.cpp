@@ -120,13 +120,24 @@ void fill_grid_polygon(const PixelWindow& window, int count, const long long* x,
     const long long c1 = std::min<long long>(right + 1, window.x1);
     const long long r0 = std::max<long long>(top, window.y0);
     const long long r1 = std::min<long long>(bottom + 1, window.y1);
+    if (c0 >= c1) return;
     for (long long r = r0; r < r1; ++r) {
-      const bool edge_row = r == top || r == bottom;
+      // Quarters inside per pixel: 2 along the top and bottom rows, 4 inside;
+      // half that in the first and last columns.
+      const std::uint32_t row_quarters = r == top || r == bottom ? 2 : 4;
       std::uint32_t* pixels = window.at(c0, r);
-      for (long long c = c0; c < c1; ++c, ++pixels) {
-        const int quarters = (edge_row ? 1 : 2) * ((c == left || c == right) ? 1 : 2);
-        *pixels = quarters == 4 ? source : blend_pixel(*pixels, source, 64u * quarters);
+      long long c = c0;
+      if (c == left) *pixels = blend_pixel(*pixels, source, 32 * row_quarters), ++c, ++pixels;
+      const long long inner_end = std::min(c1, right);
+      if (row_quarters == 4) {
+        std::fill(pixels, pixels + (inner_end - c), source);
+        pixels += inner_end - c;
+      } else {
+        for (long long k = c; k < inner_end; ++k, ++pixels)
+          *pixels = blend_pixel(*pixels, source, 128);
       }
+      c = std::max(c, inner_end);
+      if (c < c1 && c == right) *pixels = blend_pixel(*pixels, source, 32 * row_quarters);
     }
     return;
   }
