@@ -333,7 +333,8 @@ struct CairoRenderer::Access {
     }
     if (!mitred_apart(count, x, y, weight / 2.0)) return false;
     cairo_detail::PixelWindow window;
-    if (!r.direct_window(rendition, clipped, weight + 1, window)) return false;
+    // A miter's tip stands up to 10 half widths beyond its point.
+    if (!r.direct_window(rendition, clipped, 5 * weight + 1, window)) return false;
     if (window.empty()) return true;
     const double reach = 10.0 * weight + 1;  // a miter's tip at the limit
     auto clamp_to = [](double v, int lo, int hi) {
@@ -700,7 +701,8 @@ struct CairoRenderer::Access {
     }
     if (!pie && !whole && !mitred_apart(count, x, y, weight / 2.0)) return false;
     cairo_detail::PixelWindow window;
-    if (!r.direct_window(rendition, clipped, weight + 1, window)) return false;
+    // A miter's tip stands up to 10 half widths beyond its point.
+    if (!r.direct_window(rendition, clipped, 5 * weight + 1, window)) return false;
     if (window.empty()) return true;
     double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
     for (int i = 0; i < count; ++i) {
