@@ -307,10 +307,11 @@ struct CairoRenderer::Access {
       if (!(next > 0)) return false;
       const double dot =
           ((x[j] - x[i]) * (x[k] - x[j]) + (y[j] - y[i]) * (y[k] - y[j])) / (len * next);
-      // The miter is 1 / cos(a / 2) times the half width long, a the turn.
+      // The miter is 1 / cos(a / 2) times the half width long, a the turn;
+      // its inner corner lies tan(a / 2) half widths along each segment.
       if ((1 + dot) / 2 < 0.01) return false;
-      const double reach = half * std::sqrt(2 / (1 + dot));
-      if (reach > 0.5 * std::min(len, next)) return false;
+      const double along = half * std::sqrt(std::max(0.0, 1 - dot) / (1 + dot));
+      if (along > 0.5 * std::min(len, next)) return false;
     }
     return true;
   }
@@ -659,7 +660,7 @@ struct CairoRenderer::Access {
 
   // An arc one or two units wide, or a pie, of radii not 0, written as the
   // exact area of its stroke or fill (see coverage_p.h), the curve taken as
-  // chords within a tenth of a unit of it (cairo's own tolerance), when it
+  // chords within a fiftieth of a unit of it, when it
   // may be; false when cairo must draw it. An arc of a whole turn is a ring
   // (cairo's open path caps over itself there), and needs the curve nowhere
   // tighter than the half width; an open arc needs its joins
@@ -682,7 +683,9 @@ struct CairoRenderer::Access {
     const double least = std::min(std::fabs(double(radii.x)), std::fabs(double(radii.y)));
     // The tightest curvature's radius is least^2 / most.
     if (!pie && whole && weight / 2.0 > least * least / most) return false;
-    const double step = most <= 0.2 ? kPi / 2 : 2 * std::acos(1 - 0.1 / most);
+    // Chords within 0.02 units of the curve: cairo's flattening of its
+    // Bézier arc lies closer than its tolerance of 0.1, about as close.
+    const double step = most <= 0.02 ? kPi / 2 : 2 * std::acos(1 - 0.02 / most);
     const int n = std::max(4, static_cast<int>(std::ceil(sweep / step)));
     if (n > kMost) return false;
     double x[kMost + 2], y[kMost + 2];

@@ -57,6 +57,11 @@ int green(ZR_RGB32 c) {
 int blue(ZR_RGB32 c) {
   return c & 0xff;
 }
+// Red within a few levels: a pixel a thin curve crosses at its extreme, all
+// but a sliver of it covered (see the direct writes in cairo_renderer.h).
+bool nearly_red(ZR_RGB32 c) {
+  return red(c) == 255 && green(c) <= 8 && blue(c) <= 8;
+}
 // Mostly red: where an antialiased edge crosses the pixel.
 bool reddish(ZR_RGB32 c) {
   return red(c) > 200 && green(c) < 150 && blue(c) < 150;
@@ -160,9 +165,9 @@ TEST(CairoRenderer, EllipsesFollowAnglesAndTilt) {
     Picture p;
     ZR_DCI_Point c{32, 32, 0}, radii{20, 10, 0};
     p.r->elliptical_arc_unclipped(&p.rendition, &c, &radii, 0.0, two_pi, 0.0, nullptr);
-    EXPECT_EQ(p.at(52, 32), kRed);
+    EXPECT_TRUE(nearly_red(p.at(52, 32)));
     EXPECT_TRUE(reddish(p.at(12, 32)));
-    EXPECT_EQ(p.at(32, 42), kRed);
+    EXPECT_TRUE(nearly_red(p.at(32, 42)));
     EXPECT_EQ(p.at(32, 32), kWhite);
     EXPECT_EQ(p.at(32, 52), kWhite);
   }
@@ -171,7 +176,7 @@ TEST(CairoRenderer, EllipsesFollowAnglesAndTilt) {
     Picture p;
     ZR_DCI_Point c{32, 32, 0}, radii{20, 10, 0};
     p.r->elliptical_arc_clipped(&p.rendition, &c, &radii, 0.0, two_pi, half_pi, nullptr);
-    EXPECT_EQ(p.at(32, 52), kRed);
+    EXPECT_TRUE(nearly_red(p.at(32, 52)));
     EXPECT_TRUE(reddish(p.at(42, 32)));
     EXPECT_EQ(p.at(52, 32), kWhite);
   }
