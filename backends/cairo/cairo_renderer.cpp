@@ -37,6 +37,12 @@ void set_rgb(cairo_t* cr, ZR_RGB32 c) {
                        (c & 0xff) / 255.0);
 }
 
+// The length of (dx, dy): differences of device values, far from overflowing
+// a double's square, so without std::hypot's care (and cost).
+double length_of(double dx, double dy) {
+  return std::sqrt(dx * dx + dy * dy);
+}
+
 // The colour halfway between two, each channel rounded.
 ZR_RGB32 mix(ZR_RGB32 a, ZR_RGB32 b) {
   ZR_RGB32 out = 0;
@@ -258,7 +264,7 @@ struct CairoRenderer::Access {
     // Segment i's normal to the left of its travel, half long.
     auto normal = [&](int i, double& nx, double& ny) {
       const int j = i + 1;
-      const double len = std::hypot(x[j] - x[i], y[j] - y[i]);
+      const double len = length_of(x[j] - x[i], y[j] - y[i]);
       nx = -(y[j] - y[i]) / len * half;
       ny = (x[j] - x[i]) / len * half;
     };
@@ -297,7 +303,7 @@ struct CairoRenderer::Access {
   // of each neighbouring segment, so its pieces (see add_thin_stroke) do not
   // overlap; false also for a segment of no length.
   static bool mitred_apart(int count, const double* x, const double* y, double half) {
-    auto length = [&](int i) { return std::hypot(x[i + 1] - x[i], y[i + 1] - y[i]); };
+    auto length = [&](int i) { return length_of(x[i + 1] - x[i], y[i + 1] - y[i]); };
     for (int i = 0; i + 1 < count; ++i) {
       const double len = length(i);
       if (!(len > 0)) return false;
@@ -644,8 +650,8 @@ struct CairoRenderer::Access {
     double ox[kMost], oy[kMost], ix[kMost], iy[kMost];
     for (int i = 0; i < count; ++i) {
       const int p = i == 0 ? count - 1 : i - 1, n = i + 1 < count ? i + 1 : 0;
-      const double lp = std::hypot(x[i] - x[p], y[i] - y[p]);
-      const double ln = std::hypot(x[n] - x[i], y[n] - y[i]);
+      const double lp = length_of(x[i] - x[p], y[i] - y[p]);
+      const double ln = length_of(x[n] - x[i], y[n] - y[i]);
       const double pnx = -(y[i] - y[p]) / lp, pny = (x[i] - x[p]) / lp;  // unit normals, left
       const double nnx = -(y[n] - y[i]) / ln, nny = (x[n] - x[i]) / ln;
       const double k = half / (1 + pnx * nnx + pny * nny);
@@ -660,7 +666,7 @@ struct CairoRenderer::Access {
 
   // An arc one or two units wide, or a pie, of radii not 0, written as the
   // exact area of its stroke or fill (see coverage_p.h), the curve taken as
-  // chords within a fiftieth of a unit of it, when it
+  // chords within a twentieth of a unit of it, when it
   // may be; false when cairo must draw it. An arc of a whole turn is a ring
   // (cairo's open path caps over itself there), and needs the curve nowhere
   // tighter than the half width; an open arc needs its joins
@@ -683,9 +689,9 @@ struct CairoRenderer::Access {
     const double least = std::min(std::fabs(double(radii.x)), std::fabs(double(radii.y)));
     // The tightest curvature's radius is least^2 / most.
     if (!pie && whole && weight / 2.0 > least * least / most) return false;
-    // Chords within 0.02 units of the curve: cairo's flattening of its
+    // Chords within 0.05 units of the curve: cairo's flattening of its
     // Bézier arc lies closer than its tolerance of 0.1, about as close.
-    const double step = most <= 0.02 ? kPi / 2 : 2 * std::acos(1 - 0.02 / most);
+    const double step = most <= 0.05 ? kPi / 2 : 2 * std::acos(1 - 0.05 / most);
     const int n = std::max(4, static_cast<int>(std::ceil(sweep / step)));
     if (n > kMost) return false;
     double x[kMost + 2], y[kMost + 2];
@@ -694,9 +700,13 @@ struct CairoRenderer::Access {
     const double cs = std::cos(rotation), sn = std::sin(rotation);
     const int points = whole ? n : n + 1;  // a whole turn closes on its first point
     const double fx = double(center.x), fy = double(center.y);
+    // cos t and sin t stepped by a rotation: no sine per point.
+    const double cd = std::cos(sweep / n), sd = std::sin(sweep / n);
+    double ct = std::cos(start), st = std::sin(start);
     for (int i = 0; i < points; ++i) {
-      const double t = start + sweep * i / n;
-      const double ex = radii.x * std::cos(t), ey = radii.y * std::sin(t);
+      const double ex = radii.x * ct, ey = radii.y * st;
+      const double c_next = ct * cd - st * sd;
+      st = st * cd + ct * sd, ct = c_next;
       const double dy = fy + sn * ex + cs * ey;
       x[count] = fx + cs * ex - sn * ey;
       // Device y to the picture's rows, as row_of turns whole units.

@@ -79,7 +79,7 @@
 //     converter samples it, within a few levels (20 at most, on edge
 //     pixels, 1 on average);
 //   - an arc one or two units wide or a pie, of radii not 0 and up to 256
-//     chords (within a fiftieth of a unit of the curve): the exact area of
+//     chords (within a twentieth of a unit of the curve): the exact area of
 //     the chords' stroke (a whole turn as a ring) or fill, within a few
 //     levels of cairo's (32 at most on edge pixels, 1.5 on average);
 //   - a triangle strip of one colour of up to 256 points: the exact area of
