@@ -541,5 +541,55 @@ TEST(CairoDirect, AStripPlacedByADeviceOffsetMatchesTheWholePicture) {
   EXPECT_EQ(outside_touched, 0);
 }
 
+// Device values anywhere in the 32-bit range, as a view far out or a
+// saturated transform gives them, through every direct path and the plain
+// one: nothing undefined (the sanitizer builds run this). Guards against the
+// overflows of pixel arithmetic on far points.
+TEST(CairoDirect, FarDeviceValuesStayDefined) {
+  std::mt19937 random(17);
+  const int values[] = {INT32_MIN, INT32_MIN + 1, -65537, -4097,         -3,       0, 5,
+                        kW,        4097,          65537,  INT32_MAX - 1, INT32_MAX};
+  auto any = [&] { return values[random() % std::size(values)]; };
+  std::vector<std::vector<ZR_DCI_Point>> shapes;
+  for (int i = 0; i < 200; ++i) {
+    std::vector<ZR_DCI_Point> p;
+    const int n = 1 + static_cast<int>(random() % 6);
+    for (int k = 0; k < n; ++k) {
+      // Along the grid now and then, so the grid paths see far values too.
+      if (k > 0 && i % 3 == 0)
+        p.push_back(k % 2 ? ZR_DCI_Point{p.back().x, any(), 0}
+                          : ZR_DCI_Point{any(), p.back().y, 0});
+      else
+        p.push_back({any(), any(), 0});
+    }
+    shapes.push_back(p);
+  }
+  auto calls = [&](CairoRenderer& r) {
+    ZR_Rendition rendition = ZR_Rendition::create();
+    std::vector<ZR_RGB32> colors(8, 0x336699);
+    int i = 0;
+    for (const auto& p : shapes) {
+      const int n = static_cast<int>(p.size());
+      rendition.set_line_weight(1 + i % 2, false);
+      rendition.set_hard_clip(i % 2 ? kClips[1] : kClips[4], false);
+      r.polyline_clipped(&rendition, n, p.data());
+      r.polyline_unclipped(&rendition, n, p.data());
+      r.polygon_unclipped(&rendition, n, p.data(), nullptr);
+      r.polymarker_clipped(&rendition, n, p.data());
+      r.triangles_unclipped(&rendition, n, p.data());
+      r.gouraud_triangles_clipped(&rendition, n, p.data(), colors.data());
+      r.gouraud_polyline_unclipped(&rendition, n, p.data(), colors.data());
+      const ZR_DCI_Point radii{any(), any(), 0};
+      r.elliptical_arc_unclipped(&rendition, &p[0], &radii, 0.5, 2.0, 0.25, nullptr);
+      r.elliptical_pie_clipped(&rendition, &p[0], &radii, 0, 7, 0, nullptr);
+      ++i;
+    }
+  };
+  both_ways(calls, [](const Surface& plain, const Surface& fast) {
+    EXPECT_GT(fast.direct, 0);
+    EXPECT_EQ(plain.pixels.size(), fast.pixels.size());
+  });
+}
+
 }  // namespace
 }  // namespace DL
