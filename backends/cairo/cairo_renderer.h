@@ -60,11 +60,11 @@
 //   strip 10 (a mesh pattern), which makes a view of 1e5 dots or a city's
 //   blocks miss an interactive frame. So when the context's target is an
 //   image surface in ARGB32 or RGB24 with no device scale and a device
-//   offset of whole pixels (or none), the
-//   operator is OVER or SOURCE, the matrix is the renderer's own, and the
-//   rendition carries no complex clip (nor an outer clip that crosses the
-//   entry), these are written straight into the surface's pixels, cut to the
-//   surface and (for `_clipped` entries) to the hard clip:
+//   offset of whole pixels (or none), the operator is OVER or SOURCE, the
+//   matrix is the renderer's own, and the rendition carries no complex clip
+//   (nor an outer clip that crosses the entry), these are written straight
+//   into the surface's pixels, cut to the surface and (for `_clipped`
+//   entries) to the hard clip:
 //   - a dot, a polyline of one point and an ellipse of radii 0: the pixel of
 //     the device point set to the opaque colour, exactly what cairo's fill of
 //     that pixel gives;
@@ -99,11 +99,12 @@
 //     a few levels (its colours are coarser) and may differ on a pixel
 //     along an edge.
 //   Blends use pixman's 8-bit arithmetic; where partial blends pile up on
-//   one pixel a channel may end a level off cairo's. Everything else (other surfaces, complex
-//   clips, every other entry) goes through cairo. The target and the context are checked when a run
-//   of direct writes starts; the target is flushed then, and marked dirty when the run ends: before
-//   cairo draws through the renderer again, in `forget_clip`, in `flush_direct`, and when the
-//   renderer is destroyed.
+//   one pixel a channel may end a level off cairo's. Everything else (other
+//   surfaces, complex clips, every other entry) goes through cairo. The
+//   target and the context are checked when a run of direct writes starts;
+//   the target is flushed then, and marked dirty when the run ends: before
+//   cairo draws through the renderer again, in `forget_clip`, in
+//   `flush_direct`, and when the renderer is destroyed.
 // - Gouraud polylines: each segment is stroked through a linear gradient
 //   from its first vertex's colour to its second's, except (a choice made
 //   for speed, `set_flat_short_ramps`) a short segment: no longer than 8
@@ -216,8 +217,8 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
                      cairo_detail::PixelWindow& window);
   // The rasterizer of thin lines written directly, made when first needed.
   cairo_detail::Coverage& coverage();
-  // The pixel position of a device point (64 bits: device values reach the
-  // int limits).
+  // The picture's row of device y (64 bits: device values reach the int
+  // limits).
   long long row_of(int y) const {
     return orientation_ == DeviceOrientation::y_up ? static_cast<long long>(height_) - 1 - y
                                                    : static_cast<long long>(y);
