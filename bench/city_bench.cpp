@@ -1,12 +1,14 @@
 // Exact and draft pictures of the viewer's built-in city, drawn the way the
 // window draws them: the whole list through the bounded walk into a 1024 x 769
 // image with the cairo renderer (exact) or the draft renderer, text through
-// the FreeType engine. Views: the overview, and 1% of the drawing's area
-// about its centre (the window's bench zooms by ten each way).
+// the FreeType engine. Views: the overview, 1% of the drawing's area about
+// its centre, and the nine 1% views the window's bench zooms to (drawn one
+// after the other: the time is that of the nine).
 //
 // After the cases, one exact picture of each view is drawn through a renderer
 // that times every action entry of the cairo renderer, and a table gives the
-// calls, the time and the time a call per entry: where the exact picture's
+// calls, the time, the time a call and the longest call per entry (on a
+// loaded machine a call the scheduler preempts takes a tick, 4 ms): where the exact picture's
 // time goes, by kind of primitive (text is the rest: glyphs are filled
 // through the text painter, not through the entries).
 #include <benchmark/benchmark.h>
@@ -17,6 +19,7 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 #include "backends/cairo/cairo_renderer.h"
 #include "backends/cairo/cairo_text.h"
@@ -37,6 +40,7 @@ class TimingRenderer : public ZR_Renderer {
     const char* name = "";
     long long calls = 0;
     double ns = 0;
+    double longest_ns = 0;  // the longest call
   };
   static constexpr int kSlots = 11;
   std::array<Slot, kSlots> slots;
@@ -78,8 +82,10 @@ class TimingRenderer : public ZR_Renderer {
       const auto start = std::chrono::steady_clock::now();
       (self->inner_->*Entry)(rendition, args...);
       const auto end = std::chrono::steady_clock::now();
+      const double ns = std::chrono::duration<double, std::nano>(end - start).count();
       self->slots[S].calls += 1;
-      self->slots[S].ns += std::chrono::duration<double, std::nano>(end - start).count();
+      self->slots[S].ns += ns;
+      self->slots[S].longest_ns = std::max(self->slots[S].longest_ns, ns);
     }
   };
   template <auto Entry, int S>
@@ -122,11 +128,13 @@ struct City {
     release(freetype);
   }
 
-  // The view showing `fraction` of the sheet's width about its centre, at
-  // the picture's proportions; the layers as the viewer fades them.
-  void view(double fraction) {
+  // The view showing `fraction` of the sheet's width about the point at
+  // (`fx`, `fy`) of its width and height (the centre by default), at the
+  // picture's proportions; the layers as the viewer fades them.
+  void view(double fraction, double fx = 0.5, double fy = 0.5) {
     const DL::WorldBounds e = demo->extent();
-    const double cx = (double(e.min.x) + e.max.x) / 2, cy = (double(e.min.y) + e.max.y) / 2;
+    const double cx = e.min.x + (double(e.max.x) - e.min.x) * fx;
+    const double cy = e.min.y + (double(e.max.y) - e.min.y) * fy;
     const double half_w = (double(e.max.x) - e.min.x) * fraction / 2;
     const double half_h = half_w * (kHeight - 1) / (kWidth - 1);
     list.set_world_bounds(
@@ -142,11 +150,13 @@ struct City {
   }
 };
 
-// One exact picture of the view through a timing renderer; prints where the
-// time went.
-void profile(const char* name, double fraction) {
+// Exact pictures of the views through a timing renderer, one after the
+// other; prints where the time went, in all.
+struct ViewAt {
+  double fraction, fx, fy;
+};
+void profile(const char* name, const std::vector<ViewAt>& views) {
   City& city = City::get();
-  city.view(fraction);
   cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, kWidth, kHeight);
   cairo_t* cr = cairo_create(surface);
   auto* exact = new DL::CairoRenderer(cr, kHeight);
@@ -155,25 +165,29 @@ void profile(const char* name, double fraction) {
   exact->set_outer_list(&city.list);
   auto* timing = new TimingRenderer(exact);
   add_ref(timing);
-  city.list.set_renderer(timing);
-  city.painter->set_renderer(exact);
-  const auto start = std::chrono::steady_clock::now();
-  city.list.root->draw_bounded(city.list, city.list.world_bounds, city.list.visible_bounds);
-  exact->flush_direct();
-  const double total =
-      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-  city.painter->set_renderer(nullptr);
-  city.list.set_renderer(nullptr);
+  double total = 0;
+  for (const ViewAt& v : views) {
+    city.view(v.fraction, v.fx, v.fy);
+    city.list.set_renderer(timing);
+    city.painter->set_renderer(exact);
+    const auto start = std::chrono::steady_clock::now();
+    city.list.root->draw_bounded(city.list, city.list.world_bounds, city.list.visible_bounds);
+    exact->flush_direct();
+    total +=
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    city.painter->set_renderer(nullptr);
+    city.list.set_renderer(nullptr);
+  }
   std::printf("\nexact %s: %.1f ms in all (with the timing), by entry:\n", name, total);
-  std::printf("  %-20s %9s %10s %9s\n", "entry", "calls", "ms", "us/call");
+  std::printf("  %-20s %9s %10s %9s %9s\n", "entry", "calls", "ms", "us/call", "longest");
   double in_entries = 0;
   std::array<TimingRenderer::Slot, TimingRenderer::kSlots> slots = timing->slots;
   std::sort(slots.begin(), slots.end(), [](auto& a, auto& b) { return a.ns > b.ns; });
   for (const auto& slot : slots) {
     if (!slot.calls) continue;
     in_entries += slot.ns / 1e6;
-    std::printf("  %-20s %9lld %10.2f %9.2f\n", slot.name, slot.calls, slot.ns / 1e6,
-                slot.ns / 1e3 / slot.calls);
+    std::printf("  %-20s %9lld %10.2f %9.2f %9.2f\n", slot.name, slot.calls, slot.ns / 1e6,
+                slot.ns / 1e3 / slot.calls, slot.longest_ns / 1e3);
   }
   std::printf("  %-20s %9s %10.2f\n", "rest (walk, text)", "", total - in_entries);
   release(timing);
@@ -182,74 +196,111 @@ void profile(const char* name, double fraction) {
   cairo_surface_destroy(surface);
 }
 
-void draw(benchmark::State& state, double fraction, bool draft) {
+// The nine views the window's bench zooms to: from the overview framed as the
+// window frames it (the extent and a margin of 2%), a zoom by ten each way
+// about the points at 0.3, 0.5 and 0.7 of the picture's width and height.
+std::vector<ViewAt> window_views() {
+  const DL::WorldBounds e = City::get().demo->extent();
+  const double w = double(e.max.x) - e.min.x, h = double(e.max.y) - e.min.y;
+  const double upp = 1.04 * std::max(w / (kWidth - 1), h / (kHeight - 1));
+  std::vector<ViewAt> views;
+  for (int i = 0; i < 9; ++i) {
+    const double column = kWidth * (0.3 + 0.2 * (i % 3)), row = kHeight * (0.3 + 0.2 * (i / 3));
+    // The point under the pointer stays where it is: the centre moves 0.9
+    // of the way to it.
+    const double dx = (column - (kWidth - 1) / 2.0) * upp * 0.9;
+    const double dy = -(row - (kHeight - 1) / 2.0) * upp * 0.9;
+    views.push_back({upp / 10 * (kWidth - 1) / w, 0.5 + dx / w, 0.5 + dy / h});
+  }
+  return views;
+}
+
+// Draws `views` one after the other per iteration (the time is that of all
+// of them), exact or as drafts.
+void draw(benchmark::State& state, const std::vector<ViewAt>& views, bool draft) {
   City& city = City::get();
-  city.view(fraction);
   cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, kWidth, kHeight);
   cairo_t* cr = cairo_create(surface);
   auto* exact = new DL::CairoRenderer(cr, kHeight);
   add_ref(exact);
   exact->set_complex_clip_supported(true);
   exact->set_outer_list(&city.list);
-  for (auto _ : state) {
-    DL::DraftRenderer* d = nullptr;
-    if (draft) {
+  for (auto _ : state)
+    for (const ViewAt& v : views) {
+      city.view(v.fraction, v.fx, v.fy);
+      DL::DraftRenderer* d = nullptr;
+      if (draft) {
+        exact->flush_direct();
+        d = new DL::DraftRenderer(surface);
+        add_ref(d);
+        d->clear(0xffffff);
+        d->set_outer_list(&city.list);
+        city.list.set_renderer(d);
+        city.painter->set_renderer(d);
+      } else {
+        cairo_save(cr);
+        cairo_identity_matrix(cr);
+        cairo_set_source_rgb(cr, 1, 1, 1);
+        cairo_paint(cr);
+        cairo_restore(cr);
+        exact->forget_clip();
+        city.list.set_renderer(exact);
+        city.painter->set_renderer(exact);
+      }
+      city.list.root->draw_bounded(city.list, city.list.world_bounds, city.list.visible_bounds);
+      city.painter->set_renderer(nullptr);
+      city.list.set_renderer(nullptr);
+      if (d) {
+        d->mark_dirty();
+        release(d);
+      }
       exact->flush_direct();
-      d = new DL::DraftRenderer(surface);
-      add_ref(d);
-      d->clear(0xffffff);
-      d->set_outer_list(&city.list);
-      city.list.set_renderer(d);
-      city.painter->set_renderer(d);
-    } else {
-      cairo_save(cr);
-      cairo_identity_matrix(cr);
-      cairo_set_source_rgb(cr, 1, 1, 1);
-      cairo_paint(cr);
-      cairo_restore(cr);
-      exact->forget_clip();
-      city.list.set_renderer(exact);
-      city.painter->set_renderer(exact);
     }
-    city.list.root->draw_bounded(city.list, city.list.world_bounds, city.list.visible_bounds);
-    city.painter->set_renderer(nullptr);
-    city.list.set_renderer(nullptr);
-    if (d) {
-      d->mark_dirty();
-      release(d);
-    }
-    exact->flush_direct();
-  }
   release(exact);
   cairo_destroy(cr);
   cairo_surface_destroy(surface);
 }
 
 void BM_Exact1pct(benchmark::State& s) {
-  draw(s, 0.1, false);
+  draw(s, {{0.1, 0.5, 0.5}}, false);
+}
+void BM_ExactWindowViews(benchmark::State& s) {
+  draw(s, window_views(), false);
 }
 void BM_ExactOverview(benchmark::State& s) {
-  draw(s, 1.0, false);
+  draw(s, {{1.0, 0.5, 0.5}}, false);
 }
 void BM_Draft1pct(benchmark::State& s) {
-  draw(s, 0.1, true);
+  draw(s, {{0.1, 0.5, 0.5}}, true);
+}
+void BM_DraftWindowViews(benchmark::State& s) {
+  draw(s, window_views(), true);
 }
 void BM_DraftOverview(benchmark::State& s) {
-  draw(s, 1.0, true);
+  draw(s, {{1.0, 0.5, 0.5}}, true);
 }
 
 }  // namespace
 
 BENCHMARK(BM_Exact1pct)->Name("exact/1pct")->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(BM_ExactWindowViews)
+    ->Name("exact/1pct-window-views-9")
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(2.0);
 BENCHMARK(BM_ExactOverview)->Name("exact/overview")->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_Draft1pct)->Name("draft/1pct")->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_DraftWindowViews)
+    ->Name("draft/1pct-window-views-9")
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(1.0);
 BENCHMARK(BM_DraftOverview)->Name("draft/overview")->Unit(benchmark::kMillisecond)->MinTime(1.0);
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  profile("1% view", 0.1);
-  profile("overview", 1.0);
+  profile("1% view", {{0.1, 0.5, 0.5}});
+  profile("1% views of the window's bench (nine, in all)", window_views());
+  profile("overview", {{1.0, 0.5, 0.5}});
   return 0;
 }

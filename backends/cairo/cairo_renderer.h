@@ -55,19 +55,65 @@
 //   drawn under any other rendition (the lists nested in `list`) are also cut
 //   to the complex clip `list.rendition` carries at that moment (see
 //   nested/outer_view.h), so a clip holds for blocks and symbols.
-// - Direct dots. A dot costs cairo 0.2 to 1 microsecond (a source pattern, a path, a
-//   clip and a fill for one pixel), which makes a view of 1e5 dots miss an
-//   interactive frame. So when the context's target is an image
-//   surface in ARGB32 or RGB24 with no device offset or scale, the operator is
-//   OVER or SOURCE, and the rendition carries no complex clip, a dot is
-//   written straight into the surface's pixels: the pixel of the device point,
-//   if it lies on the surface and (for `dot_clipped`) inside the hard clip, is
-//   set to the opaque colour, exactly what cairo's fill of that pixel gives.
-//   Everything else (other surfaces, complex clips, every other entry) goes
-//   through cairo. The target and the context are checked when a run of
-//   direct writes starts; the target is flushed then, and marked dirty when
-//   the run ends: before cairo draws through the renderer again, in
-//   `forget_clip`, in `flush_direct`, and when the renderer is destroyed.
+// - Direct writes. A dot costs cairo 0.2 to 1 microsecond (a source pattern,
+//   a path, a clip and a fill for one pixel), a marker 5 and a small Gouraud
+//   strip 10 (a mesh pattern), which makes a view of 1e5 dots or a city's
+//   blocks miss an interactive frame. So when the context's target is an
+//   image surface in ARGB32 or RGB24 with no device scale and a device
+//   offset of whole pixels (or none), the operator is OVER or SOURCE, the
+//   matrix is the renderer's own, and the rendition carries no complex clip
+//   (nor an outer clip that crosses the entry), these are written straight
+//   into the surface's pixels, cut to the surface and (for `_clipped`
+//   entries) to the hard clip:
+//   - a dot, a polyline of one point and an ellipse of radii 0: the pixel of
+//     the device point set to the opaque colour, exactly what cairo's fill of
+//     that pixel gives;
+//   - a one-unit polyline whose segments all run along the pixel grid: the
+//     whole pixels cairo's stroke covers (through pixel centres, square caps
+//     and mitred right-angle joins cover whole pixels), opaque; one that
+//     turns back on itself or has a segment of no length goes to cairo;
+//   - any other polyline one or two units wide, of up to 64 points, whose
+//     joins are mitred with their inner corners within half of each segment
+//     (no sharp turn, no turn on a short segment): the exact area of its
+//     stroke on each pixel (backends/cairo/coverage_p.h), where cairo's scan
+//     converter samples it, within a few levels (20 at most, on edge
+//     pixels, 1 on average);
+//   - an arc one or two units wide or a pie, of radii not 0 and up to 256
+//     chords (within a twentieth of a unit of the curve): the exact area of
+//     the chords' stroke (a whole turn as a ring) or fill, within a few
+//     levels of cairo's (32 at most on edge pixels, 1.5 on average);
+//   - a triangle strip of one colour of up to 256 points: the exact area of
+//     its triangles, within 20 levels (2 on average) of cairo's;
+//   - a polygon of up to 16 corners whose edges all run along the grid: each
+//     pixel blended by a quarter of coverage per quarter of it inside (the
+//     lines through its centre split it into quarters wholly in or out), as
+//     cairo's fill of such a polygon gives;
+//   - a polymarker: each cross blended through the coverage cairo's stroke of
+//     one cross gives (found once per antialias mode: device points are
+//     pixel centres, so every cross covers its pixels alike), rounded as
+//     pixman rounds. Crosses that overlap blend twice where cairo's one
+//     stroke of them all covers once;
+//   - a Gouraud or textured strip with colours: each triangle fills the
+//     pixels whose centres it holds with the colour interpolated there.
+//     Cairo's mesh rasterizer (no antialiasing either) gives the same within
+//     a few levels (its colours are coarser) and may differ on a pixel
+//     along an edge.
+//   Blends use pixman's 8-bit arithmetic; where partial blends pile up on
+//   one pixel a channel may end a level off cairo's. Everything else (other
+//   surfaces, complex clips, every other entry) goes through cairo. The
+//   target and the context are checked when a run of direct writes starts;
+//   the target is flushed then, and marked dirty when the run ends: before
+//   cairo draws through the renderer again, in `forget_clip`, in
+//   `flush_direct`, and when the renderer is destroyed.
+// - Gouraud polylines: each segment is stroked through a linear gradient
+//   from its first vertex's colour to its second's, except (a choice made
+//   for speed, `set_flat_short_ramps`) a short segment: no longer than 8
+//   pixels or than the line is wide. It is stroked in the colour halfway
+//   between its ends, at most half their difference off at its ends; on such
+//   a segment the ramp spans a few pixels, partly under its neighbours' caps,
+//   and the gradient pattern costs four times the stroke. A polyline one or
+//   two units wide whose segments are all short is then written directly
+//   (see above), each segment the exact area of its own stroke.
 //
 // The context belongs to whoever made it; the renderer keeps its own
 // reference. Text engines paint glyphs through `paint_contours`.
@@ -79,10 +125,16 @@
 #include <string>
 
 #include "backends/cairo/contour_painter.h"
-#include "nested/outer_view.h"
 #include "foundation/rendering.h"
+#include "nested/outer_view.h"
 
 namespace DL {
+
+namespace cairo_detail {
+struct PixelWindow;
+struct Stamp;
+class Coverage;
+}  // namespace cairo_detail
 
 // Which way device y runs on the surface: up from the bottom row, or down.
 enum class DeviceOrientation { y_up, y_down };
@@ -123,17 +175,22 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   // context's clip behind the renderer's back. Ends a run of direct dots.
   void forget_clip();
 
-  // Ends a run of dots written straight into the target (marks the target
-  // dirty); call before reading the target or drawing on it other than through
-  // this renderer. Cheap when there is none.
+  // Ends a run of writes straight into the target (marks the target dirty);
+  // call before reading the target or drawing on it other than through this
+  // renderer. Cheap when there is none.
   void flush_direct();
-  // Whether dots may be written straight into an image target (on by default;
-  // off, cairo draws every dot). The count is of the dots written so.
+  // Whether the marks listed under "Direct writes" above may be written
+  // straight into an image target (on by default; off, cairo draws
+  // everything). The count is of the marks written so: dots, markers, line
+  // points, polygons and triangles.
   void set_direct_dots(bool on) {
     if (!on) flush_direct();
     direct_dots_on_ = on;
   }
   long long direct_dots() const { return direct_dots_; }  // see set_direct_dots
+  // Whether a Gouraud polyline's short segments are stroked flat (see the
+  // file comment; on by default; off, every segment gets its gradient).
+  void set_flat_short_ramps(bool on) { flat_short_ramps_ = on; }
 
   // Used by the entry functions; not for hosts.
   struct Access;
@@ -152,6 +209,20 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   // Starts a run of direct dots: false when the target or the context's state
   // does not allow them.
   bool open_direct();
+  // The pixels an entry drawn under `rendition` may write straight into the
+  // target (`clipped`: cut to its hard clip), whose marks stand up to
+  // `margin` units beyond its points: false when cairo must draw it (see the
+  // file comment); an empty window when nothing of it shows.
+  bool direct_window(ZR_Rendition* rendition, bool clipped, int margin,
+                     cairo_detail::PixelWindow& window);
+  // The rasterizer of thin lines written directly, made when first needed.
+  cairo_detail::Coverage& coverage();
+  // The picture's row of device y (64 bits: device values reach the int
+  // limits).
+  long long row_of(int y) const {
+    return orientation_ == DeviceOrientation::y_up ? static_cast<long long>(height_) - 1 - y
+                                                   : static_cast<long long>(y);
+  }
 
   cairo_t* cr_;
   int height_;
@@ -166,6 +237,7 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   bool clip_nothing_ = false;
   OuterView outer_view_;
   bool direct_dots_on_ = true;
+  bool flat_short_ramps_ = true;
   long long direct_dots_ = 0;  // dots written straight into a target so far
   // The run of direct dots: the target and its pixels while one is open
   // (flushed, not yet marked dirty), null otherwise.
@@ -174,6 +246,12 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   int direct_stride_ = 0;
   int direct_width_ = 0;
   int direct_height_ = 0;
+  int direct_dx_ = 0, direct_dy_ = 0;  // the target's device offset, whole pixels
+  // The marker's coverage (see direct_pixels_p.h), made for the context's
+  // antialias mode when a marker is first written directly.
+  std::unique_ptr<cairo_detail::Stamp> marker_stamp_;
+  cairo_antialias_t marker_antialias_ = CAIRO_ANTIALIAS_DEFAULT;
+  std::unique_ptr<cairo_detail::Coverage> coverage_;
 };
 
 // A surface, its context and a renderer on it: a picture to draw a display list

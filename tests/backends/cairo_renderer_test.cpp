@@ -57,6 +57,11 @@ int green(ZR_RGB32 c) {
 int blue(ZR_RGB32 c) {
   return c & 0xff;
 }
+// Red within a few levels: a pixel a thin curve crosses at its extreme, all
+// but a sliver of it covered (see the direct writes in cairo_renderer.h).
+bool nearly_red(ZR_RGB32 c) {
+  return red(c) == 255 && green(c) <= 8 && blue(c) <= 8;
+}
 // Mostly red: where an antialiased edge crosses the pixel.
 bool reddish(ZR_RGB32 c) {
   return red(c) > 200 && green(c) < 150 && blue(c) < 150;
@@ -160,9 +165,9 @@ TEST(CairoRenderer, EllipsesFollowAnglesAndTilt) {
     Picture p;
     ZR_DCI_Point c{32, 32, 0}, radii{20, 10, 0};
     p.r->elliptical_arc_unclipped(&p.rendition, &c, &radii, 0.0, two_pi, 0.0, nullptr);
-    EXPECT_EQ(p.at(52, 32), kRed);
+    EXPECT_TRUE(nearly_red(p.at(52, 32)));
     EXPECT_TRUE(reddish(p.at(12, 32)));
-    EXPECT_EQ(p.at(32, 42), kRed);
+    EXPECT_TRUE(nearly_red(p.at(32, 42)));
     EXPECT_EQ(p.at(32, 32), kWhite);
     EXPECT_EQ(p.at(32, 52), kWhite);
   }
@@ -171,7 +176,7 @@ TEST(CairoRenderer, EllipsesFollowAnglesAndTilt) {
     Picture p;
     ZR_DCI_Point c{32, 32, 0}, radii{20, 10, 0};
     p.r->elliptical_arc_clipped(&p.rendition, &c, &radii, 0.0, two_pi, half_pi, nullptr);
-    EXPECT_EQ(p.at(32, 52), kRed);
+    EXPECT_TRUE(nearly_red(p.at(32, 52)));
     EXPECT_TRUE(reddish(p.at(42, 32)));
     EXPECT_EQ(p.at(52, 32), kWhite);
   }
@@ -498,25 +503,31 @@ TEST(CairoRenderer, DirectDotsMatchCairoByteForByte) {
 }
 
 // Surfaces that cannot take direct writes get cairo's dots: one placed by a
-// device offset, and a PDF.
+// device offset of part of a pixel, and a PDF. One placed by whole pixels
+// takes them, in the same place.
 TEST(CairoRenderer, DirectDotsOnlyWhereTheyAreExact) {
-  cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 8, 8);
-  cairo_surface_set_device_offset(s, -10, -10);
-  cairo_t* cr = cairo_create(s);
-  auto* r = new CairoRenderer(cr, 32);
-  add_ref(r);
   ZR_Rendition rendition = ZR_Rendition::create();
   rendition.set_color(kRed, false);
   ZR_DCI_Point d{12, 31 - 13, 0};  // pixel (12, 13) of the picture: (2, 3) of the surface
-  r->dot_unclipped(&rendition, &d, nullptr);
-  EXPECT_EQ(r->direct_dots(), 0);
-  release(r);
-  cairo_destroy(cr);
-  cairo_surface_flush(s);
-  const auto* row = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(s) +
-                                                           3 * cairo_image_surface_get_stride(s));
-  EXPECT_EQ(row[2], 0xffff0000u);
-  cairo_surface_destroy(s);
+  for (double offset : {-10.0, -10.25}) {
+    cairo_surface_t* s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 8, 8);
+    cairo_surface_set_device_offset(s, offset, offset);
+    cairo_t* cr = cairo_create(s);
+    auto* r = new CairoRenderer(cr, 32);
+    add_ref(r);
+    r->dot_unclipped(&rendition, &d, nullptr);
+    EXPECT_EQ(r->direct_dots(), offset == -10.0 ? 1 : 0);
+    release(r);
+    cairo_destroy(cr);
+    cairo_surface_flush(s);
+    const auto* row = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(s) +
+                                                             3 * cairo_image_surface_get_stride(s));
+    if (offset == -10.0)
+      EXPECT_EQ(row[2], 0xffff0000u);
+    else
+      EXPECT_NE(row[2], 0u);  // cairo covers parts of four pixels
+    cairo_surface_destroy(s);
+  }
 
   const std::string path = DL::test::test_file("direct_dots.pdf");
   std::string error;

@@ -213,6 +213,7 @@ void ViewerWindow::close() {
 
 void ViewerWindow::content_changed() {
   ++content_;
+  scale_times_.clear();
   changed();
 }
 
@@ -255,6 +256,9 @@ bool ViewerWindow::wants_draft() const {
   if (draft_policy_ == DraftPolicy::always) return true;
   int sx, sy;
   if (pan_shift(sx, sy)) return false;  // the strips of a pan come exact at once
+  for (const ScaleTime& t : scale_times_)
+    if (t.upp == view_.upp && t.width == view_.width && t.height == view_.height)
+      return t.ms > kFrameMs;
   // The exact draw's cost grows with the world it shows: a zoom out from a
   // quick close-up may take seconds. Its time is foreseen from the last exact
   // draw by the ratio of the areas shown (the drawing taken as even; the
@@ -375,6 +379,14 @@ bool ViewerWindow::draw_once(bool draft) {
   } else {
     exact_ms_ = done ? running_.ms : std::max(exact_ms_, running_.ms);
     exact_area_ = view_area(drawn_view);
+    if (done) {
+      // Remembered by scale, the latest first, a few of them.
+      constexpr std::size_t kScales = 8;
+      std::erase_if(scale_times_, [&](const ScaleTime& t) { return t.upp == drawn_view.upp; });
+      scale_times_.insert(scale_times_.begin(),
+                          {drawn_view.upp, drawn_view.width, drawn_view.height, running_.ms});
+      if (scale_times_.size() > kScales) scale_times_.pop_back();
+    }
   }
   cairo_surface_flush(back_);
   return end_draw(done, draft, drawn_view, list_.world_bounds, origin);
@@ -479,8 +491,8 @@ DL::ScreenPoint ViewerWindow::place_list(DL::WorldBounds& inner, DL::WorldBounds
 
 bool ViewerWindow::pan_shift(int& sx, int& sy) const {
   if (!front_ || front_is_draft_ || front_content_ != content_) return false;
-  // A quick whole draw beats moving the picture and drawing strips through
-  // cairo (the strips' sub-surfaces take no direct pixel writes).
+  // A quick whole draw costs about what moving the picture and the strips'
+  // walks (one per strip, each down the tree) do.
   if (exact_ms_ < kFrameMs / 2 && !pan_strips_always_) return false;
   if (front_view_.upp != view_.upp || front_view_.width != view_.width ||
       front_view_.height != view_.height)
@@ -542,12 +554,18 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   long long calls = 0;
   for (const Strip& strip : strips) {
     if (!done) break;
-    // Each strip is a surface of its own over the back picture, so that
-    // nothing drawn for it reaches the pixels moved in, placed so that device
-    // units are those of the whole picture: every point rounds as in a whole
-    // draw of this view.
+    // Each strip is an image surface of its own over the back picture's
+    // pixels, so that nothing drawn for it reaches the pixels moved in,
+    // placed by a device offset of whole pixels so that device units are
+    // those of the whole picture: every point rounds as in a whole draw of
+    // this view, and the renderer still writes dots and other small marks
+    // straight into the pixels.
     const int sw = strip.c1 - strip.c0 + 1, sh = strip.r1 - strip.r0 + 1;
-    cairo_surface_t* part = cairo_surface_create_for_rectangle(back_, strip.c0, strip.r0, sw, sh);
+    const int stride = cairo_image_surface_get_stride(back_);
+    cairo_surface_t* part = cairo_image_surface_create_for_data(
+        cairo_image_surface_get_data(back_) + static_cast<std::ptrdiff_t>(strip.r0) * stride +
+            4 * strip.c0,
+        cairo_image_surface_get_format(back_), sw, sh, stride);
     cairo_surface_set_device_offset(part, -strip.c0, -strip.r0);
     cairo_t* pcr = cairo_create(part);
     auto* renderer = new DL::CairoRenderer(pcr, h);

@@ -15,9 +15,12 @@
 // repaint) is handled without stopping the draw.
 //
 // Drafts. When the view changed (a zoom, a pan, a new size) and the exact draw
-// would take longer than a frame (kFrameMs, 16 ms): the last exact draw's time
-// (an interrupted draw counts with the time it ran) times the ratio of the
-// drawing's areas the two views show, so a zoom out from a close-up is
+// would take longer than a frame (kFrameMs, 16 ms): the time of the last
+// whole exact draw at the new view's scale and size if there was one since
+// the content last changed (what a view costs depends mostly on its scale:
+// the layers shown, how much each pixel holds), or else the last exact draw's
+// time (an interrupted draw counts with the time it ran) times the ratio of
+// the drawing's areas the two views show, so a zoom out from a close-up is
 // drafted too, the new view is first drawn by the `DraftRenderer`:
 // one-pixel lines, flat fills, no antialiasing, written straight into the
 // off-screen picture, through the same interruptible traversal. That picture
@@ -30,9 +33,10 @@
 // Pans. When the wanted view is the exact picture on screen moved by whole
 // pixels (at most half the picture each way) and the last exact draw took
 // more than half a frame, the picture is moved and only the strips that come
-// into view are drawn, by bounded draws, each on a cairo sub-surface over the
-// new picture in the picture's own device units, so every point rounds as in
-// a whole draw. Views at one scale that differ by whole pixels share one
+// into view are drawn, by bounded draws, each on an image surface over the
+// new picture's pixels in the picture's own device units (a device offset of
+// whole pixels), so every point rounds as in a whole draw and the renderer's
+// direct writes still apply. Views at one scale that differ by whole pixels share one
 // transform (`anchor_`), so a pan and a whole draw of the same view agree but
 // for a few levels of pixman's gradients. A pan's strips come exact at once,
 // without a draft. The status line says "(pan: strips only)" after one.
@@ -263,6 +267,15 @@ class ViewerWindow {
   DraftPolicy draft_policy_ = DraftPolicy::automatic;
   double exact_ms_ = 0;    // the last exact draw's time (at least, when interrupted)
   double exact_area_ = 0;  // the drawing's area it showed (`view_area`)
+  // The time of the last whole exact draw at each of the last few scales
+  // (units per pixel) at the area's size, most recent first; cleared when
+  // the content or the size changes.
+  struct ScaleTime {
+    double upp = 0;
+    int width = 0, height = 0;
+    double ms = 0;
+  };
+  std::vector<ScaleTime> scale_times_;
   long long drafts_ = 0;
   cairo_surface_t* back_ = nullptr;   // drawn into
   cairo_surface_t* front_ = nullptr;  // the last finished picture
