@@ -22,9 +22,10 @@
 //   file's third and fourth corners swapped). TEXT and MTEXT: the insertion
 //   point, height, angle in radians and the text (an MTEXT's chunks, code 3,
 //   joined before its last, code 1); TEXT its justification and alignment
-//   point, MTEXT its attachment point and line spacing. ATTRIB (the values an
-//   INSERT carries, title blocks above all) is read as TEXT; an invisible one
-//   is left out.
+//   point, width factor and oblique angle (the entity's own codes 41 and 51;
+//   the STYLE table's defaults are not read), MTEXT its attachment point and line spacing. ATTRIB
+//   (the values an INSERT carries, title blocks above all) is read as TEXT; an invisible one is
+//   left out.
 // - HATCH: each boundary loop flattened into a closed contour; a patterned
 //   hatch keeps its pattern lines. One whose pattern the file does not give
 //   is skipped.
@@ -164,8 +165,13 @@ struct DxfDetail {
   // alignment point they refer to. mtext: attachment 1..9 (top left to bottom
   // right, row by row) and the line spacing factor.
   int halign = 0;
-  int valign = 0;              // text: vertical justification, as above
-  DxfPoint align_point;        // text: the point the justification refers to
+  int valign = 0;        // text: vertical justification, as above
+  DxfPoint align_point;  // text: the point the justification refers to
+  // text: the factor on its characters' widths (code 41) and the slant of
+  // their uprights from the vertical, radians, positive leaning forward
+  // (code 51, degrees in the file).
+  double width_factor = 1;
+  double oblique = 0;          // text: as above
   int attachment = 1;          // mtext: 1..9, as above
   double line_spacing = 1.0;   // mtext: the line spacing factor
   double box_width = 0;        // mtext: the width its lines wrap at; 0: no wrapping

@@ -364,19 +364,28 @@ class Mapper {
       lines = wrap(lines, e.detail().box_width * k, em);
     double angle = std::atan2(dir.y, dir.x);
     double em_used = em, cap_used = cap;
-    if (e.kind != DxfKind::mtext && e.detail().halign == 3) {
+    const bool mtext = e.kind == DxfKind::mtext;
+    double width_factor = mtext ? 1.0 : e.detail().width_factor;
+    const int halign = mtext ? 0 : e.detail().halign;
+    if (halign == 3 || halign == 5) {
       // Aligned: the text runs from its first point to its second, its
-      // height scaled with its width to fit.
+      // height scaled with its width to fit. Fit: the same run at the
+      // height given, its width factor chosen to fit.
       const DxfPoint a = m.apply(e.points[0]), b = m.apply(e.detail().align_point);
       const double length = std::hypot(b.x - a.x, b.y - a.y);
-      const double width = label_width(engine, cx_.font(), to_utf16(lines[0]), em);
+      const double width = label_width(engine, cx_.font(), to_utf16(lines[0]), em) * width_factor;
       if (length > 0 && width > 0) {
-        em_used = em * length / width;
-        cap_used = cap * length / width;
+        if (halign == 3) {
+          em_used = em * length / width;
+          cap_used = cap * length / width;
+        } else {
+          width_factor *= length / width;
+        }
         angle = std::atan2(b.y - a.y, b.x - a.x);
       }
     }
-    return place_lines(e, m, color, lines, angle, em_used, cap_used);
+    return place_lines(e, m, color, lines, angle, em_used, cap_used, width_factor,
+                       mtext ? 0.0 : e.detail().oblique);
   }
 
   // Greedy wrapping at `width` world units: words move to the next line
@@ -406,8 +415,12 @@ class Mapper {
     return out;
   }
 
+  // `width_factor` and `oblique` other than 1 and 0 draw the lines as their
+  // glyphs' outlines: a `Text` shows neither.
   bool place_lines(const DxfEntity& e, const Affine& m, ZR_RGB32 color,
-                   const std::vector<std::string>& lines, double angle, double em, double cap) {
+                   const std::vector<std::string>& lines, double angle, double em, double cap,
+                   double width_factor, double oblique) {
+    const bool outlined = width_factor != 1.0 || oblique != 0.0;
     ZR_Text_Engine* engine = cx_.engine();
     const double cs = std::cos(angle), sn = std::sin(angle);
     // Baseline offsets in the text's own frame, world units.
@@ -438,13 +451,42 @@ class Mapper {
       const std::u16string s = to_utf16(lines[i]);
       if (s.empty()) continue;
       double x = 0;
-      if (column) x = -label_width(engine, cx_.font(), s, em) * (column == 1 ? 0.5 : 1.0);
+      if (column)
+        x = -label_width(engine, cx_.font(), s, em) * width_factor * (column == 1 ? 0.5 : 1.0);
       const double y = first_y - spacing * static_cast<double>(i);
       const DL::DoublePoint at{origin.x + cs * x - sn * y, origin.y + sn * x + cs * y};
+      if (outlined) {
+        any |= outlines(label_outlines(engine, cx_.font(), s, em, width_factor, oblique, angle, at),
+                        color);
+        continue;
+      }
       DL::WorldBounds b;
       DL::Text* t = make_label(*list_, engine, cx_.font(), color, at, em, angle, s, b);
       if (!t) continue;
       add(t, b);
+      any = true;
+    }
+    return any;
+  }
+
+  // Glyph outlines as one `Polygon` a glyph, its contours chained as a
+  // hatch's loops are (see hatch), so the even-odd fill leaves the counters
+  // of "O" and "A" open.
+  bool outlines(const std::vector<std::vector<std::vector<DL::DoublePoint>>>& glyphs,
+                ZR_RGB32 color) {
+    bool any = false;
+    for (const auto& glyph : glyphs) {
+      std::vector<DL::WorldPoint> pts;
+      for (const auto& contour : glyph) {
+        if (contour.size() < 3) continue;
+        const std::size_t start = pts.size();
+        for (const DL::DoublePoint& p : contour) pts.push_back(to_world({p.x, p.y}));
+        pts.push_back(pts[start]);
+        if (start != 0) pts.push_back(pts[0]);
+      }
+      if (pts.size() < 3) continue;
+      add(new DL::Polygon(color, static_cast<int>(pts.size()), pts.data()), bounds_of(pts),
+          static_cast<long>(pts.size()));
       any = true;
     }
     return any;

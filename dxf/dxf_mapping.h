@@ -27,9 +27,17 @@
 //   split at `\P`, wrapped at the MTEXT's width (greedily, at spaces, as
 //   measured) and spaced 5/3 of the height times the spacing factor; its
 //   inline codes (fonts, colours, stacking) are dropped, leaving their text.
-//   TEXT's width factor and oblique angle, and "fit" alignment's squeeze,
-//   are not applied (the library's Text has neither). Without a text engine
-//   texts are counted as not shown.
+//   A "fit" TEXT runs between its points at its own height, its width factor
+//   chosen to fit. Without a text engine texts are counted as not shown.
+// - A TEXT with a width factor other than 1 (code 41, or the one "fit"
+//   chooses) or an oblique angle (code 51) is drawn as its glyphs' outlines,
+//   one `Polygon` a glyph (its contours chained, even-odd), widths scaled and
+//   uprights slanted in double. Why not a `Text`: its attribute step always
+//   sets the rendition's width scale to 1 and the rendition has no slant, so
+//   neither can travel with it, and a Text subclass would need its own table
+//   of four forms and a twin for every host engine to honour. The cost: such
+//   texts are not text to a PDF or SVG reader (not searchable), are not
+//   greeked when small, and take some 60 points a glyph in the list.
 // - SPLINE, LEADER: a `Polyline` through their flattened points, as above; a
 //   LEADER's arrow head a `PolytriangleWithNoBorder` triangle.
 // - DIMENSION: as an INSERT of its geometry block at the origin.

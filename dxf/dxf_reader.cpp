@@ -1054,10 +1054,17 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     const bool attrib = name == "ATTRIB";
     DxfPoint at, align;
     double height = 0, angle = 0;
+    double width_factor = 1, oblique = 0;
     int halign = 0, valign = 0, flags = 0;
     std::string_view text;
     for (const Pair& g : pairs_) {
       switch (g.code) {
+        case 41:
+          width_factor = real(g);
+          break;
+        case 51:
+          oblique = real(g);
+          break;
         case 10:
           at.x = real(g);
           break;
@@ -1104,6 +1111,10 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     e.edit().text = std::string(text);
     e.edit().halign = std::clamp(halign, 0, 5);
     e.edit().valign = std::clamp(valign, 0, 3);
+    // CAD takes widths from 0.01 to 100 and slants within 85 degrees; a
+    // factor of 0 or less means the default.
+    e.edit().width_factor = width_factor > 0 ? std::clamp(width_factor, 0.01, 100.0) : 1.0;
+    e.edit().oblique = std::clamp(oblique, -85.0, 85.0) * kDegree;
     apply_ocs(e, c);
     keep(name, std::move(e), c, target);
   } else if (name == "MTEXT") {

@@ -303,6 +303,59 @@ TEST(DxfReader, MtextWrapsAtItsWidthAndAlignedTextFitsItsPoints) {
   EXPECT_NEAR(aligned.max.x, 230000, 10);
 }
 
+TEST(DxfReader, TextWidthFactorObliqueAndFitShapeTheGlyphs) {
+  // Fault: width factor, oblique angle and "fit" were read past: a squeezed,
+  // slanted or fitted TEXT showed as plain text.
+  const DxfDrawing d = load(data("text_width_oblique.dxf"));
+  ASSERT_EQ(d.entities.size(), 4u);
+  EXPECT_EQ(d.entities[1].detail().width_factor, 2);
+  EXPECT_NEAR(d.entities[2].detail().oblique, 30 * M_PI / 180, 1e-12);
+  EXPECT_EQ(d.entities[3].detail().halign, 5);
+  Drawn drawn(d);
+  // The recording engine's glyph is a box 0.5 em wide and 0.7 em high, its
+  // advance 0.6 em; the em is 2 / 0.73 here.
+  const double em = 2 / 0.73;
+  int texts = 0;
+  std::map<int, std::vector<WorldBounds>> glyphs;  // by the baseline's y
+  std::map<int, std::vector<std::vector<DxfPoint>>> shapes;
+  for (const Drawable* x : drawn.drawables) {
+    const std::string name = dlview::class_name(x);
+    if (name == "Text") {
+      ++texts;
+      continue;
+    }
+    ASSERT_EQ(name, "Polygon");
+    WorldBounds b = WorldBounds::empty();
+    x->add_bounds(b);
+    const int row = static_cast<int>(std::lround((b.min.y - 200000) / 1000.0));
+    glyphs[row].push_back(b);
+    std::vector<DxfPoint>& pts = shapes[row].emplace_back();
+    const auto* p = static_cast<const Polygon*>(x);
+    for (int i = 0; i < p->count; ++i)
+      pts.push_back({(p->points[i].x - 200000) / 1000.0, (p->points[i].y - 200000) / 1000.0});
+  }
+  EXPECT_EQ(texts, 1);  // "PLAIN" stays a Text
+  // "WIDE": four glyphs twice as wide, the last ending at 2.3 em times 2.
+  ASSERT_EQ(glyphs[0].size(), 4u);
+  EXPECT_NEAR(glyphs[0].back().max.x, 200000 + 2.3 * em * 2 * 1000, 2);
+  EXPECT_NEAR(glyphs[0].front().max.x - glyphs[0].front().min.x, 0.5 * em * 2 * 1000, 2);
+  EXPECT_NEAR(glyphs[0].front().max.y, 200000 + 0.7 * em * 1000, 2);
+  // "SLANT": the first glyph's top edge starts 0.7 em tan 30 degrees forward
+  // of its foot; its bottom edge stays at 0.
+  ASSERT_EQ(shapes[-10].size(), 5u);
+  const std::vector<DxfPoint>& s = shapes[-10].front();
+  ASSERT_EQ(s.size(), 5u);  // a closed box
+  EXPECT_NEAR(s[0].x, 0, 0.002);
+  EXPECT_NEAR(s[3].x, 0.7 * em * std::tan(M_PI / 6), 0.002);
+  EXPECT_NEAR(s[3].y, -10 + 0.7 * em, 0.002);
+  // "FIT": its advances span 40 units, so its last glyph ends 1.7 / 1.8 of
+  // the way, at its own height.
+  ASSERT_EQ(glyphs[-20].size(), 3u);
+  EXPECT_NEAR(glyphs[-20].front().min.x, 200000, 2);
+  EXPECT_NEAR(glyphs[-20].back().max.x, 200000 + 40000 * 1.7 / 1.8, 2);
+  EXPECT_NEAR(glyphs[-20].back().max.y, 200000 - 20000 + 0.7 * em * 1000, 2);
+}
+
 TEST(DxfReader, PatternedHatchesDrawTheirLinesInsideTheBoundary) {
   // Fault: a section hatch showed as an empty boundary (it was skipped).
   const DxfDrawing d = load(data("hatch_pattern.dxf"));

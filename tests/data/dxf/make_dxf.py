@@ -142,3 +142,16 @@ msp.add_image(present, insert=(0, 0), size_in_units=(20, 10))
 missing = doc.add_image_def(filename="C:\\drawings\\missing.png", size_in_pixel=(100, 100))
 msp.add_image(missing, insert=(30, 0), size_in_units=(10, 10))
 save(doc, "images.dxf")
+
+# TEXT width factor, oblique angle and "fit": "WIDE" 2 high at (0, 0) with
+# width factor 2; "SLANT" 2 high at (0, -10) leaning 30 degrees; "FIT" 2 high
+# fitted between (0, -20) and (40, -20); a plain "PLAIN" at (0, 10) stays a
+# Text.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_text("PLAIN", dxfattribs={"height": 2, "insert": (0, 10)})
+msp.add_text("WIDE", dxfattribs={"height": 2, "insert": (0, 0), "width": 2})
+msp.add_text("SLANT", dxfattribs={"height": 2, "insert": (0, -10), "oblique": 30})
+text = msp.add_text("FIT", dxfattribs={"height": 2})
+text.set_placement((0, -20), (40, -20), align=ezdxf.enums.TextEntityAlignment.FIT)
+save(doc, "text_width_oblique.dxf")
