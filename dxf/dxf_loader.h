@@ -77,6 +77,11 @@
 // A file that ends before its EOF marker, or inside a section, is read as far
 // as it goes: `truncated` says where it ended.
 //
+// Lineweights: an entity's own (code 370) or its layer's for BYLAYER, in
+// hundredths of a millimetre; BYBLOCK inside blocks is kept for the INSERT's,
+// and the drawing's default elsewhere. $LWDISPLAY says whether CAD shows them
+// on screen.
+//
 // Line types: an entity's own (code 6) or its layer's for BYLAYER, with the
 // LTYPE table's dashes; BYBLOCK and names the table lacks are continuous.
 //
@@ -195,6 +200,10 @@ struct DxfDetail {
   DxfPoint spacing;      // insert: column and row spacing
 };
 
+// Lineweights other than a width: the drawing's default, and the INSERT's.
+constexpr std::int16_t kDefaultLineWeight = -3;
+constexpr std::int16_t kByBlockLineWeight = -2;
+
 // One entity. 56 bytes on a 64-bit host, its points apart (a LINE's two take
 // 32 more on the heap): a drawing of a million lines holds about 90 MB of
 // them.
@@ -207,6 +216,9 @@ struct DxfEntity {
   // Index into DxfDrawing::line_type_names of its dashes (BYLAYER resolved);
   // 0 for a continuous line.
   std::uint16_t line_type = 0;
+  // Its lineweight (code 370, BYLAYER resolved): hundredths of a millimetre,
+  // kDefaultLineWeight, or kByBlockLineWeight inside a block.
+  std::int16_t line_weight = kDefaultLineWeight;
   // line: 2 points; polyline: flattened vertices; point, text, mtext: 1;
   // solid: 3 or 4 corners in outline order; insert: the insertion point.
   std::vector<DxfPoint> points;
@@ -232,8 +244,11 @@ struct DxfLayer {
   std::string name;       // as written
   std::string line_type;  // its entities' line type when they say BYLAYER
   ZR_RGB32 color = 0;     // 0x00RRGGBB
-  bool off = false;       // negative colour in the table
-  bool frozen = false;    // flag 1
+  // Its entities' lineweight when they say BYLAYER: hundredths of a
+  // millimetre, or kDefaultLineWeight.
+  int line_weight = kDefaultLineWeight;
+  bool off = false;     // negative colour in the table
+  bool frozen = false;  // flag 1
 };
 
 // A rectangle in drawing units; empty while min_x > max_x.
@@ -258,12 +273,13 @@ struct DxfLineType {
 // The HEADER's variables the reader keeps. Hints only: the extent is always
 // measured from the entities.
 struct DxfHeader {
-  double ltscale = 1;    // $LTSCALE: global scale of line type dashes
-  int insunits = 0;      // $INSUNITS: 0 unitless, 1 inches, 4 millimetres, 6 metres...
-  DxfBounds extent;      // $EXTMIN, $EXTMAX as the file states them
-  double dimasz = 0.18;  // $DIMASZ: the arrow heads' length
-  double dimscale = 1;   // $DIMSCALE: their overall scale
-  double dimtxt = 0.18;  // $DIMTXT: the dimensions' text height
+  double ltscale = 1;      // $LTSCALE: global scale of line type dashes
+  int insunits = 0;        // $INSUNITS: 0 unitless, 1 inches, 4 millimetres, 6 metres...
+  DxfBounds extent;        // $EXTMIN, $EXTMAX as the file states them
+  double dimasz = 0.18;    // $DIMASZ: the arrow heads' length
+  double dimscale = 1;     // $DIMSCALE: their overall scale
+  double dimtxt = 0.18;    // $DIMTXT: the dimensions' text height
+  bool lwdisplay = false;  // $LWDISPLAY: whether lineweights are shown on screen
 };
 
 // A paper-space layout of the OBJECTS section.

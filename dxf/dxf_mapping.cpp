@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -62,11 +63,13 @@ class Mapper {
   // Maps `e` into `list` through `m`; false when it shows nothing. `layer` is
   // the layer to give the drawables, `by_block` the colour BYBLOCK takes.
   bool map(const DxfEntity& e, const Affine& m, DL::DisplayList& list, DL::Extra_Layer_Info* layer,
-           ZR_RGB32 by_block, int depth) {
+           ZR_RGB32 by_block, int by_block_weight, int depth) {
     if (points_ >= cx_.max_points) return false;
     const ZR_RGB32 color = e.by_block ? by_block : e.color;
-    list_ = &list;
+    const int weight = device_weight(e.line_weight, by_block_weight);
+    list_ = &route(list, weight);
     layer_ = layer;
+    weight_ = weight;
     if (e.line_type != 0 && dashed(e, m, color)) return true;
     switch (e.kind) {
       case DxfKind::leader:
@@ -153,6 +156,10 @@ class Mapper {
     drawable->set_layer(layer_);
     if (list_ == top_) report_.bounds.merge(b);
     list_->add(drawable, b);
+    if (!run_bounds_.empty()) {
+      auto run = run_bounds_.find(list_);
+      if (run != run_bounds_.end()) run->second.merge(b);
+    }
     ++report_.drawables;
     points_ += points;
   }
@@ -547,6 +554,7 @@ class Mapper {
                       e.detail().scale.y > 0;
     DL::DisplayList& list = *list_;
     DL::Extra_Layer_Info* layer = layer_;
+    const int weight = weight_;
     bool any = false;
     const double cs = std::cos(e.detail().rotation), sn = std::sin(e.detail().rotation);
     for (int col = 0; col < e.detail().columns; ++col) {
@@ -563,7 +571,7 @@ class Mapper {
                      e.points[0].x + cs * (cell_x - sx * base.x) - sn * (cell_y - sy * base.y),
                      e.points[0].y + sn * (cell_x - sx * base.x) + cs * (cell_y - sy * base.y)};
         if (nest) {
-          SheetContext::BlockList* bl = block_list(e.detail().block, color, depth);
+          SheetContext::BlockList* bl = block_list(e.detail().block, color, weight, depth);
           if (!bl || !bl->list) continue;
           // Each cell draws the whole block list: within the budget or not at all.
           if (bl->points + 1 > cx_.max_points - points_) return any;
@@ -586,7 +594,7 @@ class Mapper {
           const Affine composed = m.after(local);
           expanding_.push_back(&block->second);
           for (const DxfEntity& inner : block->second.entities) {
-            if (!map(inner, composed, list, nullptr, color, depth + 1))
+            if (!map(inner, composed, list, nullptr, color, weight, depth + 1))
               ++report_.not_shown_in_blocks[static_cast<int>(inner.kind)];
             else
               any = true;
@@ -601,8 +609,9 @@ class Mapper {
   }
 
   // The shared list of a block; see SheetContext::blocks.
-  SheetContext::BlockList* block_list(const std::string& name, ZR_RGB32 by_block, int depth) {
-    auto key = std::make_tuple(&d_, name, by_block);
+  SheetContext::BlockList* block_list(const std::string& name, ZR_RGB32 by_block,
+                                      int by_block_weight, int depth) {
+    auto key = std::make_tuple(&d_, name, by_block, by_block_weight);
     auto found = cx_.blocks.find(key);
     if (found != cx_.blocks.end()) return found->second.building ? nullptr : &found->second;
     SheetContext::BlockList& bl = cx_.blocks[key];
@@ -619,6 +628,8 @@ class Mapper {
     bl.building = true;
     auto list = std::make_unique<DL::DisplayList>();
     list->saturate_device_points = true;
+    // BYBLOCK lines draw at the list's own weight; the others in runs.
+    list->rendition.set_line_weight(by_block_weight, false);
     const Affine to_block{bl.scale, 0, 0, bl.scale, -bl.base.x * bl.scale, -bl.base.y * bl.scale};
     const long drawables_before = report_.drawables;
     const long points_before = points_;
@@ -628,9 +639,10 @@ class Mapper {
       DL::Extra_Layer_Info* layer =
           e.layer == 0 ? nullptr
                        : cx_.layers.find_or_add(d_.layer_of(e), layer_shown(d_.layer_of(e)));
-      if (!map(e, to_block, *list, layer, by_block, depth + 1))
+      if (!map(e, to_block, *list, layer, by_block, by_block_weight, depth + 1))
         ++report_.not_shown_in_blocks[static_cast<int>(e.kind)];
     }
+    finish_run(*list);
     list_ = outer_list;
     layer_ = outer_layer;
     bl.building = false;  // map nodes stay put: `bl` is still the entry
@@ -641,12 +653,82 @@ class Mapper {
   }
 
  public:
+  // Closes the open run of `parent` (and the runs inside it): its nested
+  // list goes into `parent` as one drawable over what the run drew.
+  void finish_run(DL::DisplayList& parent) {
+    auto it = runs_.find(&parent);
+    if (it == runs_.end()) return;
+    std::unique_ptr<DL::DisplayList> nested = std::move(it->second);
+    runs_.erase(it);
+    finish_run(*nested);
+    DL::DisplayList* saved_list = list_;
+    DL::Extra_Layer_Info* saved_layer = layer_;
+    list_ = &parent;
+    layer_ = nullptr;  // its drawables carry their own layers
+    auto bounds = run_bounds_.find(nested.get());
+    // The nested view clips to its region: grown by the run's larger side on
+    // every side, so a wide line keeps its whole width until the run is a
+    // few pixels across.
+    const DL::WorldBounds drawn = bounds->second;
+    DL::WorldBounds b = drawn;
+    run_bounds_.erase(bounds);
+    if (b.is_valid()) {
+      const std::int64_t grow = std::max<std::int64_t>(
+          {std::int64_t{b.max.x} - b.min.x, std::int64_t{b.max.y} - b.min.y, 1});
+      auto clamp = [](std::int64_t v) {
+        return static_cast<DL::WorldCoord>(std::clamp<std::int64_t>(v, INT32_MIN, INT32_MAX));
+      };
+      b = {{clamp(b.min.x - grow), clamp(b.min.y - grow)},
+           {clamp(b.max.x + grow), clamp(b.max.y + grow)}};
+    }
+    if (b.is_valid()) {
+      auto* drawable = new DL::DrawableDisplayList(ZR_RGB32{0}, nested.release(), &b);
+      // What is drawn frames the view, not the clip's margin.
+      const DL::WorldBounds framed = report_.bounds;
+      add(drawable, drawable->mapped_bounds());
+      if (&parent == top_) {
+        report_.bounds = framed;
+        report_.bounds.merge(drawn);
+      }
+    }
+    list_ = saved_list;
+    layer_ = saved_layer;
+  }
+
   bool layer_shown(const std::string& name) const {
     auto it = d_.layers.find(name);
     return it == d_.layers.end() || !(it->second.off || it->second.frozen);
   }
 
  private:
+  // The device width of a lineweight (see SheetContext::lineweight_dpi): 1
+  // when the drawing does not show lineweights.
+  int device_weight(int line_weight, int by_block_weight) const {
+    if (!d_.header.lwdisplay || !(cx_.lineweight_dpi > 0)) return 1;
+    if (line_weight == kByBlockLineWeight) return by_block_weight;
+    if (line_weight < 0) line_weight = 25;  // the default: 0.25 mm, as CAD's $LWDEFAULT
+    const double pixels = line_weight / 100.0 / 25.4 * std::min(cx_.lineweight_dpi, 10000.0);
+    return std::max(1, static_cast<int>(std::lround(pixels)));
+  }
+
+  // The list an entity of device width `weight` goes into, in `list`: the
+  // list itself when it draws at that width, else the open run of `list`
+  // at that width, opened here (closing the run before it).
+  DL::DisplayList& route(DL::DisplayList& list, int weight) {
+    auto it = runs_.find(&list);
+    if (weight == list.rendition.line_weight()) {
+      if (it != runs_.end()) finish_run(list);
+      return list;
+    }
+    if (it != runs_.end() && it->second->rendition.line_weight() == weight) return *it->second;
+    if (it != runs_.end()) finish_run(list);
+    auto nested = std::make_unique<DL::DisplayList>();
+    nested->saturate_device_points = list.saturate_device_points;
+    nested->rendition.set_line_weight(weight, false);
+    run_bounds_[nested.get()] = DL::WorldBounds::empty();
+    return *(runs_[&list] = std::move(nested));
+  }
+
   const DxfDrawing& d_;
   SheetContext& cx_;
   MappingReport& report_;
@@ -657,6 +739,12 @@ class Mapper {
   long points_ = 0;
   // The blocks being expanded by turned or mirrored INSERTs, outermost first.
   std::vector<const DxfBlock*> expanding_;
+  int weight_ = 1;  // the device width of the entity being mapped
+  // The open run of each list: the entities of one width other than the
+  // list's own, consecutive in the file, gathered in a nested list.
+  std::map<DL::DisplayList*, std::unique_ptr<DL::DisplayList>> runs_;
+  // What each open run's list holds, in its world (that of its parent).
+  std::map<const DL::DisplayList*, DL::WorldBounds> run_bounds_;
 };
 
 }  // namespace
@@ -697,7 +785,7 @@ MappingReport map_entities(const DxfDrawing& drawing, std::vector<DxfEntity>* co
     DL::Extra_Layer_Info* layer =
         context.layers.find_or_add(drawing.layer_of(e), mapper.layer_shown(drawing.layer_of(e)));
     const int kind = static_cast<int>(e.kind);
-    if (mapper.map(e, m, list, layer, 0, 0))
+    if (mapper.map(e, m, list, layer, 0, 1, 0))
       ++report.shown[kind];
     else
       ++report.not_shown[kind];
@@ -709,6 +797,7 @@ MappingReport map_entities(const DxfDrawing& drawing, std::vector<DxfEntity>* co
     if (i % 65536 == 65535) ::malloc_trim(0);
 #endif
   }
+  mapper.finish_run(list);
   return report;
 }
 

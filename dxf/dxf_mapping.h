@@ -58,6 +58,16 @@
 //   cyclic INSERT, or one naming no block, is not shown, and so is every
 //   entity past the sheet's `max_points`.
 //
+// Lineweights: a list draws its lines at its rendition's line weight, so the
+// entities whose device width (see `SheetContext::lineweight_dpi`) differs
+// from their list's are gathered, each run of consecutive entities of one
+// width, into a nested list of that weight, shown by one
+// `DrawableDisplayList` at the run's place (file order is kept). A drawing
+// with lineweights on every layer thus costs a nested list a change of
+// width, not a drawable class; their edges are placed through the nested
+// view, within a pixel of where the top list puts them. BYBLOCK takes the
+// INSERT's width (a block list per width, drawn at it).
+//
 // Layers: each drawable gets the `Extra_Layer_Info` of its entity's layer from
 // the `LayerTable`, so `--layer-off` clears one byte. Inside a block list the
 // entities of layer "0" get no layer of their own (they follow the INSERT,
@@ -138,6 +148,12 @@ class SheetContext {
   // shown. Nested blocks and arrays can ask for billions from a few bytes of a file; real drawings
   // stay far below.
   long max_points = 100'000'000;
+  // Lineweights become device widths at this many device units an inch
+  // (the width in millimetres / 25.4 times it, rounded, at least 1): at 96
+  // a default 0.25 mm line is 1 unit, 0.5 mm 2, the heaviest (2.11 mm) 8.
+  // They show only when the drawing's $LWDISPLAY says so, as in CAD; 0 here
+  // draws every line 1 unit wide.
+  double lineweight_dpi = 96;
   // The engine that measures texts, or null.
   ZR_Text_Engine* engine() const { return engine_; }
   // The font texts are measured and drawn in.
@@ -161,8 +177,9 @@ class SheetContext {
   // The images read so far, by path (null for one that could not be read).
   std::map<std::string, ZR_Image> images;
 
-  // Block lists by drawing, block name and BYBLOCK colour.
-  std::map<std::tuple<const DxfDrawing*, std::string, ZR_RGB32>, BlockList> blocks;
+  // Block lists by drawing, block name, BYBLOCK colour and BYBLOCK device
+  // width (the list's own line weight).
+  std::map<std::tuple<const DxfDrawing*, std::string, ZR_RGB32, int>, BlockList> blocks;
 
  private:
   ZR_Text_Engine* engine_;

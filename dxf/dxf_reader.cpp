@@ -179,7 +179,8 @@ struct Common {
   std::string_view layer = "0";
   std::string_view line_type;  // empty: BYLAYER
   double line_type_scale = 1;
-  int aci = 256;  // BYLAYER
+  int line_weight = -1;  // code 370: hundredths of a millimetre; -1 BYLAYER
+  int aci = 256;         // BYLAYER
   long long true_color = -1;
   bool paper = false;
   double nx = 0, ny = 0, nz = 1;
@@ -292,6 +293,9 @@ class Reader {
         return true;
       case 48:
         c.line_type_scale = real(g);
+        return true;
+      case 370:
+        c.line_weight = small(g);
         return true;
       case 210:
         c.nx = real(g);
@@ -547,6 +551,8 @@ bool Reader::header() {
                       : variable == "$DIMSCALE" ? d_.header.dimscale
                                                 : d_.header.dimtxt;
       if (!bad_number_ && v > 0) field = v;
+    } else if (variable == "$LWDISPLAY" && p.code == 290) {
+      d_.header.lwdisplay = integer(p) != 0;
     } else if (variable == "$LTSCALE" && p.code == 40) {
       const double v = real(p);
       if (!bad_number_ && v > 0) d_.header.ltscale = v;
@@ -575,9 +581,10 @@ bool Reader::tables() {
     bad_number_ = false;
     if (kind == "LAYER") {
       std::string_view name, line_type;
-      int aci = 7, flags = 0;
+      int aci = 7, flags = 0, line_weight = kDefaultLineWeight;
       long long true_color = -1;
       for (const Pair& g : pairs_) {
+        if (g.code == 370) line_weight = small(g);
         if (g.code == 2) name = trim(g.value);
         if (g.code == 6) line_type = trim(g.value);
         if (g.code == 62) aci = small(g);
@@ -588,6 +595,9 @@ bool Reader::tables() {
       DxfLayer& layer = d_.layers[std::string(name)];
       layer.name = std::string(name);
       layer.line_type = std::string(line_type);
+      // A layer's weight is a weight or the default; BYLAYER and BYBLOCK
+      // mean nothing there.
+      layer.line_weight = line_weight >= 0 && line_weight <= 211 ? line_weight : kDefaultLineWeight;
       layer.off = aci < 0;
       layer.frozen = (flags & 1) != 0;
       layer.color = true_color >= 0 ? static_cast<ZR_RGB32>(true_color) & 0xffffff
@@ -702,6 +712,17 @@ DxfEntity Reader::make(DxfKind kind, const Common& c) {
   e.layer = layer_index(c.layer);
   e.line_type = line_type_index(c);
   if (c.line_type_scale != 1 && c.line_type_scale > 0) e.edit().line_type_scale = c.line_type_scale;
+  if (c.line_weight >= 0 && c.line_weight <= 211) {
+    e.line_weight = static_cast<std::int16_t>(c.line_weight);
+  } else if (c.line_weight == kByBlockLineWeight && in_block_) {
+    e.line_weight = kByBlockLineWeight;
+  } else if (c.line_weight == kDefaultLineWeight) {
+    e.line_weight = kDefaultLineWeight;
+  } else {  // BYLAYER, and what no table allows
+    auto it = d_.layers.find(d_.layer_names[e.layer]);
+    e.line_weight = static_cast<std::int16_t>(it == d_.layers.end() ? kDefaultLineWeight
+                                                                    : it->second.line_weight);
+  }
   if (c.true_color >= 0) {
     e.color = static_cast<ZR_RGB32>(c.true_color) & 0xffffff;
   } else if (c.aci == 256) {

@@ -356,6 +356,58 @@ TEST(DxfReader, TextWidthFactorObliqueAndFitShapeTheGlyphs) {
   EXPECT_NEAR(glyphs[-20].back().max.y, 200000 - 20000 + 0.7 * em * 1000, 2);
 }
 
+TEST(DxfReader, LineweightsDrawAtTheirDeviceWidths) {
+  // Fault: every line was one pixel wide whatever its lineweight.
+  DxfDrawing d = load(data("lineweights.dxf"));
+  ASSERT_EQ(d.entities.size(), 5u);
+  EXPECT_TRUE(d.header.lwdisplay);
+  EXPECT_EQ(d.entities[0].line_weight, kDefaultLineWeight);
+  EXPECT_EQ(d.entities[1].line_weight, 100);
+  EXPECT_EQ(d.entities[2].line_weight, 50);  // BYLAYER on "HEAVY"
+  EXPECT_EQ(d.entities[4].line_weight, 211);
+  EXPECT_EQ(d.blocks.at("W").entities[0].line_weight, kByBlockLineWeight);
+  // The widths each line reaches the renderer with, by its screen y (the
+  // drawing's y plus 200); the circle's by its centre.
+  auto widths = [](const Drawn& drawn) {
+    std::map<int, int> out;
+    for (const RecordedCall& call : drawn.renderer->calls) {
+      if (call.points.size() == 2 && call.points[0].y == call.points[1].y)
+        out[call.points[0].y - 200] = call.line_weight;
+      if (call.entry.find("ellipse") != std::string::npos ||
+          call.entry.find("arc") != std::string::npos)
+        out[-1] = call.line_weight;
+    }
+    return out;
+  };
+  {
+    Drawn drawn(d);
+    // At 96 units an inch: default 0.25 mm 1, 1 mm 4, 0.5 mm 2, the INSERT's
+    // 2.11 mm 8 on its BYBLOCK line, the circle's own 0.3 mm 1.
+    const std::map<int, int> w = widths(drawn);
+    EXPECT_EQ(w, (std::map<int, int>{{-1, 1}, {0, 1}, {10, 4}, {20, 2}, {30, 1}, {40, 8}}));
+    // A run's region is grown so its clip keeps wide lines whole; the view is
+    // still framed by what is drawn (fault: framed by the grown regions).
+    EXPECT_EQ(drawn.report.bounds.min.x, 200000);
+    EXPECT_EQ(drawn.report.bounds.max.x, 300000);
+    EXPECT_EQ(drawn.report.bounds.min.y, 200000);
+    // Runs of one width are nested lists in file order: line, run, run, line,
+    // the INSERT's run (holding the INSERT's block list).
+    std::vector<std::string> classes;
+    for (const Drawable* x : drawn.drawables) classes.push_back(dlview::class_name(x));
+    EXPECT_EQ(classes,
+              (std::vector<std::string>{"Polyline", "DrawableDisplayList", "DrawableDisplayList",
+                                        "Polyline", "DrawableDisplayList"}));
+  }
+  // $LWDISPLAY 0: CAD shows every line thin on screen, and so does the mapping.
+  d.header.lwdisplay = false;
+  Drawn thin(d);
+  for (const auto& [y, weight] : widths(thin)) EXPECT_EQ(weight, 1) << y;
+  // No runs: the four lines and the INSERT's block list.
+  ASSERT_EQ(thin.drawables.size(), 5u);
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(std::string(dlview::class_name(thin.drawables[i])), "Polyline");
+}
+
 TEST(DxfReader, PatternedHatchesDrawTheirLinesInsideTheBoundary) {
   // Fault: a section hatch showed as an empty boundary (it was skipped).
   const DxfDrawing d = load(data("hatch_pattern.dxf"));

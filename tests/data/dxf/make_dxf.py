@@ -155,3 +155,21 @@ msp.add_text("SLANT", dxfattribs={"height": 2, "insert": (0, -10), "oblique": 30
 text = msp.add_text("FIT", dxfattribs={"height": 2})
 text.set_placement((0, -20), (40, -20), align=ezdxf.enums.TextEntityAlignment.FIT)
 save(doc, "text_width_oblique.dxf")
+
+# Lineweights, shown ($LWDISPLAY 1): a LINE at y 0 of the default weight; at
+# y 10 of 1 mm; at y 20 BYLAYER on layer "HEAVY" of 0.5 mm; at y 30 of the
+# default again; an INSERT at (0, 40) of 2.11 mm of a block whose line is
+# BYBLOCK and whose circle has 0.3 mm of its own.
+doc = ezdxf.new("R2010")
+doc.header["$LWDISPLAY"] = 1
+doc.layers.add("HEAVY", lineweight=50)
+block = doc.blocks.new("W")
+block.add_line((0, 0), (100, 0), dxfattribs={"lineweight": -2})
+block.add_circle((50, 5), 3, dxfattribs={"lineweight": 30})
+msp = doc.modelspace()
+msp.add_line((0, 0), (100, 0))
+msp.add_line((0, 10), (100, 10), dxfattribs={"lineweight": 100})
+msp.add_line((0, 20), (100, 20), dxfattribs={"layer": "HEAVY"})
+msp.add_line((0, 30), (100, 30))
+msp.add_blockref("W", (0, 40), dxfattribs={"lineweight": 211})
+save(doc, "lineweights.dxf")
