@@ -41,11 +41,18 @@
 //   ($DIMASZ times $DIMSCALE; 0 when its flag, code 71, says none) in
 //   `height`.
 // - DIMENSION: its geometry block ("*D...") shown as an INSERT at the origin.
-//   A linear or aligned one whose block is missing gets a block built from
-//   its definition points ("*DL_DIMENSION1", ...): extension lines, the
-//   dimension line, arrows of $DIMASZ and its text ($DIMTXT high, the
-//   measurement where "<>" stands), all BYBLOCK; other types without a block
-//   are skipped.
+//   One whose block is missing gets a block built from its definition points
+//   ("*DL_DIMENSION1", ...), all BYBLOCK, arrows $DIMASZ long and text
+//   $DIMTXT high (the measurement where "<>" stands; at the file's text point,
+//   else above the line): linear and aligned ones their extension lines,
+//   dimension line and two arrows; angular ones (two lines, or three points)
+//   an arc about the vertex through the location point over the sector that
+//   holds it, extension lines where it ends beyond its lines, two arrows and
+//   the degrees; radius and diameter ones the line to (or across) the circle,
+//   a leader to a text outside it, one or two arrows and "R" or the diameter
+//   sign before the number; ordinate ones the leader from the feature and the
+//   feature's x (flag 64) or y from the origin. One whose points measure
+//   nothing (a zero length, parallel lines) is skipped.
 // - IMAGE: the four corners of its frame (the picture itself is not read) and
 //   the file its IMAGEDEF names; files that are neither where the name says
 //   (beside the drawing when it is relative) nor beside the drawing under

@@ -40,7 +40,8 @@
 //   greeked when small, and take some 60 points a glyph in the list.
 // - SPLINE, LEADER: a `Polyline` through their flattened points, as above; a
 //   LEADER's arrow head a `PolytriangleWithNoBorder` triangle.
-// - DIMENSION: as an INSERT of its geometry block at the origin.
+// - DIMENSION: as an INSERT of its geometry block at the origin (the
+//   file's, or the one the reader built from its definition points).
 // - IMAGE: its frame, a closed `Polyline`.
 // - SOLID, TRACE: a `PolytriangleWithNoBorder`: the file's corner order is a
 //   triangle strip already.

@@ -537,7 +537,7 @@ TEST(DxfReader, ImagesShowTheirPixelsOverTheirRectangleWhenTheHostReadsThem) {
 TEST(DxfReader, DimensionsWithoutABlockAreBuiltFromTheirPoints) {
   // A linear dimension of (0, 0)-(30, 0), its line at y 10, text "<> mm";
   // an aligned one of (0, 20)-(30, 60) (length 50), its line through (0, 30);
-  // a radial one, which needs its block.
+  // a radial one whose circle point is its centre, which measures nothing.
   std::ostringstream s;
   s << "0\nSECTION\n2\nHEADER\n9\n$DIMASZ\n40\n2\n9\n$DIMTXT\n40\n3\n0\nENDSEC\n";
   s << "0\nSECTION\n2\nENTITIES\n";
@@ -545,11 +545,11 @@ TEST(DxfReader, DimensionsWithoutABlockAreBuiltFromTheirPoints) {
        "13\n0\n23\n0\n14\n30\n24\n0\n50\n0\n";
   s << "0\nDIMENSION\n8\n0\n70\n1\n10\n-8\n20\n26\n11\n11\n21\n40\n13\n0\n23\n20\n14\n30\n"
        "24\n60\n";
-  s << "0\nDIMENSION\n8\n0\n70\n4\n10\n0\n20\n0\n15\n5\n25\n0\n";
+  s << "0\nDIMENSION\n8\n0\n70\n4\n10\n0\n20\n0\n15\n0\n25\n0\n";
   s << "0\nENDSEC\n0\nEOF\n";
   const DxfDrawing d = load(write("dimensions.dxf", s.str()));
   ASSERT_EQ(d.entities.size(), 2u);
-  EXPECT_EQ(d.skipped.at("DIMENSION (no block)"), 1);
+  EXPECT_EQ(d.skipped.at("DIMENSION (no block)"), 1);  // a radius of no length
   const DxfBlock& linear = d.blocks.at(d.entities[0].detail().block);
   ASSERT_EQ(linear.entities.size(), 6u);  // 3 lines, 2 arrows, the text
   const DxfEntity& line = linear.entities[2];
@@ -570,6 +570,64 @@ TEST(DxfReader, DimensionsWithoutABlockAreBuiltFromTheirPoints) {
         std::abs(call.points[1].y - 210) <= 1 && std::abs(call.points[1].x - 230) <= 1)
       seen = call.rendition_color == 0xff0000u || (call.has_color && call.color == 0xff0000u);
   EXPECT_TRUE(seen);
+}
+
+TEST(DxfReader, AngularRadialDiameterAndOrdinateDimensionsAreBuiltFromTheirPoints) {
+  // Fault: dimensions other than linear and aligned were skipped without
+  // their block.
+  const DxfDrawing d = load(data("dimensions_from_points.dxf"));
+  ASSERT_EQ(d.entities.size(), 6u);
+  EXPECT_TRUE(d.skipped.empty());
+  auto block = [&](std::size_t i) -> const std::vector<DxfEntity>& {
+    return d.blocks.at(d.entities[i].detail().block).entities;
+  };
+  auto text_of = [](const std::vector<DxfEntity>& v) {
+    for (const DxfEntity& e : v)
+      if (e.kind == DxfKind::mtext) return e.detail().text;
+    return std::string();
+  };
+  auto count = [](const std::vector<DxfEntity>& v, DxfKind kind) {
+    return std::count_if(v.begin(), v.end(), [&](const DxfEntity& e) { return e.kind == kind; });
+  };
+  // Radius: the line from the centre to the circle, one arrow, "R10".
+  EXPECT_EQ(text_of(block(0)), "R10");
+  EXPECT_EQ(count(block(0), DxfKind::solid), 1);
+  EXPECT_NEAR(block(0)[0].points[1].x, 10 * std::sqrt(0.5), 1e-9);
+  // Diameter: across the circle, two arrows, the diameter sign.
+  EXPECT_EQ(text_of(block(1)),
+            "\xc3\x98"
+            "20");
+  EXPECT_EQ(count(block(1), DxfKind::solid), 2);
+  // Angles: an arc about the vertex through the location point, two arrows,
+  // the degrees.
+  for (std::size_t i : {std::size_t{2}, std::size_t{3}}) {
+    const auto arc = std::find_if(block(i).begin(), block(i).end(),
+                                  [](const DxfEntity& e) { return e.kind == DxfKind::arc; });
+    ASSERT_NE(arc, block(i).end());
+    const DxfPoint vertex = i == 2 ? DxfPoint{50, 0} : DxfPoint{90, 0};
+    EXPECT_NEAR(arc->detail().center.x, vertex.x, 1e-9);
+    EXPECT_NEAR(arc->detail().radius_x, i == 2 ? std::hypot(15, 5) : std::hypot(10, 15), 1e-9);
+    EXPECT_NEAR(arc->detail().start, 0, 1e-9);
+    EXPECT_NEAR(arc->detail().end, (i == 2 ? 45 : 90) * M_PI / 180, 1e-9);
+    EXPECT_EQ(count(block(i), DxfKind::solid), 2);
+  }
+  // The arc ends inside both lines: no extension line (fault: drawn from
+  // the vertex).
+  EXPECT_EQ(count(block(2), DxfKind::line), 0);
+  EXPECT_EQ(text_of(block(2)), "45\xc2\xb0");
+  EXPECT_EQ(text_of(block(3)), "90\xc2\xb0");
+  // Ordinates: the leader from the feature, the distance from the origin.
+  EXPECT_EQ(text_of(block(4)), "10");
+  EXPECT_EQ(block(4)[0].points[1].y, 20);
+  EXPECT_EQ(text_of(block(5)), "10");
+  EXPECT_EQ(block(5)[0].points[1].x, 140);
+
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::dimension)], 6);
+  int arcs = 0;
+  for (const RecordedCall& call : drawn.renderer->calls)
+    arcs += call.entry.find("arc") != std::string::npos;
+  EXPECT_EQ(arcs, 2);
 }
 
 TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {

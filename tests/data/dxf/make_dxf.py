@@ -173,3 +173,19 @@ msp.add_line((0, 20), (100, 20), dxfattribs={"layer": "HEAVY"})
 msp.add_line((0, 30), (100, 30))
 msp.add_blockref("W", (0, 40), dxfattribs={"lineweight": 211})
 save(doc, "lineweights.dxf")
+
+# DIMENSIONs without their blocks (not rendered), built from their points: a
+# radius of 10 about (0, 0) at 45 degrees; a diameter of 20 about (30, 0) at
+# 30 degrees; an angle of 45 degrees between two lines meeting at (50, 0),
+# its arc through (65, 5); one of 90 degrees by three points about (90, 0),
+# its arc through (100, 15); ordinates of (130, 10) from (120, 0) along x
+# (leader up to (130, 20)) and along y (leader right to (140, 10)).
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_radius_dim(center=(0, 0), radius=10, angle=45)
+msp.add_diameter_dim(center=(30, 0), radius=10, angle=30)
+msp.add_angular_dim_2l(base=(65, 5), line1=((50, 0), (80, 0)), line2=((50, 0), (70, 20)))
+msp.add_angular_dim_3p(base=(100, 15), center=(90, 0), p1=(110, 0), p2=(90, 20))
+msp.add_ordinate_x_dim(feature_location=(130, 10), offset=(0, 10), origin=(120, 0))
+msp.add_ordinate_y_dim(feature_location=(130, 10), offset=(10, 0), origin=(120, 0))
+save(doc, "dimensions_from_points.dxf")
