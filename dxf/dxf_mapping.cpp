@@ -208,21 +208,32 @@ class Mapper {
 
   // An entity with a dashed line type: its path (curves flattened) cut into
   // a `Polyline` a dash and a `Dot` a dot, the pattern's lengths times
-  // $LTSCALE and the entity's own scale, starting at the path's start. False
-  // (drawn continuous) for kinds without a path, a polyline with widths, or
-  // a pattern so fine against the path that it would give over
-  // kMaxDashes pieces, as CAD draws such lines continuous too.
+  // $LTSCALE and the entity's own scale, starting at the path's start; a
+  // polyline with widths into a filled strip a dash (its widths taken where
+  // the dash starts and ends) and a square as wide as the line a dot. False
+  // (drawn continuous) for kinds without a path, or a pattern so fine
+  // against the path that it would give over kMaxDashes pieces, as CAD
+  // draws such lines continuous too.
   bool dashed(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
     std::vector<DxfPoint> path;
     const DxfDetail& x = e.detail();
+    // A polyline with widths: two a segment of the path, start and end.
+    const std::vector<double>* widths = nullptr;
     switch (e.kind) {
       case DxfKind::line:
       case DxfKind::polyline:
       case DxfKind::spline:
       case DxfKind::leader:
-        if (!x.widths.empty()) return false;
         path = e.points;
-        if (e.closed && path.size() > 2) path.push_back(path.front());
+        if (!x.widths.empty()) {
+          if (e.closed && path.size() > 1 &&
+              (path.back().x != path.front().x || path.back().y != path.front().y))
+            path.push_back(path.front());
+          if (path.size() < 2 || x.widths.size() != 2 * (path.size() - 1)) return false;
+          widths = &x.widths;
+        } else if (e.closed && path.size() > 2) {
+          path.push_back(path.front());
+        }
         break;
       case DxfKind::circle:
       case DxfKind::arc:
@@ -251,42 +262,70 @@ class Mapper {
       length += std::hypot(path[i].x - path[i - 1].x, path[i].y - path[i - 1].y);
     if (!(period > 0) || !(length / period * static_cast<double>(dashes.size()) < kMaxDashes))
       return false;
-    // Walk the path: `pos` along it, `k` the dash being laid, `left` of it.
+    // Walk the path: `k` the dash being laid, `left` of it; `run` the points
+    // of the dash so far and, with widths, `run_width` the width at each.
     std::vector<DxfPoint> run;
+    std::vector<double> run_width;
     std::size_t k = 0;
     double left = std::fabs(dashes[0]);
+    DxfPoint along{1, 0};  // the direction of the segment being walked
     auto flush = [&]() {
-      if (dashes[k] > 0 && run.size() >= 2) polyline(run, m, color);
-      if (dashes[k] == 0 && !run.empty()) {
-        const DL::WorldPoint p = to_world(m.apply(run.front()));
-        add(new DL::Dot(color, p), {p, p});
+      if (widths) {
+        if (dashes[k] > 0 && run.size() >= 2) {
+          std::vector<double> w;  // two a segment, as `strip` takes them
+          for (std::size_t i = 0; i + 1 < run.size(); ++i) {
+            w.push_back(run_width[i]);
+            w.push_back(run_width[i + 1]);
+          }
+          strip(run, w, m, color);
+        }
+        // A dot of a wide line: a square as wide as the line there.
+        if (dashes[k] == 0 && !run.empty() && run_width.front() > 0) {
+          const double h = run_width.front() / 2;
+          const DxfPoint p = run.front();
+          strip({{p.x - along.x * h, p.y - along.y * h}, {p.x + along.x * h, p.y + along.y * h}},
+                {2 * h, 2 * h}, m, color);
+        }
+      } else {
+        if (dashes[k] > 0 && run.size() >= 2) polyline(run, m, color);
+        if (dashes[k] == 0 && !run.empty()) {
+          const DL::WorldPoint p = to_world(m.apply(run.front()));
+          add(new DL::Dot(color, p), {p, p});
+        }
       }
       run.clear();
+      run_width.clear();
     };
-    run.push_back(path[0]);
+    // The point and width `t` along segment i (of length `segment`).
+    auto lay = [&](std::size_t i, double t, double segment) {
+      const DxfPoint a = path[i - 1], b = path[i];
+      const double f = segment > 0 ? t / segment : 0;
+      run.push_back({a.x + (b.x - a.x) * f, a.y + (b.y - a.y) * f});
+      if (widths) run_width.push_back((*widths)[2 * i - 2] * (1 - f) + (*widths)[2 * i - 1] * f);
+    };
+    if (dashes[k] >= 0) lay(1, 0, 0);
     for (std::size_t i = 1; i < path.size(); ++i) {
-      DxfPoint a = path[i - 1];
-      const DxfPoint b = path[i];
-      double segment = std::hypot(b.x - a.x, b.y - a.y);
-      while (segment >= left) {
-        const double f = segment > 0 ? left / segment : 0;
-        a = {a.x + (b.x - a.x) * f, a.y + (b.y - a.y) * f};
-        segment -= left;
-        if (dashes[k] >= 0) run.push_back(a);
+      const DxfPoint a = path[i - 1], b = path[i];
+      const double segment = std::hypot(b.x - a.x, b.y - a.y);
+      if (segment > 0) along = {(b.x - a.x) / segment, (b.y - a.y) / segment};
+      double t = 0;  // how far along the segment the walk is
+      while (segment - t >= left) {
+        t += left;
+        if (dashes[k] >= 0) lay(i, t, segment);
         flush();
         k = (k + 1) % dashes.size();
         left = std::fabs(dashes[k]);
-        if (dashes[k] >= 0) run.push_back(a);
+        if (dashes[k] >= 0) lay(i, t, segment);
         if (left == 0) {  // a dot: laid where it falls
           flush();
           k = (k + 1) % dashes.size();
           left = std::fabs(dashes[k]);
-          if (dashes[k] >= 0) run.push_back(a);
+          if (dashes[k] >= 0) lay(i, t, segment);
         }
         if (points_ >= cx_.max_points) return true;
       }
-      left -= segment;
-      if (dashes[k] > 0) run.push_back(b);
+      left -= segment - t;
+      if (dashes[k] > 0) lay(i, segment, segment);
     }
     flush();
     return true;
@@ -303,6 +342,13 @@ class Mapper {
       pts.push_back(pts.front());
     if (pts.size() < 2 || widths.size() != 2 * (pts.size() - 1))
       return polyline(e.points, m, color);
+    return strip(pts, widths, m, color) || polyline(e.points, m, color);
+  }
+
+  // The strip of `pts` with `widths` (start and end of each segment); false
+  // when it has no area to show.
+  bool strip(const std::vector<DxfPoint>& pts, const std::vector<double>& widths, const Affine& m,
+             ZR_RGB32 color) {
     std::vector<DL::WorldPoint> strip;
     strip.reserve(4 * (pts.size() - 1));
     for (std::size_t k = 0; k + 1 < pts.size(); ++k) {
@@ -316,7 +362,7 @@ class Mapper {
             DxfPoint{b.x + nx * h1, b.y + ny * h1}, DxfPoint{b.x - nx * h1, b.y - ny * h1}})
         strip.push_back(to_world(m.apply(p)));
     }
-    if (strip.size() < 3) return polyline(e.points, m, color);
+    if (strip.size() < 3) return false;
     add(new DL::PolytriangleWithNoBorder(color, static_cast<int>(strip.size()), strip.data()),
         bounds_of(strip), static_cast<long>(strip.size()));
     return true;

@@ -474,6 +474,37 @@ TEST(DxfReader, LineTypesDashTheirEntities) {
   EXPECT_GT(drawn.report.drawables, 40);
 }
 
+TEST(DxfReader, LineTypesDashWidePolylines) {
+  // Fault: a dashed polyline with widths was drawn as one continuous strip.
+  const DxfDrawing d = load(data("wide_line_types.dxf"));
+  ASSERT_EQ(d.entities.size(), 2u);
+  Drawn drawn(d);
+  // Each dash a filled strip of one quad, by the y of its middle.
+  std::map<int, std::vector<WorldBounds>> pieces;
+  for (const Drawable* x : drawn.drawables) {
+    ASSERT_EQ(std::string(dlview::class_name(x)), "PolytriangleWithNoBorder");
+    WorldBounds b = WorldBounds::empty();
+    x->add_bounds(b);
+    pieces[static_cast<int>(std::lround(((b.min.y + b.max.y) / 2.0 - 200000) / 1000))].push_back(b);
+  }
+  // "LONG": dashes of 5 every 7.5, 2 wide; 14 of them, the last cut at 100.
+  const std::vector<WorldBounds>& dashes = pieces[0];
+  ASSERT_EQ(dashes.size(), 14u);
+  EXPECT_EQ(dashes[0].min.x, 200000);
+  EXPECT_EQ(dashes[0].max.x, 205000);
+  EXPECT_EQ(dashes[1].min.x, 207500);
+  EXPECT_EQ(dashes[0].max.y - dashes[0].min.y, 2000);
+  EXPECT_EQ(dashes.back().max.x, 300000);
+  // "DOTS": a square a dot every 10, as wide as the line narrowing from 4
+  // to 0 where it falls: 4 at 0, 2 at 50; none where the width is 0.
+  const std::vector<WorldBounds>& dots = pieces[10];
+  ASSERT_EQ(dots.size(), 10u);
+  EXPECT_EQ(dots[0].max.x - dots[0].min.x, 4000);
+  EXPECT_EQ(dots[0].max.y - dots[0].min.y, 4000);
+  EXPECT_EQ(dots[5].max.x - dots[5].min.x, 2000);
+  EXPECT_EQ((dots[5].min.x + dots[5].max.x) / 2, 250000);
+}
+
 TEST(DxfReader, ImagesShowTheirFrameAndMissingFilesAreListed) {
   // Fault: IMAGE was skipped without a trace, and a missing file went unsaid.
   const DxfDrawing d = load(data("images.dxf"));

@@ -189,3 +189,15 @@ msp.add_angular_dim_3p(base=(100, 15), center=(90, 0), p1=(110, 0), p2=(90, 20))
 msp.add_ordinate_x_dim(feature_location=(130, 10), offset=(0, 10), origin=(120, 0))
 msp.add_ordinate_y_dim(feature_location=(130, 10), offset=(10, 0), origin=(120, 0))
 save(doc, "dimensions_from_points.dxf")
+
+# Line types on wide polylines: a LWPOLYLINE (0, 0)-(100, 0) 2 wide in
+# "LONG" (dash 5, gap 2.5): 14 filled dashes, the last cut at 100; one
+# (0, 10)-(100, 10) narrowing from 4 to 0 in "DOTS" (a dot every 10): 10
+# squares, as wide as the line where they fall.
+doc = ezdxf.new("R2010")
+doc.linetypes.add("LONG", pattern=[7.5, 5, -2.5], description="long dashes")
+doc.linetypes.add("DOTS", pattern=[10, 0, -10], description="dots")
+msp = doc.modelspace()
+msp.add_lwpolyline([(0, 0), (100, 0)], dxfattribs={"const_width": 2, "linetype": "LONG"})
+msp.add_lwpolyline([(0, 10, 4, 0), (100, 10, 0, 0)], format="xyse", dxfattribs={"linetype": "DOTS"})
+save(doc, "wide_line_types.dxf")
