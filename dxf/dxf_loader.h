@@ -207,8 +207,9 @@ struct DxfDetail {
   DxfPoint spacing;      // insert: column and row spacing
 };
 
-// Lineweights other than a width: the drawing's default, and the INSERT's.
+// The lineweight "default": the drawing's default width.
 constexpr std::int16_t kDefaultLineWeight = -3;
+// The lineweight BYBLOCK: the width of the INSERT that shows the block.
 constexpr std::int16_t kByBlockLineWeight = -2;
 
 // One entity. 56 bytes on a 64-bit host, its points apart (a LINE's two take
