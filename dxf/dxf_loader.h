@@ -22,9 +22,10 @@
 //   file's third and fourth corners swapped). TEXT and MTEXT: the insertion
 //   point, height, angle in radians and the text (an MTEXT's chunks, code 3,
 //   joined before its last, code 1); TEXT its justification and alignment
-//   point, MTEXT its attachment point and line spacing. ATTRIB (the values an
-//   INSERT carries, title blocks above all) is read as TEXT; an invisible one
-//   is left out.
+//   point, width factor and oblique angle (the entity's own codes 41 and 51;
+//   the STYLE table's defaults are not read), MTEXT its attachment point and line spacing. ATTRIB
+//   (the values an INSERT carries, title blocks above all) is read as TEXT; an invisible one is
+//   left out.
 // - HATCH: each boundary loop flattened into a closed contour; a patterned
 //   hatch keeps its pattern lines. One whose pattern the file does not give
 //   is skipped.
@@ -40,11 +41,18 @@
 //   ($DIMASZ times $DIMSCALE; 0 when its flag, code 71, says none) in
 //   `height`.
 // - DIMENSION: its geometry block ("*D...") shown as an INSERT at the origin.
-//   A linear or aligned one whose block is missing gets a block built from
-//   its definition points ("*DL_DIMENSION1", ...): extension lines, the
-//   dimension line, arrows of $DIMASZ and its text ($DIMTXT high, the
-//   measurement where "<>" stands), all BYBLOCK; other types without a block
-//   are skipped.
+//   One whose block is missing gets a block built from its definition points
+//   ("*DL_DIMENSION1", ...), all BYBLOCK, arrows $DIMASZ long and text
+//   $DIMTXT high (the measurement where "<>" stands; at the file's text point,
+//   else above the line): linear and aligned ones their extension lines,
+//   dimension line and two arrows; angular ones (two lines, or three points)
+//   an arc about the vertex through the location point over the sector that
+//   holds it, extension lines where it ends beyond its lines, two arrows and
+//   the degrees; radius and diameter ones the line to (or across) the circle,
+//   a leader to a text outside it, one or two arrows and "R" or the diameter
+//   sign before the number; ordinate ones the leader from the feature and the
+//   feature's x (flag 64) or y from the origin. One whose points measure
+//   nothing (a zero length, parallel lines) is skipped.
 // - IMAGE: the four corners of its frame (the picture itself is not read) and
 //   the file its IMAGEDEF names; files that are neither where the name says
 //   (beside the drawing when it is relative) nor beside the drawing under
@@ -75,6 +83,11 @@
 //
 // A file that ends before its EOF marker, or inside a section, is read as far
 // as it goes: `truncated` says where it ended.
+//
+// Lineweights: an entity's own (code 370) or its layer's for BYLAYER, in
+// hundredths of a millimetre; BYBLOCK inside blocks is kept for the INSERT's,
+// and the drawing's default elsewhere. $LWDISPLAY says whether CAD shows them
+// on screen.
 //
 // Line types: an entity's own (code 6) or its layer's for BYLAYER, with the
 // LTYPE table's dashes; BYBLOCK and names the table lacks are continuous.
@@ -164,8 +177,13 @@ struct DxfDetail {
   // alignment point they refer to. mtext: attachment 1..9 (top left to bottom
   // right, row by row) and the line spacing factor.
   int halign = 0;
-  int valign = 0;              // text: vertical justification, as above
-  DxfPoint align_point;        // text: the point the justification refers to
+  int valign = 0;        // text: vertical justification, as above
+  DxfPoint align_point;  // text: the point the justification refers to
+  // text: the factor on its characters' widths (code 41) and the slant of
+  // their uprights from the vertical, radians, positive leaning forward
+  // (code 51, degrees in the file).
+  double width_factor = 1;
+  double oblique = 0;          // text: as above
   int attachment = 1;          // mtext: 1..9, as above
   double line_spacing = 1.0;   // mtext: the line spacing factor
   double box_width = 0;        // mtext: the width its lines wrap at; 0: no wrapping
@@ -189,6 +207,11 @@ struct DxfDetail {
   DxfPoint spacing;      // insert: column and row spacing
 };
 
+// The lineweight "default": the drawing's default width.
+constexpr std::int16_t kDefaultLineWeight = -3;
+// The lineweight BYBLOCK: the width of the INSERT that shows the block.
+constexpr std::int16_t kByBlockLineWeight = -2;
+
 // One entity. 56 bytes on a 64-bit host, its points apart (a LINE's two take
 // 32 more on the heap): a drawing of a million lines holds about 90 MB of
 // them.
@@ -201,6 +224,9 @@ struct DxfEntity {
   // Index into DxfDrawing::line_type_names of its dashes (BYLAYER resolved);
   // 0 for a continuous line.
   std::uint16_t line_type = 0;
+  // Its lineweight (code 370, BYLAYER resolved): hundredths of a millimetre,
+  // kDefaultLineWeight, or kByBlockLineWeight inside a block.
+  std::int16_t line_weight = kDefaultLineWeight;
   // line: 2 points; polyline: flattened vertices; point, text, mtext: 1;
   // solid: 3 or 4 corners in outline order; insert: the insertion point.
   std::vector<DxfPoint> points;
@@ -226,8 +252,11 @@ struct DxfLayer {
   std::string name;       // as written
   std::string line_type;  // its entities' line type when they say BYLAYER
   ZR_RGB32 color = 0;     // 0x00RRGGBB
-  bool off = false;       // negative colour in the table
-  bool frozen = false;    // flag 1
+  // Its entities' lineweight when they say BYLAYER: hundredths of a
+  // millimetre, or kDefaultLineWeight.
+  int line_weight = kDefaultLineWeight;
+  bool off = false;     // negative colour in the table
+  bool frozen = false;  // flag 1
 };
 
 // A rectangle in drawing units; empty while min_x > max_x.
@@ -252,12 +281,13 @@ struct DxfLineType {
 // The HEADER's variables the reader keeps. Hints only: the extent is always
 // measured from the entities.
 struct DxfHeader {
-  double ltscale = 1;    // $LTSCALE: global scale of line type dashes
-  int insunits = 0;      // $INSUNITS: 0 unitless, 1 inches, 4 millimetres, 6 metres...
-  DxfBounds extent;      // $EXTMIN, $EXTMAX as the file states them
-  double dimasz = 0.18;  // $DIMASZ: the arrow heads' length
-  double dimscale = 1;   // $DIMSCALE: their overall scale
-  double dimtxt = 0.18;  // $DIMTXT: the dimensions' text height
+  double ltscale = 1;      // $LTSCALE: global scale of line type dashes
+  int insunits = 0;        // $INSUNITS: 0 unitless, 1 inches, 4 millimetres, 6 metres...
+  DxfBounds extent;        // $EXTMIN, $EXTMAX as the file states them
+  double dimasz = 0.18;    // $DIMASZ: the arrow heads' length
+  double dimscale = 1;     // $DIMSCALE: their overall scale
+  double dimtxt = 0.18;    // $DIMTXT: the dimensions' text height
+  bool lwdisplay = false;  // $LWDISPLAY: whether lineweights are shown on screen
 };
 
 // A paper-space layout of the OBJECTS section.

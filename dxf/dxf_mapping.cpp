@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -62,11 +63,13 @@ class Mapper {
   // Maps `e` into `list` through `m`; false when it shows nothing. `layer` is
   // the layer to give the drawables, `by_block` the colour BYBLOCK takes.
   bool map(const DxfEntity& e, const Affine& m, DL::DisplayList& list, DL::Extra_Layer_Info* layer,
-           ZR_RGB32 by_block, int depth) {
+           ZR_RGB32 by_block, int by_block_weight, int depth) {
     if (points_ >= cx_.max_points) return false;
     const ZR_RGB32 color = e.by_block ? by_block : e.color;
-    list_ = &list;
+    const int weight = device_weight(e.line_weight, by_block_weight);
+    list_ = &route(list, weight);
     layer_ = layer;
+    weight_ = weight;
     if (e.line_type != 0 && dashed(e, m, color)) return true;
     switch (e.kind) {
       case DxfKind::leader:
@@ -153,6 +156,10 @@ class Mapper {
     drawable->set_layer(layer_);
     if (list_ == top_) report_.bounds.merge(b);
     list_->add(drawable, b);
+    if (!run_bounds_.empty()) {
+      auto run = run_bounds_.find(list_);
+      if (run != run_bounds_.end()) run->second.merge(b);
+    }
     ++report_.drawables;
     points_ += points;
   }
@@ -201,21 +208,32 @@ class Mapper {
 
   // An entity with a dashed line type: its path (curves flattened) cut into
   // a `Polyline` a dash and a `Dot` a dot, the pattern's lengths times
-  // $LTSCALE and the entity's own scale, starting at the path's start. False
-  // (drawn continuous) for kinds without a path, a polyline with widths, or
-  // a pattern so fine against the path that it would give over
-  // kMaxDashes pieces, as CAD draws such lines continuous too.
+  // $LTSCALE and the entity's own scale, starting at the path's start; a
+  // polyline with widths into a filled strip a dash (its widths taken where
+  // the dash starts and ends) and a square as wide as the line a dot. False
+  // (drawn continuous) for kinds without a path, or a pattern so fine
+  // against the path that it would give over kMaxDashes pieces, as CAD
+  // draws such lines continuous too.
   bool dashed(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
     std::vector<DxfPoint> path;
     const DxfDetail& x = e.detail();
+    // A polyline with widths: two a segment of the path, start and end.
+    const std::vector<double>* widths = nullptr;
     switch (e.kind) {
       case DxfKind::line:
       case DxfKind::polyline:
       case DxfKind::spline:
       case DxfKind::leader:
-        if (!x.widths.empty()) return false;
         path = e.points;
-        if (e.closed && path.size() > 2) path.push_back(path.front());
+        if (!x.widths.empty()) {
+          if (e.closed && path.size() > 1 &&
+              (path.back().x != path.front().x || path.back().y != path.front().y))
+            path.push_back(path.front());
+          if (path.size() < 2 || x.widths.size() != 2 * (path.size() - 1)) return false;
+          widths = &x.widths;
+        } else if (e.closed && path.size() > 2) {
+          path.push_back(path.front());
+        }
         break;
       case DxfKind::circle:
       case DxfKind::arc:
@@ -244,42 +262,70 @@ class Mapper {
       length += std::hypot(path[i].x - path[i - 1].x, path[i].y - path[i - 1].y);
     if (!(period > 0) || !(length / period * static_cast<double>(dashes.size()) < kMaxDashes))
       return false;
-    // Walk the path: `pos` along it, `k` the dash being laid, `left` of it.
+    // Walk the path: `k` the dash being laid, `left` of it; `run` the points
+    // of the dash so far and, with widths, `run_width` the width at each.
     std::vector<DxfPoint> run;
+    std::vector<double> run_width;
     std::size_t k = 0;
     double left = std::fabs(dashes[0]);
+    DxfPoint along{1, 0};  // the direction of the segment being walked
     auto flush = [&]() {
-      if (dashes[k] > 0 && run.size() >= 2) polyline(run, m, color);
-      if (dashes[k] == 0 && !run.empty()) {
-        const DL::WorldPoint p = to_world(m.apply(run.front()));
-        add(new DL::Dot(color, p), {p, p});
+      if (widths) {
+        if (dashes[k] > 0 && run.size() >= 2) {
+          std::vector<double> w;  // two a segment, as `strip` takes them
+          for (std::size_t i = 0; i + 1 < run.size(); ++i) {
+            w.push_back(run_width[i]);
+            w.push_back(run_width[i + 1]);
+          }
+          strip(run, w, m, color);
+        }
+        // A dot of a wide line: a square as wide as the line there.
+        if (dashes[k] == 0 && !run.empty() && run_width.front() > 0) {
+          const double h = run_width.front() / 2;
+          const DxfPoint p = run.front();
+          strip({{p.x - along.x * h, p.y - along.y * h}, {p.x + along.x * h, p.y + along.y * h}},
+                {2 * h, 2 * h}, m, color);
+        }
+      } else {
+        if (dashes[k] > 0 && run.size() >= 2) polyline(run, m, color);
+        if (dashes[k] == 0 && !run.empty()) {
+          const DL::WorldPoint p = to_world(m.apply(run.front()));
+          add(new DL::Dot(color, p), {p, p});
+        }
       }
       run.clear();
+      run_width.clear();
     };
-    run.push_back(path[0]);
+    // The point and width `t` along segment i (of length `segment`).
+    auto lay = [&](std::size_t i, double t, double segment) {
+      const DxfPoint a = path[i - 1], b = path[i];
+      const double f = segment > 0 ? t / segment : 0;
+      run.push_back({a.x + (b.x - a.x) * f, a.y + (b.y - a.y) * f});
+      if (widths) run_width.push_back((*widths)[2 * i - 2] * (1 - f) + (*widths)[2 * i - 1] * f);
+    };
+    if (dashes[k] >= 0) lay(1, 0, 0);
     for (std::size_t i = 1; i < path.size(); ++i) {
-      DxfPoint a = path[i - 1];
-      const DxfPoint b = path[i];
-      double segment = std::hypot(b.x - a.x, b.y - a.y);
-      while (segment >= left) {
-        const double f = segment > 0 ? left / segment : 0;
-        a = {a.x + (b.x - a.x) * f, a.y + (b.y - a.y) * f};
-        segment -= left;
-        if (dashes[k] >= 0) run.push_back(a);
+      const DxfPoint a = path[i - 1], b = path[i];
+      const double segment = std::hypot(b.x - a.x, b.y - a.y);
+      if (segment > 0) along = {(b.x - a.x) / segment, (b.y - a.y) / segment};
+      double t = 0;  // how far along the segment the walk is
+      while (segment - t >= left) {
+        t += left;
+        if (dashes[k] >= 0) lay(i, t, segment);
         flush();
         k = (k + 1) % dashes.size();
         left = std::fabs(dashes[k]);
-        if (dashes[k] >= 0) run.push_back(a);
+        if (dashes[k] >= 0) lay(i, t, segment);
         if (left == 0) {  // a dot: laid where it falls
           flush();
           k = (k + 1) % dashes.size();
           left = std::fabs(dashes[k]);
-          if (dashes[k] >= 0) run.push_back(a);
+          if (dashes[k] >= 0) lay(i, t, segment);
         }
         if (points_ >= cx_.max_points) return true;
       }
-      left -= segment;
-      if (dashes[k] > 0) run.push_back(b);
+      left -= segment - t;
+      if (dashes[k] > 0) lay(i, segment, segment);
     }
     flush();
     return true;
@@ -296,6 +342,13 @@ class Mapper {
       pts.push_back(pts.front());
     if (pts.size() < 2 || widths.size() != 2 * (pts.size() - 1))
       return polyline(e.points, m, color);
+    return strip(pts, widths, m, color) || polyline(e.points, m, color);
+  }
+
+  // The strip of `pts` with `widths` (start and end of each segment); false
+  // when it has no area to show.
+  bool strip(const std::vector<DxfPoint>& pts, const std::vector<double>& widths, const Affine& m,
+             ZR_RGB32 color) {
     std::vector<DL::WorldPoint> strip;
     strip.reserve(4 * (pts.size() - 1));
     for (std::size_t k = 0; k + 1 < pts.size(); ++k) {
@@ -309,7 +362,7 @@ class Mapper {
             DxfPoint{b.x + nx * h1, b.y + ny * h1}, DxfPoint{b.x - nx * h1, b.y - ny * h1}})
         strip.push_back(to_world(m.apply(p)));
     }
-    if (strip.size() < 3) return polyline(e.points, m, color);
+    if (strip.size() < 3) return false;
     add(new DL::PolytriangleWithNoBorder(color, static_cast<int>(strip.size()), strip.data()),
         bounds_of(strip), static_cast<long>(strip.size()));
     return true;
@@ -364,19 +417,28 @@ class Mapper {
       lines = wrap(lines, e.detail().box_width * k, em);
     double angle = std::atan2(dir.y, dir.x);
     double em_used = em, cap_used = cap;
-    if (e.kind != DxfKind::mtext && e.detail().halign == 3) {
+    const bool mtext = e.kind == DxfKind::mtext;
+    double width_factor = mtext ? 1.0 : e.detail().width_factor;
+    const int halign = mtext ? 0 : e.detail().halign;
+    if (halign == 3 || halign == 5) {
       // Aligned: the text runs from its first point to its second, its
-      // height scaled with its width to fit.
+      // height scaled with its width to fit. Fit: the same run at the
+      // height given, its width factor chosen to fit.
       const DxfPoint a = m.apply(e.points[0]), b = m.apply(e.detail().align_point);
       const double length = std::hypot(b.x - a.x, b.y - a.y);
-      const double width = label_width(engine, cx_.font(), to_utf16(lines[0]), em);
+      const double width = label_width(engine, cx_.font(), to_utf16(lines[0]), em) * width_factor;
       if (length > 0 && width > 0) {
-        em_used = em * length / width;
-        cap_used = cap * length / width;
+        if (halign == 3) {
+          em_used = em * length / width;
+          cap_used = cap * length / width;
+        } else {
+          width_factor *= length / width;
+        }
         angle = std::atan2(b.y - a.y, b.x - a.x);
       }
     }
-    return place_lines(e, m, color, lines, angle, em_used, cap_used);
+    return place_lines(e, m, color, lines, angle, em_used, cap_used, width_factor,
+                       mtext ? 0.0 : e.detail().oblique);
   }
 
   // Greedy wrapping at `width` world units: words move to the next line
@@ -406,8 +468,12 @@ class Mapper {
     return out;
   }
 
+  // `width_factor` and `oblique` other than 1 and 0 draw the lines as their
+  // glyphs' outlines: a `Text` shows neither.
   bool place_lines(const DxfEntity& e, const Affine& m, ZR_RGB32 color,
-                   const std::vector<std::string>& lines, double angle, double em, double cap) {
+                   const std::vector<std::string>& lines, double angle, double em, double cap,
+                   double width_factor, double oblique) {
+    const bool outlined = width_factor != 1.0 || oblique != 0.0;
     ZR_Text_Engine* engine = cx_.engine();
     const double cs = std::cos(angle), sn = std::sin(angle);
     // Baseline offsets in the text's own frame, world units.
@@ -438,13 +504,42 @@ class Mapper {
       const std::u16string s = to_utf16(lines[i]);
       if (s.empty()) continue;
       double x = 0;
-      if (column) x = -label_width(engine, cx_.font(), s, em) * (column == 1 ? 0.5 : 1.0);
+      if (column)
+        x = -label_width(engine, cx_.font(), s, em) * width_factor * (column == 1 ? 0.5 : 1.0);
       const double y = first_y - spacing * static_cast<double>(i);
       const DL::DoublePoint at{origin.x + cs * x - sn * y, origin.y + sn * x + cs * y};
+      if (outlined) {
+        any |= outlines(label_outlines(engine, cx_.font(), s, em, width_factor, oblique, angle, at),
+                        color);
+        continue;
+      }
       DL::WorldBounds b;
       DL::Text* t = make_label(*list_, engine, cx_.font(), color, at, em, angle, s, b);
       if (!t) continue;
       add(t, b);
+      any = true;
+    }
+    return any;
+  }
+
+  // Glyph outlines as one `Polygon` a glyph, its contours chained as a
+  // hatch's loops are (see hatch), so the even-odd fill leaves the counters
+  // of "O" and "A" open.
+  bool outlines(const std::vector<std::vector<std::vector<DL::DoublePoint>>>& glyphs,
+                ZR_RGB32 color) {
+    bool any = false;
+    for (const auto& glyph : glyphs) {
+      std::vector<DL::WorldPoint> pts;
+      for (const auto& contour : glyph) {
+        if (contour.size() < 3) continue;
+        const std::size_t start = pts.size();
+        for (const DL::DoublePoint& p : contour) pts.push_back(to_world({p.x, p.y}));
+        pts.push_back(pts[start]);
+        if (start != 0) pts.push_back(pts[0]);
+      }
+      if (pts.size() < 3) continue;
+      add(new DL::Polygon(color, static_cast<int>(pts.size()), pts.data()), bounds_of(pts),
+          static_cast<long>(pts.size()));
       any = true;
     }
     return any;
@@ -505,6 +600,7 @@ class Mapper {
                       e.detail().scale.y > 0;
     DL::DisplayList& list = *list_;
     DL::Extra_Layer_Info* layer = layer_;
+    const int weight = weight_;
     bool any = false;
     const double cs = std::cos(e.detail().rotation), sn = std::sin(e.detail().rotation);
     for (int col = 0; col < e.detail().columns; ++col) {
@@ -521,7 +617,7 @@ class Mapper {
                      e.points[0].x + cs * (cell_x - sx * base.x) - sn * (cell_y - sy * base.y),
                      e.points[0].y + sn * (cell_x - sx * base.x) + cs * (cell_y - sy * base.y)};
         if (nest) {
-          SheetContext::BlockList* bl = block_list(e.detail().block, color, depth);
+          SheetContext::BlockList* bl = block_list(e.detail().block, color, weight, depth);
           if (!bl || !bl->list) continue;
           // Each cell draws the whole block list: within the budget or not at all.
           if (bl->points + 1 > cx_.max_points - points_) return any;
@@ -544,7 +640,7 @@ class Mapper {
           const Affine composed = m.after(local);
           expanding_.push_back(&block->second);
           for (const DxfEntity& inner : block->second.entities) {
-            if (!map(inner, composed, list, nullptr, color, depth + 1))
+            if (!map(inner, composed, list, nullptr, color, weight, depth + 1))
               ++report_.not_shown_in_blocks[static_cast<int>(inner.kind)];
             else
               any = true;
@@ -559,8 +655,9 @@ class Mapper {
   }
 
   // The shared list of a block; see SheetContext::blocks.
-  SheetContext::BlockList* block_list(const std::string& name, ZR_RGB32 by_block, int depth) {
-    auto key = std::make_tuple(&d_, name, by_block);
+  SheetContext::BlockList* block_list(const std::string& name, ZR_RGB32 by_block,
+                                      int by_block_weight, int depth) {
+    auto key = std::make_tuple(&d_, name, by_block, by_block_weight);
     auto found = cx_.blocks.find(key);
     if (found != cx_.blocks.end()) return found->second.building ? nullptr : &found->second;
     SheetContext::BlockList& bl = cx_.blocks[key];
@@ -577,6 +674,8 @@ class Mapper {
     bl.building = true;
     auto list = std::make_unique<DL::DisplayList>();
     list->saturate_device_points = true;
+    // BYBLOCK lines draw at the list's own weight; the others in runs.
+    list->rendition.set_line_weight(by_block_weight, false);
     const Affine to_block{bl.scale, 0, 0, bl.scale, -bl.base.x * bl.scale, -bl.base.y * bl.scale};
     const long drawables_before = report_.drawables;
     const long points_before = points_;
@@ -586,9 +685,10 @@ class Mapper {
       DL::Extra_Layer_Info* layer =
           e.layer == 0 ? nullptr
                        : cx_.layers.find_or_add(d_.layer_of(e), layer_shown(d_.layer_of(e)));
-      if (!map(e, to_block, *list, layer, by_block, depth + 1))
+      if (!map(e, to_block, *list, layer, by_block, by_block_weight, depth + 1))
         ++report_.not_shown_in_blocks[static_cast<int>(e.kind)];
     }
+    finish_run(*list);
     list_ = outer_list;
     layer_ = outer_layer;
     bl.building = false;  // map nodes stay put: `bl` is still the entry
@@ -599,12 +699,82 @@ class Mapper {
   }
 
  public:
+  // Closes the open run of `parent` (and the runs inside it): its nested
+  // list goes into `parent` as one drawable over what the run drew.
+  void finish_run(DL::DisplayList& parent) {
+    auto it = runs_.find(&parent);
+    if (it == runs_.end()) return;
+    std::unique_ptr<DL::DisplayList> nested = std::move(it->second);
+    runs_.erase(it);
+    finish_run(*nested);
+    DL::DisplayList* saved_list = list_;
+    DL::Extra_Layer_Info* saved_layer = layer_;
+    list_ = &parent;
+    layer_ = nullptr;  // its drawables carry their own layers
+    auto bounds = run_bounds_.find(nested.get());
+    // The nested view clips to its region: grown by the run's larger side on
+    // every side, so a wide line keeps its whole width until the run is a
+    // few pixels across.
+    const DL::WorldBounds drawn = bounds->second;
+    DL::WorldBounds b = drawn;
+    run_bounds_.erase(bounds);
+    if (b.is_valid()) {
+      const std::int64_t grow = std::max<std::int64_t>(
+          {std::int64_t{b.max.x} - b.min.x, std::int64_t{b.max.y} - b.min.y, 1});
+      auto clamp = [](std::int64_t v) {
+        return static_cast<DL::WorldCoord>(std::clamp<std::int64_t>(v, INT32_MIN, INT32_MAX));
+      };
+      b = {{clamp(b.min.x - grow), clamp(b.min.y - grow)},
+           {clamp(b.max.x + grow), clamp(b.max.y + grow)}};
+    }
+    if (b.is_valid()) {
+      auto* drawable = new DL::DrawableDisplayList(ZR_RGB32{0}, nested.release(), &b);
+      // What is drawn frames the view, not the clip's margin.
+      const DL::WorldBounds framed = report_.bounds;
+      add(drawable, drawable->mapped_bounds());
+      if (&parent == top_) {
+        report_.bounds = framed;
+        report_.bounds.merge(drawn);
+      }
+    }
+    list_ = saved_list;
+    layer_ = saved_layer;
+  }
+
   bool layer_shown(const std::string& name) const {
     auto it = d_.layers.find(name);
     return it == d_.layers.end() || !(it->second.off || it->second.frozen);
   }
 
  private:
+  // The device width of a lineweight (see SheetContext::lineweight_dpi): 1
+  // when the drawing does not show lineweights.
+  int device_weight(int line_weight, int by_block_weight) const {
+    if (!d_.header.lwdisplay || !(cx_.lineweight_dpi > 0)) return 1;
+    if (line_weight == kByBlockLineWeight) return by_block_weight;
+    if (line_weight < 0) line_weight = 25;  // the default: 0.25 mm, as CAD's $LWDEFAULT
+    const double pixels = line_weight / 100.0 / 25.4 * std::min(cx_.lineweight_dpi, 10000.0);
+    return std::max(1, static_cast<int>(std::lround(pixels)));
+  }
+
+  // The list an entity of device width `weight` goes into, in `list`: the
+  // list itself when it draws at that width, else the open run of `list`
+  // at that width, opened here (closing the run before it).
+  DL::DisplayList& route(DL::DisplayList& list, int weight) {
+    auto it = runs_.find(&list);
+    if (weight == list.rendition.line_weight()) {
+      if (it != runs_.end()) finish_run(list);
+      return list;
+    }
+    if (it != runs_.end() && it->second->rendition.line_weight() == weight) return *it->second;
+    if (it != runs_.end()) finish_run(list);
+    auto nested = std::make_unique<DL::DisplayList>();
+    nested->saturate_device_points = list.saturate_device_points;
+    nested->rendition.set_line_weight(weight, false);
+    run_bounds_[nested.get()] = DL::WorldBounds::empty();
+    return *(runs_[&list] = std::move(nested));
+  }
+
   const DxfDrawing& d_;
   SheetContext& cx_;
   MappingReport& report_;
@@ -615,6 +785,12 @@ class Mapper {
   long points_ = 0;
   // The blocks being expanded by turned or mirrored INSERTs, outermost first.
   std::vector<const DxfBlock*> expanding_;
+  int weight_ = 1;  // the device width of the entity being mapped
+  // The open run of each list: the entities of one width other than the
+  // list's own, consecutive in the file, gathered in a nested list.
+  std::map<DL::DisplayList*, std::unique_ptr<DL::DisplayList>> runs_;
+  // What each open run's list holds, in its world (that of its parent).
+  std::map<const DL::DisplayList*, DL::WorldBounds> run_bounds_;
 };
 
 }  // namespace
@@ -655,7 +831,7 @@ MappingReport map_entities(const DxfDrawing& drawing, std::vector<DxfEntity>* co
     DL::Extra_Layer_Info* layer =
         context.layers.find_or_add(drawing.layer_of(e), mapper.layer_shown(drawing.layer_of(e)));
     const int kind = static_cast<int>(e.kind);
-    if (mapper.map(e, m, list, layer, 0, 0))
+    if (mapper.map(e, m, list, layer, 0, 1, 0))
       ++report.shown[kind];
     else
       ++report.not_shown[kind];
@@ -667,6 +843,7 @@ MappingReport map_entities(const DxfDrawing& drawing, std::vector<DxfEntity>* co
     if (i % 65536 == 65535) ::malloc_trim(0);
 #endif
   }
+  mapper.finish_run(list);
   return report;
 }
 

@@ -27,12 +27,21 @@
 //   split at `\P`, wrapped at the MTEXT's width (greedily, at spaces, as
 //   measured) and spaced 5/3 of the height times the spacing factor; its
 //   inline codes (fonts, colours, stacking) are dropped, leaving their text.
-//   TEXT's width factor and oblique angle, and "fit" alignment's squeeze,
-//   are not applied (the library's Text has neither). Without a text engine
-//   texts are counted as not shown.
+//   A "fit" TEXT runs between its points at its own height, its width factor
+//   chosen to fit. Without a text engine texts are counted as not shown.
+// - A TEXT with a width factor other than 1 (code 41, or the one "fit"
+//   chooses) or an oblique angle (code 51) is drawn as its glyphs' outlines,
+//   one `Polygon` a glyph (its contours chained, even-odd), widths scaled and
+//   uprights slanted in double. Why not a `Text`: its attribute step always
+//   sets the rendition's width scale to 1 and the rendition has no slant, so
+//   neither can travel with it, and a Text subclass would need its own table
+//   of four forms and a twin for every host engine to honour. The cost: such
+//   texts are not text to a PDF or SVG reader (not searchable), are not
+//   greeked when small, and take some 60 points a glyph in the list.
 // - SPLINE, LEADER: a `Polyline` through their flattened points, as above; a
 //   LEADER's arrow head a `PolytriangleWithNoBorder` triangle.
-// - DIMENSION: as an INSERT of its geometry block at the origin.
+// - DIMENSION: as an INSERT of its geometry block at the origin (the
+//   file's, or the one the reader built from its definition points).
 // - IMAGE: its frame, a closed `Polyline`.
 // - SOLID, TRACE: a `PolytriangleWithNoBorder`: the file's corner order is a
 //   triangle strip already.
@@ -49,6 +58,16 @@
 //   through the composed map. Blocks nest to a depth of 16; a deeper or
 //   cyclic INSERT, or one naming no block, is not shown, and so is every
 //   entity past the sheet's `max_points`.
+//
+// Lineweights: a list draws its lines at its rendition's line weight, so the
+// entities whose device width (see `SheetContext::lineweight_dpi`) differs
+// from their list's are gathered, each run of consecutive entities of one
+// width, into a nested list of that weight, shown by one
+// `DrawableDisplayList` at the run's place (file order is kept). A drawing
+// with lineweights on every layer thus costs a nested list a change of
+// width, not a drawable class; their edges are placed through the nested
+// view, within a pixel of where the top list puts them. BYBLOCK takes the
+// INSERT's width (a block list per width, drawn at it).
 //
 // Layers: each drawable gets the `Extra_Layer_Info` of its entity's layer from
 // the `LayerTable`, so `--layer-off` clears one byte. Inside a block list the
@@ -130,6 +149,12 @@ class SheetContext {
   // shown. Nested blocks and arrays can ask for billions from a few bytes of a file; real drawings
   // stay far below.
   long max_points = 100'000'000;
+  // Lineweights become device widths at this many device units an inch
+  // (the width in millimetres / 25.4 times it, rounded, at least 1): at 96
+  // a default 0.25 mm line is 1 unit, 0.5 mm 2, the heaviest (2.11 mm) 8.
+  // They show only when the drawing's $LWDISPLAY says so, as in CAD; 0 here
+  // draws every line 1 unit wide.
+  double lineweight_dpi = 96;
   // The engine that measures texts, or null.
   ZR_Text_Engine* engine() const { return engine_; }
   // The font texts are measured and drawn in.
@@ -153,8 +178,9 @@ class SheetContext {
   // The images read so far, by path (null for one that could not be read).
   std::map<std::string, ZR_Image> images;
 
-  // Block lists by drawing, block name and BYBLOCK colour.
-  std::map<std::tuple<const DxfDrawing*, std::string, ZR_RGB32>, BlockList> blocks;
+  // Block lists by drawing, block name, BYBLOCK colour and BYBLOCK device
+  // width (the list's own line weight).
+  std::map<std::tuple<const DxfDrawing*, std::string, ZR_RGB32, int>, BlockList> blocks;
 
  private:
   ZR_Text_Engine* engine_;

@@ -179,7 +179,8 @@ struct Common {
   std::string_view layer = "0";
   std::string_view line_type;  // empty: BYLAYER
   double line_type_scale = 1;
-  int aci = 256;  // BYLAYER
+  int line_weight = -1;  // code 370: hundredths of a millimetre; -1 BYLAYER
+  int aci = 256;         // BYLAYER
   long long true_color = -1;
   bool paper = false;
   double nx = 0, ny = 0, nz = 1;
@@ -293,6 +294,9 @@ class Reader {
       case 48:
         c.line_type_scale = real(g);
         return true;
+      case 370:
+        c.line_weight = small(g);
+        return true;
       case 210:
         c.nx = real(g);
         return true;
@@ -366,15 +370,18 @@ class Reader {
   void apply_ocs(DxfEntity& e, const Common& c) const;
   void finish_polyline();
   bool hatch(DxfEntity& e);
-  // A linear or aligned DIMENSION's points, code 1x/2x as at[x].
+  // A DIMENSION's definition points, code 1x/2x as at[x].
   struct Dimension {
-    int type = 0;
-    DxfPoint at[5];
+    int type = 0;                 // code 70's low bits: 0 rotated ... 6 ordinate
+    int flags = 0;                // code 70 whole (64: an ordinate along x)
+    DxfPoint at[7];               // codes 10 to 16
+    bool has_text_point = false;  // code 11 given
     double angle = 0, measurement = 0;
     std::string_view text;
   };
-  // Builds a block for a DIMENSION whose file has none: extension lines, the
-  // dimension line, two arrows and the text. False for other types.
+  // Builds a block for a DIMENSION whose file has none, from its definition
+  // points: extension lines, the dimension line or arc, arrows and the text.
+  // False when the points say nothing measurable.
   bool dimension_block(const Dimension& dim, std::string& name);
   int synthetic_dimensions_ = 0;
   void count(std::map<std::string, long>& m, std::string_view name) {
@@ -547,6 +554,8 @@ bool Reader::header() {
                       : variable == "$DIMSCALE" ? d_.header.dimscale
                                                 : d_.header.dimtxt;
       if (!bad_number_ && v > 0) field = v;
+    } else if (variable == "$LWDISPLAY" && p.code == 290) {
+      d_.header.lwdisplay = integer(p) != 0;
     } else if (variable == "$LTSCALE" && p.code == 40) {
       const double v = real(p);
       if (!bad_number_ && v > 0) d_.header.ltscale = v;
@@ -575,9 +584,10 @@ bool Reader::tables() {
     bad_number_ = false;
     if (kind == "LAYER") {
       std::string_view name, line_type;
-      int aci = 7, flags = 0;
+      int aci = 7, flags = 0, line_weight = kDefaultLineWeight;
       long long true_color = -1;
       for (const Pair& g : pairs_) {
+        if (g.code == 370) line_weight = small(g);
         if (g.code == 2) name = trim(g.value);
         if (g.code == 6) line_type = trim(g.value);
         if (g.code == 62) aci = small(g);
@@ -588,6 +598,9 @@ bool Reader::tables() {
       DxfLayer& layer = d_.layers[std::string(name)];
       layer.name = std::string(name);
       layer.line_type = std::string(line_type);
+      // A layer's weight is a weight or the default; BYLAYER and BYBLOCK
+      // mean nothing there.
+      layer.line_weight = line_weight >= 0 && line_weight <= 211 ? line_weight : kDefaultLineWeight;
       layer.off = aci < 0;
       layer.frozen = (flags & 1) != 0;
       layer.color = true_color >= 0 ? static_cast<ZR_RGB32>(true_color) & 0xffffff
@@ -702,6 +715,17 @@ DxfEntity Reader::make(DxfKind kind, const Common& c) {
   e.layer = layer_index(c.layer);
   e.line_type = line_type_index(c);
   if (c.line_type_scale != 1 && c.line_type_scale > 0) e.edit().line_type_scale = c.line_type_scale;
+  if (c.line_weight >= 0 && c.line_weight <= 211) {
+    e.line_weight = static_cast<std::int16_t>(c.line_weight);
+  } else if (c.line_weight == kByBlockLineWeight && in_block_) {
+    e.line_weight = kByBlockLineWeight;
+  } else if (c.line_weight == kDefaultLineWeight) {
+    e.line_weight = kDefaultLineWeight;
+  } else {  // BYLAYER, and what no table allows
+    auto it = d_.layers.find(d_.layer_names[e.layer]);
+    e.line_weight = static_cast<std::int16_t>(it == d_.layers.end() ? kDefaultLineWeight
+                                                                    : it->second.line_weight);
+  }
   if (c.true_color >= 0) {
     e.color = static_cast<ZR_RGB32>(c.true_color) & 0xffffff;
   } else if (c.aci == 256) {
@@ -1054,10 +1078,17 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     const bool attrib = name == "ATTRIB";
     DxfPoint at, align;
     double height = 0, angle = 0;
+    double width_factor = 1, oblique = 0;
     int halign = 0, valign = 0, flags = 0;
     std::string_view text;
     for (const Pair& g : pairs_) {
       switch (g.code) {
+        case 41:
+          width_factor = real(g);
+          break;
+        case 51:
+          oblique = real(g);
+          break;
         case 10:
           at.x = real(g);
           break;
@@ -1104,6 +1135,10 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     e.edit().text = std::string(text);
     e.edit().halign = std::clamp(halign, 0, 5);
     e.edit().valign = std::clamp(valign, 0, 3);
+    // CAD takes widths from 0.01 to 100 and slants within 85 degrees; a
+    // factor of 0 or less means the default.
+    e.edit().width_factor = width_factor > 0 ? std::clamp(width_factor, 0.01, 100.0) : 1.0;
+    e.edit().oblique = std::clamp(oblique, -85.0, 85.0) * kDegree;
     apply_ocs(e, c);
     keep(name, std::move(e), c, target);
   } else if (name == "MTEXT") {
@@ -1346,7 +1381,8 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
           e.edit().block = std::string(trim(g.value));
           break;
         case 70:
-          dim.type = small(g) & 7;
+          dim.flags = small(g);
+          dim.type = dim.flags & 7;
           break;
         case 1:
           dim.text = g.value;
@@ -1358,9 +1394,10 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
           dim.measurement = real(g);
           break;
         default:
-          if ((g.code >= 10 && g.code <= 14) || (g.code >= 20 && g.code <= 24)) {
+          if ((g.code >= 10 && g.code <= 16) || (g.code >= 20 && g.code <= 26)) {
             DxfPoint& p = dim.at[g.code % 10];
             (g.code < 20 ? p.x : p.y) = real(g);
+            if (g.code == 11) dim.has_text_point = true;
           }
           break;
       }
@@ -1383,69 +1420,245 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
   }
 }
 
-bool Reader::dimension_block(const Dimension& dim, std::string& name) {
-  if (dim.type != 0 && dim.type != 1) return false;
-  const DxfPoint p1 = dim.at[3], p2 = dim.at[4], on = dim.at[0];
-  // The dimension line's direction: along the measured points (aligned) or
-  // at the dimension's angle (rotated, horizontal, vertical).
-  double ux = std::cos(dim.angle), uy = std::sin(dim.angle);
-  if (dim.type == 1) {
-    const double len = std::hypot(p2.x - p1.x, p2.y - p1.y);
-    if (!(len > 0)) return false;
-    ux = (p2.x - p1.x) / len;
-    uy = (p2.y - p1.y) / len;
-  }
-  // The measured points projected onto the line through `on`.
-  auto project = [&](DxfPoint p) {
-    const double t = (p.x - on.x) * ux + (p.y - on.y) * uy;
-    return DxfPoint{on.x + ux * t, on.y + uy * t};
-  };
-  const DxfPoint q1 = project(p1), q2 = project(p2);
-  const double length = std::hypot(q2.x - q1.x, q2.y - q1.y);
-  if (!(length > 0)) return false;
-  name = "*DL_DIMENSION" + std::to_string(++synthetic_dimensions_);
-  DxfBlock& block = d_.blocks[name];
-  Common c;  // layer 0, BYBLOCK: the DIMENSION's own layer and colour apply
-  auto add = [&](DxfKind kind, std::vector<DxfPoint> points) -> DxfEntity& {
-    DxfEntity& e = block.entities.emplace_back(make(kind, c));
-    e.by_block = true;
-    e.color = 0;
-    e.points = std::move(points);
-    return e;
-  };
-  add(DxfKind::line, {p1, q1});
-  add(DxfKind::line, {p2, q2});
-  add(DxfKind::line, {q1, q2});
-  // Closed filled arrows inside the line, pointing out at its ends.
-  const double size = d_.header.dimasz * d_.header.dimscale;
-  const double dx = (q2.x - q1.x) / length, dy = (q2.y - q1.y) / length;
-  for (int end = 0; end < 2; ++end) {
-    const DxfPoint tip = end ? q2 : q1;
-    const double s = end ? -size : size;  // back into the line
-    const DxfPoint back{tip.x + dx * s, tip.y + dy * s};
-    add(DxfKind::solid, {tip,
-                         {back.x - dy * size / 6, back.y + dx * size / 6},
-                         {back.x + dy * size / 6, back.y - dx * size / 6}});
-  }
-  // The text: the measurement where "<>" stands (or is all), centred on the
-  // text point, along the line.
-  char number[32];
-  std::snprintf(number, sizeof number, "%.4g", dim.measurement > 0 ? dim.measurement : length);
-  std::string text(dim.text);
+namespace {
+
+// The measurement where "<>" stands in a dimension's text (or all of it when
+// the text is empty); " " suppresses the text.
+std::string dimension_text(std::string_view given, const std::string& number) {
+  std::string text(given);
   const std::size_t slot = text.find("<>");
   if (text.empty())
     text = number;
   else if (slot != std::string::npos)
     text.replace(slot, 2, number);
-  if (text == " ") return true;  // suppressed
-  DxfEntity& label = add(DxfKind::mtext, {dim.at[1]});
-  DxfDetail& x = label.edit();
-  x.text = text;
-  x.height = d_.header.dimtxt * d_.header.dimscale;
-  x.attachment = 5;  // middle centre
-  double angle = std::atan2(dy, dx);
-  if (angle > kPi / 2 + 1e-9 || angle <= -kPi / 2 + 1e-9) angle += kPi;  // readable
-  x.rotation = angle;
+  return text;
+}
+
+std::string format_number(double v, const char* suffix = "") {
+  char number[48];
+  std::snprintf(number, sizeof number, "%.4g%s", v, suffix);
+  return number;
+}
+
+// The angle `a` turned by half turns into (-90, 90] degrees: text reads
+// left to right or bottom up.
+double readable(double a) {
+  a = std::remainder(a, 2 * kPi);
+  if (a > kPi / 2 + 1e-9) a -= kPi;
+  if (a <= -kPi / 2 + 1e-9) a += kPi;
+  return a;
+}
+
+// `a` into [0, 2 pi).
+double turn_of(double a) {
+  a = std::fmod(a, 2 * kPi);
+  return a < 0 ? a + 2 * kPi : a;
+}
+
+}  // namespace
+
+bool Reader::dimension_block(const Dimension& dim, std::string& name) {
+  // Every entity of the block, in the DIMENSION's layer and colour (BYBLOCK).
+  std::vector<DxfEntity> parts;
+  Common c;
+  auto add = [&](DxfKind kind, std::vector<DxfPoint> points) -> DxfEntity& {
+    DxfEntity& e = parts.emplace_back(make(kind, c));
+    e.by_block = true;
+    e.color = 0;
+    e.points = std::move(points);
+    return e;
+  };
+  const double size = d_.header.dimasz * d_.header.dimscale;
+  // A closed filled arrow with its tip at `tip`, pointing along (dx, dy), a
+  // unit vector: its back lies `size` behind the tip.
+  auto arrow = [&](DxfPoint tip, double dx, double dy) {
+    const DxfPoint back{tip.x - dx * size, tip.y - dy * size};
+    add(DxfKind::solid, {tip,
+                         {back.x - dy * size / 6, back.y + dx * size / 6},
+                         {back.x + dy * size / 6, back.y - dx * size / 6}});
+  };
+  // The text, centred on `at` along `angle`; nothing for a suppressed one.
+  auto label = [&](const std::string& text, DxfPoint at, double angle) {
+    if (text == " " || text.empty()) return;
+    DxfEntity& e = add(DxfKind::mtext, {at});
+    DxfDetail& x = e.edit();
+    x.text = text;
+    x.height = d_.header.dimtxt * d_.header.dimscale;
+    x.attachment = 5;  // middle centre
+    x.rotation = readable(angle);
+  };
+  auto distance = [](DxfPoint a, DxfPoint b) { return std::hypot(b.x - a.x, b.y - a.y); };
+  // Where a text the file does not place goes: above `p` on a line along
+  // `angle`, clear of it.
+  auto above = [&](DxfPoint p, double angle) {
+    const double r = readable(angle), lift = 0.8 * d_.header.dimtxt * d_.header.dimscale;
+    return DxfPoint{p.x - std::sin(r) * lift, p.y + std::cos(r) * lift};
+  };
+  const double given = dim.measurement > 0 ? dim.measurement : 0;
+
+  switch (dim.type) {
+    case 0:    // rotated, horizontal, vertical
+    case 1: {  // aligned
+      const DxfPoint p1 = dim.at[3], p2 = dim.at[4], on = dim.at[0];
+      // The dimension line's direction: along the measured points (aligned)
+      // or at the dimension's angle (rotated, horizontal, vertical).
+      double ux = std::cos(dim.angle), uy = std::sin(dim.angle);
+      if (dim.type == 1) {
+        const double len = distance(p1, p2);
+        if (!(len > 0)) return false;
+        ux = (p2.x - p1.x) / len;
+        uy = (p2.y - p1.y) / len;
+      }
+      // The measured points projected onto the line through `on`.
+      auto project = [&](DxfPoint p) {
+        const double t = (p.x - on.x) * ux + (p.y - on.y) * uy;
+        return DxfPoint{on.x + ux * t, on.y + uy * t};
+      };
+      const DxfPoint q1 = project(p1), q2 = project(p2);
+      const double length = distance(q1, q2);
+      if (!(length > 0)) return false;
+      add(DxfKind::line, {p1, q1});
+      add(DxfKind::line, {p2, q2});
+      add(DxfKind::line, {q1, q2});
+      // Arrows inside the line, pointing out at its ends.
+      const double dx = (q2.x - q1.x) / length, dy = (q2.y - q1.y) / length;
+      arrow(q1, -dx, -dy);
+      arrow(q2, dx, dy);
+      const DxfPoint mid{(q1.x + q2.x) / 2, (q1.y + q2.y) / 2};
+      label(dimension_text(dim.text, format_number(given > 0 ? given : length)),
+            dim.has_text_point ? dim.at[1] : above(mid, std::atan2(dy, dx)), std::atan2(dy, dx));
+      break;
+    }
+    case 2:    // angular between two lines
+    case 5: {  // angular by three points
+      // The vertex and the two rays; the arc through the location point
+      // spans the sector between the rays that holds it.
+      DxfPoint vertex, location;
+      double a1, a2;
+      std::vector<DxfPoint> ends;  // where the extension lines start, one a ray
+      if (dim.type == 5) {
+        vertex = dim.at[5];
+        location = dim.at[0];
+        a1 = std::atan2(dim.at[3].y - vertex.y, dim.at[3].x - vertex.x);
+        a2 = std::atan2(dim.at[4].y - vertex.y, dim.at[4].x - vertex.x);
+        if (!(distance(vertex, dim.at[3]) > 0) || !(distance(vertex, dim.at[4]) > 0)) return false;
+        ends = {dim.at[3], dim.at[4]};
+        // The sector from a1 counter-clockwise to a2 unless the location lies
+        // in the other one.
+        if (turn_of(std::atan2(location.y - vertex.y, location.x - vertex.x) - a1) >
+            turn_of(a2 - a1))
+          std::swap(a1, a2), std::swap(ends[0], ends[1]);
+      } else {
+        const DxfPoint s1 = dim.at[3], e1 = dim.at[4], s2 = dim.at[5], e2 = dim.at[0];
+        location = dim.at[6];
+        const double d1x = e1.x - s1.x, d1y = e1.y - s1.y, d2x = e2.x - s2.x, d2y = e2.y - s2.y;
+        const double cross = d1x * d2y - d1y * d2x;
+        if (!(std::fabs(cross) > 1e-12 * (d1x * d1x + d1y * d1y + d2x * d2x + d2y * d2y)))
+          return false;  // parallel, or a line of no length
+        const double t = ((s2.x - s1.x) * d2y - (s2.y - s1.y) * d2x) / cross;
+        vertex = {s1.x + d1x * t, s1.y + d1y * t};
+        const double at = turn_of(std::atan2(location.y - vertex.y, location.x - vertex.x));
+        // The rays: each line's direction or its opposite, the pair whose
+        // sector of less than half a turn holds the location.
+        const double b1 = std::atan2(d1y, d1x), b2 = std::atan2(d2y, d2x);
+        bool found = false;
+        for (int k = 0; k < 4 && !found; ++k) {
+          const double r1 = b1 + (k & 1 ? kPi : 0), r2 = b2 + (k & 2 ? kPi : 0);
+          for (int order = 0; order < 2 && !found; ++order) {
+            const double from = order ? r2 : r1, to = order ? r1 : r2;
+            if (turn_of(to - from) < kPi && turn_of(at - from) <= turn_of(to - from)) {
+              a1 = from;
+              a2 = to;
+              found = true;
+            }
+          }
+        }
+        if (!found) return false;
+        // Extension lines start at each line's end nearer its arc end.
+        for (double a : {a1, a2}) {
+          const double r = distance(vertex, location);
+          const DxfPoint tip{vertex.x + r * std::cos(a), vertex.y + r * std::sin(a)};
+          DxfPoint best = s1;
+          for (DxfPoint p : {s1, e1, s2, e2}) {
+            const bool on_ray =
+                std::fabs((p.x - vertex.x) * std::sin(a) - (p.y - vertex.y) * std::cos(a)) <=
+                1e-9 * (1 + distance(p, vertex));
+            if (on_ray && distance(p, tip) < distance(best, tip)) best = p;
+          }
+          ends.push_back(best);
+        }
+      }
+      const double radius = distance(vertex, location);
+      if (!(radius > 0)) return false;
+      const double sweep = turn_of(a2 - a1);
+      DxfEntity& arc = add(DxfKind::arc, {});
+      arc.edit().center = vertex;
+      arc.edit().radius_x = arc.edit().radius_y = radius;
+      arc.edit().start = a1;
+      arc.edit().end = a1 + sweep;
+      const DxfPoint t1{vertex.x + radius * std::cos(a1), vertex.y + radius * std::sin(a1)};
+      const DxfPoint t2{vertex.x + radius * std::cos(a2), vertex.y + radius * std::sin(a2)};
+      // An extension line wherever the arc ends beyond its line.
+      for (int k = 0; k < 2; ++k) {
+        const DxfPoint tip = k ? t2 : t1;
+        if (distance(vertex, ends[k]) < radius) add(DxfKind::line, {ends[k], tip});
+      }
+      // The arrows along the arc's tangents, pointing out of the sweep.
+      arrow(t1, std::sin(a1), -std::cos(a1));
+      arrow(t2, -std::sin(a2), std::cos(a2));
+      const double middle = a1 + sweep / 2;
+      const double lift = d_.header.dimtxt * d_.header.dimscale;
+      const DxfPoint outside{vertex.x + (radius + lift) * std::cos(middle),
+                             vertex.y + (radius + lift) * std::sin(middle)};
+      label(dimension_text(dim.text, format_number(sweep / kDegree, "\xc2\xb0")),
+            dim.has_text_point ? dim.at[1] : outside, middle - kPi / 2);
+      break;
+    }
+    case 3:    // diameter: across the circle from code 15 to code 10
+    case 4: {  // radius: from the centre (code 10) to the circle (code 15)
+      const DxfPoint from = dim.at[dim.type == 3 ? 5 : 0], to = dim.at[dim.type == 3 ? 0 : 5];
+      const double length = distance(from, to);
+      if (!(length > 0)) return false;
+      const double dx = (to.x - from.x) / length, dy = (to.y - from.y) / length;
+      const DxfPoint centre =
+          dim.type == 3 ? DxfPoint{(from.x + to.x) / 2, (from.y + to.y) / 2} : from;
+      const DxfPoint text_at =
+          dim.has_text_point
+              ? dim.at[1]
+              : above({(from.x + to.x) / 2, (from.y + to.y) / 2}, std::atan2(dy, dx));
+      add(DxfKind::line, {from, to});
+      // A text outside the circle gets a leader from the circle to it.
+      const double radius = dim.type == 3 ? length / 2 : length;
+      if (distance(centre, text_at) > radius) add(DxfKind::line, {to, text_at});
+      arrow(to, dx, dy);
+      if (dim.type == 3) arrow(from, -dx, -dy);
+      // CAD's prefixes: "R" for a radius, the diameter sign for a diameter.
+      const std::string number =
+          std::string(dim.type == 3 ? "\xc3\x98" : "R") + format_number(given > 0 ? given : length);
+      label(dimension_text(dim.text, number), text_at, std::atan2(dy, dx));
+      break;
+    }
+    case 6: {  // ordinate: the feature's x (flag 64) or y from the origin
+      const DxfPoint origin = dim.at[0], feature = dim.at[3], leader = dim.at[4];
+      const bool along_x = (dim.flags & 64) != 0;
+      const double value = along_x ? feature.x - origin.x : feature.y - origin.y;
+      if (!(distance(feature, leader) > 0)) return false;
+      add(DxfKind::line, {feature, leader});
+      // The text beyond the leader's end, along the leader.
+      const double angle = std::atan2(leader.y - feature.y, leader.x - feature.x);
+      const double reach = d_.header.dimtxt * d_.header.dimscale;
+      const std::string text =
+          dimension_text(dim.text, format_number(dim.measurement != 0 ? dim.measurement : value));
+      const double half = reach * 0.35 * static_cast<double>(text.size()) + reach / 2;
+      const DxfPoint beyond{leader.x + half * std::cos(angle), leader.y + half * std::sin(angle)};
+      label(text, dim.has_text_point ? dim.at[1] : beyond, angle);
+      break;
+    }
+    default:
+      return false;
+  }
+  name = "*DL_DIMENSION" + std::to_string(++synthetic_dimensions_);
+  d_.blocks[name].entities = std::move(parts);
   return true;
 }
 

@@ -62,6 +62,40 @@ double label_width(ZR_Text_Engine* engine, const ZR_Font& font, const std::u16st
   return static_cast<double>(box[1].x) - box[0].x;
 }
 
+std::vector<std::vector<std::vector<DL::DoublePoint>>> label_outlines(
+    ZR_Text_Engine* engine, const ZR_Font& font, const std::u16string& text, double em,
+    double width_factor, double oblique, double rotation, DL::DoublePoint origin) {
+  std::vector<std::vector<std::vector<DL::DoublePoint>>> out;
+  if (!engine || text.empty() || !(em > 0.0)) return out;
+  ZR_Rendition r = ZR_Rendition::create();
+  r.set_text_font(font, false);
+  ZR_Font_Metrics metrics{};
+  engine->font_metrics(&r, &metrics);
+  const double nominal = metrics.nominal_size > 0 ? metrics.nominal_size : 1.0;
+  r.set_text_size(static_cast<float>(nominal), false);
+  const double k = em / nominal;           // world units per outline unit
+  const double shear = std::tan(oblique);  // x added per unit of height
+  const double c = std::cos(rotation), s = std::sin(rotation);
+  double pen = 0.0;  // along the baseline, in outline units before the width factor
+  for (char16_t ch : text) {
+    ZR_Character_Metrics m{};
+    ZR_Contour_Set set = engine->character_contour(&r, static_cast<unsigned short>(ch), &m);
+    if (set) {
+      std::vector<std::vector<DL::DoublePoint>>& glyph = out.emplace_back();
+      const ZR_Point* p = set->contour_points;
+      for (int i = 0; i < set->contour_count; ++i) {
+        std::vector<DL::DoublePoint>& contour = glyph.emplace_back();
+        for (int j = 0; j < set->contour_sizes[i]; ++j, ++p) {
+          const double x = ((pen + p->x) * width_factor + p->y * shear) * k, y = p->y * k;
+          contour.push_back({origin.x + c * x - s * y, origin.y + s * x + c * y});
+        }
+      }
+    }
+    pen += m.advance;
+  }
+  return out;
+}
+
 DL::Text* make_label(DL::DisplayList& list, ZR_Text_Engine* engine, const ZR_Font& font,
                      ZR_RGB32 color, DL::DoublePoint origin, double em, double rotation,
                      const std::u16string& text, DL::WorldBounds& bounds) {

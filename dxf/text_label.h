@@ -7,6 +7,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "displaylist/display_list.h"
 #include "foundation/rendering.h"
@@ -27,6 +28,18 @@ void measure_label(ZR_Text_Engine* engine, const ZR_Font& font, const std::u16st
 // The width of `text` at `em`, along its writing direction.
 double label_width(ZR_Text_Engine* engine, const ZR_Font& font, const std::u16string& text,
                    double em);
+
+// The glyphs of `text` as outlines, for text that a `Text` cannot show: set
+// at `em` world units, each glyph's width and advance times `width_factor`,
+// slanted by `oblique` radians (positive leans the tops forward, along the
+// writing direction), turned by `rotation` about `origin` (the start of the
+// baseline). One entry a glyph that has an outline, each a list of closed
+// contours in world units. The engine gives outlines at the font's nominal
+// size; they are scaled and slanted here in double, so large texts keep
+// their precision. Empty without an engine or for a blank string.
+std::vector<std::vector<std::vector<DL::DoublePoint>>> label_outlines(
+    ZR_Text_Engine* engine, const ZR_Font& font, const std::u16string& text, double em,
+    double width_factor, double oblique, double rotation, DL::DoublePoint origin);
 
 // A new Text for `list` (not added) with its measured bounds; null for an
 // empty string. `bounds` gets the world rectangle, rounded outward.

@@ -8,6 +8,7 @@
 #include "displaylist/display_list.h"
 #include "dxf/dxf_loader.h"
 #include "dxf/dxf_mapping.h"
+#include "nested/drawable_display_list.h"
 #include "tests/support/tree_check.h"
 
 namespace DL::fuzz {
@@ -26,6 +27,20 @@ std::string refusal_problem(const std::string& error) {
 std::string tree_problem(const char* what, const DisplayList& list) {
   const std::vector<std::string> problems = test::tree_problems(list);
   return problems.empty() ? std::string() : what + (": " + problems.front());
+}
+
+// The lists that drawables of `list` own (the lineweight runs), and the ones
+// they own in turn; block lists are borrowed and checked apart.
+std::string owned_lists_problem(const DisplayList& list) {
+  for (const Drawable* d : test::drawables_in_order(list.root)) {
+    if (d->type() != &DrawableDisplayList::_drawable_type_dummy) continue;
+    const auto* nested = static_cast<const DrawableDisplayList*>(d);
+    if (!nested->owns_display_list() || !nested->display_list()) continue;
+    std::string problem = tree_problem("a lineweight run's list", *nested->display_list());
+    if (problem.empty()) problem = owned_lists_problem(*nested->display_list());
+    if (!problem.empty()) return problem;
+  }
+  return {};
 }
 
 }  // namespace
@@ -50,8 +65,11 @@ std::string check_dxf_file(const std::string& path) {
     DisplayList list(heap);
     dxf::add_to_display_list(drawings[0], placements[0], context, list);
     problem = tree_problem("the sheet's list", list);
-    for (const auto& [key, block] : context.blocks)
+    if (problem.empty()) problem = owned_lists_problem(list);
+    for (const auto& [key, block] : context.blocks) {
       if (problem.empty() && block.list) problem = tree_problem("a block list", *block.list);
+      if (problem.empty() && block.list) problem = owned_lists_problem(*block.list);
+    }
     if (problem.empty()) {
       auto* renderer = new RecordingRenderer;
       list.set_renderer(renderer);

@@ -10,8 +10,9 @@
 // - A refused file gets one clear line: not empty, no line break or other
 //   control character, at most 512 bytes.
 // - A loaded file is laid out on a sheet and mapped into a display list with a
-//   text engine that records; that list and every block list built for it are
-//   sound trees (tests/support/tree_check.h), and the list draws its whole
+//   text engine that records; that list, every block list built for it and
+//   every list its drawables own (the lineweight runs) are sound trees
+//   (tests/support/tree_check.h), and the list draws its whole
 //   view and a quarter of it into a recording renderer.
 // - When everything is gone, the list's heap holds no block.
 // Crashes, undefined behaviour and leaks are the sanitizers' to report; a run

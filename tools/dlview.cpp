@@ -4,7 +4,8 @@
 //          [--repeat N] [--layer-off NAME]... [--complex-clip] [--out PATH.png]
 //   dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--clip circle|polygon]
 //          [--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}]
-//          [--layout NAME] [--strict]
+//          [--layout NAME] [--strict] [--paper A0..A4|letter[ landscape]]
+//          [--scale 1:N|fit]
 //
 // Without files it builds the demo city (demo_drawing.h; --blocks N city
 // blocks a side, 330 by default: about two million drawables) and renders four
@@ -23,7 +24,12 @@
 // under --clip if given.
 //
 // A PDF or SVG page takes the drawing's shape (its larger side 1024 points)
-// unless --size is given.
+// unless --size is given; --paper gives it a paper size instead (A0 to A4 or
+// letter, portrait unless "landscape" follows), the drawing fitted on it or,
+// with --scale 1:N, centred at that scale: N drawing millimetres (by
+// $INSUNITS; a unitless drawing counts as millimetres) to one on paper.
+// --scale without --paper sizes the page to the drawing at that scale. Text
+// in a PDF or SVG is stored as text (searchable, selectable), not outlines.
 //
 // Model space is shown; --layout NAME shows a paper-space layout instead. A
 // file cut short (no EOF, or ending inside a section) is drawn as far as it
@@ -64,6 +70,7 @@
 #include "backends/cairo/cairo_picker.h"
 #include "backends/cairo/cairo_renderer.h"
 #include "backends/cairo/cairo_text.h"
+#include "backends/cairo/cairo_text_writer.h"
 #include "backends/freetype/freetype_engine.h"
 #include "displaylist/display_list.h"
 #include "drawables/dot.h"
@@ -180,6 +187,7 @@ int show_in_window(DL::DisplayList& list, const DL::WorldBounds& extent,
                    std::function<std::string(const DL::DisplayList*)> list_name = {}) {
 #ifdef DLVIEW_HAVE_GUI
   dlview::GuiDrawing drawing;
+  drawing.ready = Clock::now();  // --bench times the first picture from here
   drawing.list = &list;
   drawing.extent = extent;
   for (auto& [name, info] : layers) {
@@ -242,6 +250,9 @@ ZR_Contour_Set clip_contours(Clip clip, int w, int h) {
 struct Output {
   DL::CairoTextPainter* painter;  // the list's text engine
   bool complex_clip_supported = false;
+  // The engine that shapes for the painter: a PDF or SVG takes its glyphs
+  // as text (CairoTextWriter) instead of the painter's outlines.
+  DL::FreeTypeTextEngine* shaper = nullptr;
 };
 
 // Draws the view of `list` into a new picture at `path` through draw_view,
@@ -270,14 +281,20 @@ bool render(DL::DisplayList& list, const std::string& path, int w, int h, Clip c
   }
   list.rendition.validate_hard_complex_clip();
   out.painter->set_renderer(canvas->renderer());
+  DL::CairoTextWriter writer(canvas->renderer());
+  const bool as_text = format != DL::CairoCanvas::Format::png && out.shaper;
+  if (as_text) out.shaper->set_sink(&writer);
   auto start = Clock::now();
   list.draw_view();
   milliseconds = ms_between(start, Clock::now());
+  if (as_text) out.shaper->set_sink(out.painter);
   out.painter->set_renderer(nullptr);
   list.rendition.set_complex_clip(nullptr, false);
   list.set_renderer(nullptr);
   canvas->renderer()->set_outer_list(nullptr);
-  return canvas->finish(&error);
+  if (!canvas->finish(&error)) return false;
+  return format != DL::CairoCanvas::Format::svg ||
+         DL::add_svg_text(path, writer.svg_text(), &error);
 }
 
 // `base` with `-name` before its extension.
@@ -363,7 +380,74 @@ struct Arguments {
   bool complex_clip = false;
   std::string layout;   // --layout: a paper-space layout instead of model space
   bool strict = false;  // --strict: a file cut short is an error
+  // --paper: the page in millimetres, width and height; 0 for none.
+  double paper_w = 0, paper_h = 0;
+  double scale = 0;  // --scale 1:N: N; 0 fits the drawing on the page
 };
+
+// A paper size by name ("A4", "a3 landscape", "letter,landscape"); false for
+// none known.
+bool parse_paper(std::string v, double& w, double& h) {
+  for (char& c : v) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  bool landscape = false;
+  for (const char* suffix : {" landscape", ",landscape", "-landscape"}) {
+    const std::string x(suffix);
+    if (v.size() > x.size() && v.compare(v.size() - x.size(), x.size(), x) == 0) {
+      landscape = true;
+      v.resize(v.size() - x.size());
+    }
+  }
+  static const struct {
+    const char* name;
+    double w, h;  // portrait, millimetres
+  } sizes[] = {{"a0", 841, 1189}, {"a1", 594, 841}, {"a2", 420, 594},
+               {"a3", 297, 420},  {"a4", 210, 297}, {"letter", 215.9, 279.4}};
+  for (const auto& size : sizes)
+    if (v == size.name) {
+      w = landscape ? size.h : size.w;
+      h = landscape ? size.w : size.h;
+      return true;
+    }
+  return false;
+}
+
+// N of a scale 1:N as the user would write it.
+std::string format_scale(double n) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", n);
+  return text;
+}
+
+// Millimetres a drawing unit by $INSUNITS; a unitless drawing counts as
+// millimetres, as do units this table lacks.
+double millimetres_per_unit(int insunits) {
+  switch (insunits) {
+    case 1:
+      return 25.4;  // inches
+    case 2:
+      return 304.8;  // feet
+    case 3:
+      return 1609344;  // miles
+    case 5:
+      return 10;  // centimetres
+    case 6:
+      return 1000;  // metres
+    case 7:
+      return 1000000;  // kilometres
+    case 8:
+      return 2.54e-5;  // microinches
+    case 9:
+      return 0.0254;  // mils
+    case 10:
+      return 914.4;  // yards
+    case 13:
+      return 0.001;  // microns
+    case 14:
+      return 100;  // decimetres
+    default:
+      return 1;  // millimetres, unitless and the rest
+  }
+}
 
 // A square grid of `a.dots` dots, 16 world units apart, added in tiles of 64 x 64
 // dots, the way a drawing program emits a sheet region by region.
@@ -554,6 +638,11 @@ int run_dxf(const Arguments& a, Output& out) {
 
   DL::dxf::SheetContext context(out.painter, DL::FreeTypeTextEngine::make_font("DejaVu Sans"));
   context.read_image = read_png;
+  // A PDF's or SVG's device unit is a point.
+  DL::CairoCanvas::Format out_format;
+  if (!gui.on && DL::CairoCanvas::format_for_path(a.out, out_format) &&
+      out_format != DL::CairoCanvas::Format::png)
+    context.lineweight_dpi = 72;
   DL::DisplayList sheet;
   sheet.saturate_device_points = true;  // far points of a zoomed view must not wrap
   std::vector<DL::dxf::MappingReport> reports;
@@ -620,6 +709,11 @@ int run_dxf(const Arguments& a, Output& out) {
   }
   add_ref(out.painter);
   shown->text_engine = out.painter;
+  if (gui.on) {
+    std::printf("loaded in %.1f ms, inserted %lld drawables in %.1f ms\n",
+                ms_between(start, loaded), drawables, ms_between(loaded, built));
+    std::fflush(stdout);
+  }
   if (gui.on)
     return show_in_window(*shown, view, context.layers.entries(), drawables, a.width, a.height,
                           out.painter, {}, [&context](const DL::DisplayList* list) {
@@ -632,15 +726,44 @@ int run_dxf(const Arguments& a, Output& out) {
   // default width (in points), unless --size says otherwise.
   int w = a.width, h = a.height;
   DL::CairoCanvas::Format format;
-  if (!a.size_given && DL::CairoCanvas::format_for_path(a.out, format) &&
-      format != DL::CairoCanvas::Format::png) {
-    const double vw = std::max(1.0, static_cast<double>(view.max.x) - view.min.x);
-    const double vh = std::max(1.0, static_cast<double>(view.max.y) - view.min.y);
+  const bool vector =
+      DL::CairoCanvas::format_for_path(a.out, format) && format != DL::CairoCanvas::Format::png;
+  const double vw = std::max(1.0, static_cast<double>(view.max.x) - view.min.x);
+  const double vh = std::max(1.0, static_cast<double>(view.max.y) - view.min.y);
+  // World units a point at --scale 1:N (a point is 25.4 / 72 mm of paper).
+  const double world_per_point =
+      a.scale > 0 ? 25.4 / 72 * a.scale / millimetres_per_unit(drawings[0].header.insunits) *
+                        placements[0].scale
+                  : 0;
+  if (a.paper_w > 0) {
+    w = static_cast<int>(std::lround(a.paper_w / 25.4 * 72));
+    h = static_cast<int>(std::lround(a.paper_h / 25.4 * 72));
+  } else if (vector && world_per_point > 0) {
+    const double pw = vw / world_per_point + 1, ph = vh / world_per_point + 1;
+    if (!(pw <= 32767 && ph <= 32767))
+      return fail("--scale 1:" + format_scale(a.scale) +
+                  " gives a page over 32767 points: use --paper");
+    w = std::max(16, static_cast<int>(std::ceil(pw)));
+    h = std::max(16, static_cast<int>(std::ceil(ph)));
+  } else if (!a.size_given && vector) {
     const double side = std::max(w, h);
     w = std::clamp(static_cast<int>(std::lround(vw >= vh ? side : side * vw / vh)), 16, 32767);
     h = std::clamp(static_cast<int>(std::lround(vh >= vw ? side : side * vh / vw)), 16, 32767);
   }
-  shown->set_world_bounds(fit_view(view, w, h, a.has_view ? 0.0 : kFrameMargin));
+  if (world_per_point > 0) {
+    // Centred on what is shown, at the scale asked.
+    const double cx = (static_cast<double>(view.min.x) + view.max.x) / 2;
+    const double cy = (static_cast<double>(view.min.y) + view.max.y) / 2;
+    const double hw = world_per_point * (w - 1) / 2, hh = world_per_point * (h - 1) / 2;
+    if (!(std::fabs(cx) + hw < 2147483647.0 && std::fabs(cy) + hh < 2147483647.0))
+      return fail("--scale 1:" + format_scale(a.scale) +
+                  ": the page reaches past the sheet's 32-bit coordinates; use a larger scale");
+    shown->set_world_bounds(
+        {{DL::round_to_int32_saturated(cx - hw), DL::round_to_int32_saturated(cy - hh)},
+         {DL::round_to_int32_saturated(cx + hw), DL::round_to_int32_saturated(cy + hh)}});
+  } else {
+    shown->set_world_bounds(fit_view(view, w, h, a.has_view ? 0.0 : kFrameMargin));
+  }
   const std::string path = a.out.empty() ? "dlview.png" : a.out;
   std::string error;
   double ms = 0;
@@ -664,7 +787,8 @@ int main(int argc, char** argv) {
     const bool takes_value = arg == "--out" || arg == "--size" || arg == "--view" ||
                              arg == "--layer-off" || arg == "--clip" || arg == "--pick" ||
                              arg == "--repeat" || arg == "--blocks" || arg == "--dots" ||
-                             arg == "--script" || arg == "--layout";
+                             arg == "--script" || arg == "--layout" || arg == "--paper" ||
+                             arg == "--scale";
     if (takes_value && !has_value) return fail(arg + " needs a value");
     if (arg == "--out") {
       a.out = argv[++i];
@@ -715,6 +839,25 @@ int main(int argc, char** argv) {
       a.layout = argv[++i];
     } else if (arg == "--strict") {
       a.strict = true;
+    } else if (arg == "--paper") {
+      std::string v = argv[++i];
+      if (i + 1 < argc && std::string(argv[i + 1]) == "landscape")
+        v += " " + std::string(argv[++i]);
+      if (!parse_paper(v, a.paper_w, a.paper_h))
+        return fail("bad value for --paper: '" + v + "' (A0, A1, A2, A3, A4 or letter, then " +
+                    "landscape if wanted)");
+    } else if (arg == "--scale") {
+      const std::string v = argv[++i];
+      char* end = nullptr;
+      if (v == "fit") {
+        a.scale = 0;
+      } else if (v.size() > 2 && v.compare(0, 2, "1:") == 0) {
+        a.scale = std::strtod(v.c_str() + 2, &end);
+        if (*end != '\0' || !(a.scale >= 1e-6 && a.scale <= 1e9))
+          return fail("bad value for --scale: '" + v + "' (1:N with N from 1e-6 to 1e9, or fit)");
+      } else {
+        return fail("bad value for --scale: '" + v + "' (1:N, e.g. 1:100, or fit)");
+      }
     } else if (arg == "--complex-clip") {
       a.complex_clip = true;
     } else if (arg == "--help" || arg == "-h") {
@@ -723,7 +866,7 @@ int main(int argc, char** argv) {
           "[--repeat N] [--layer-off NAME]... [--complex-clip] [--out PATH.png]\n"
           "       dlview FILE.dxf... [--view X0,Y0,X1,Y1] [--size WxH] [--clip circle|polygon] "
           "[--layer-off NAME]... [--pick X,Y] [--repeat N] [--out PATH.{png,pdf,svg}] "
-          "[--layout NAME] [--strict]\n"
+          "[--layout NAME] [--strict] [--paper A0..A4|letter[ landscape]] [--scale 1:N|fit]\n"
           "       dlview --dots N [--size WxH] [--out PATH]\n"
           "       dlview --gui [FILE.dxf...] [--dots N] [--size WxH] [--script PATH] [--bench]\n");
       return 0;
@@ -734,6 +877,14 @@ int main(int argc, char** argv) {
     }
   }
   if ((gui.bench || !gui.script.empty()) && !gui.on) return fail("--bench and --script need --gui");
+  if (a.paper_w > 0 || a.scale > 0) {
+    DL::CairoCanvas::Format format;
+    if (a.files.empty() || gui.on) return fail("--paper and --scale need DXF files and no --gui");
+    if (!DL::CairoCanvas::format_for_path(a.out, format) || format == DL::CairoCanvas::Format::png)
+      return fail("--paper and --scale need --out PATH.pdf or PATH.svg");
+    if (a.paper_w > 0 && a.size_given) return fail("--paper and --size cannot both be given");
+    if (a.scale > 0 && a.repeat > 1) return fail("--scale cannot be combined with --repeat");
+  }
   if (a.has_pick && (a.pick_x >= a.width || a.pick_y >= a.height))
     return fail("--pick must lie inside the picture (" + std::to_string(a.width) + "x" +
                 std::to_string(a.height) + ")");
@@ -747,7 +898,7 @@ int main(int argc, char** argv) {
   auto* painter = new DL::CairoTextPainter(freetype);
   add_ref(painter);
   freetype->set_sink(painter);
-  Output out{painter, a.complex_clip};
+  Output out{painter, a.complex_clip, freetype};
   int status;
   if (a.files.empty()) {
     if (a.has_view)

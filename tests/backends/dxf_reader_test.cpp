@@ -303,6 +303,111 @@ TEST(DxfReader, MtextWrapsAtItsWidthAndAlignedTextFitsItsPoints) {
   EXPECT_NEAR(aligned.max.x, 230000, 10);
 }
 
+TEST(DxfReader, TextWidthFactorObliqueAndFitShapeTheGlyphs) {
+  // Fault: width factor, oblique angle and "fit" were read past: a squeezed,
+  // slanted or fitted TEXT showed as plain text.
+  const DxfDrawing d = load(data("text_width_oblique.dxf"));
+  ASSERT_EQ(d.entities.size(), 4u);
+  EXPECT_EQ(d.entities[1].detail().width_factor, 2);
+  EXPECT_NEAR(d.entities[2].detail().oblique, 30 * M_PI / 180, 1e-12);
+  EXPECT_EQ(d.entities[3].detail().halign, 5);
+  Drawn drawn(d);
+  // The recording engine's glyph is a box 0.5 em wide and 0.7 em high, its
+  // advance 0.6 em; the em is 2 / 0.73 here.
+  const double em = 2 / 0.73;
+  int texts = 0;
+  std::map<int, std::vector<WorldBounds>> glyphs;  // by the baseline's y
+  std::map<int, std::vector<std::vector<DxfPoint>>> shapes;
+  for (const Drawable* x : drawn.drawables) {
+    const std::string name = dlview::class_name(x);
+    if (name == "Text") {
+      ++texts;
+      continue;
+    }
+    ASSERT_EQ(name, "Polygon");
+    WorldBounds b = WorldBounds::empty();
+    x->add_bounds(b);
+    const int row = static_cast<int>(std::lround((b.min.y - 200000) / 1000.0));
+    glyphs[row].push_back(b);
+    std::vector<DxfPoint>& pts = shapes[row].emplace_back();
+    const auto* p = static_cast<const Polygon*>(x);
+    for (int i = 0; i < p->count; ++i)
+      pts.push_back({(p->points[i].x - 200000) / 1000.0, (p->points[i].y - 200000) / 1000.0});
+  }
+  EXPECT_EQ(texts, 1);  // "PLAIN" stays a Text
+  // "WIDE": four glyphs twice as wide, the last ending at 2.3 em times 2.
+  ASSERT_EQ(glyphs[0].size(), 4u);
+  EXPECT_NEAR(glyphs[0].back().max.x, 200000 + 2.3 * em * 2 * 1000, 2);
+  EXPECT_NEAR(glyphs[0].front().max.x - glyphs[0].front().min.x, 0.5 * em * 2 * 1000, 2);
+  EXPECT_NEAR(glyphs[0].front().max.y, 200000 + 0.7 * em * 1000, 2);
+  // "SLANT": the first glyph's top edge starts 0.7 em tan 30 degrees forward
+  // of its foot; its bottom edge stays at 0.
+  ASSERT_EQ(shapes[-10].size(), 5u);
+  const std::vector<DxfPoint>& s = shapes[-10].front();
+  ASSERT_EQ(s.size(), 5u);  // a closed box
+  EXPECT_NEAR(s[0].x, 0, 0.002);
+  EXPECT_NEAR(s[3].x, 0.7 * em * std::tan(M_PI / 6), 0.002);
+  EXPECT_NEAR(s[3].y, -10 + 0.7 * em, 0.002);
+  // "FIT": its advances span 40 units, so its last glyph ends 1.7 / 1.8 of
+  // the way, at its own height.
+  ASSERT_EQ(glyphs[-20].size(), 3u);
+  EXPECT_NEAR(glyphs[-20].front().min.x, 200000, 2);
+  EXPECT_NEAR(glyphs[-20].back().max.x, 200000 + 40000 * 1.7 / 1.8, 2);
+  EXPECT_NEAR(glyphs[-20].back().max.y, 200000 - 20000 + 0.7 * em * 1000, 2);
+}
+
+TEST(DxfReader, LineweightsDrawAtTheirDeviceWidths) {
+  // Fault: every line was one pixel wide whatever its lineweight.
+  DxfDrawing d = load(data("lineweights.dxf"));
+  ASSERT_EQ(d.entities.size(), 5u);
+  EXPECT_TRUE(d.header.lwdisplay);
+  EXPECT_EQ(d.entities[0].line_weight, kDefaultLineWeight);
+  EXPECT_EQ(d.entities[1].line_weight, 100);
+  EXPECT_EQ(d.entities[2].line_weight, 50);  // BYLAYER on "HEAVY"
+  EXPECT_EQ(d.entities[4].line_weight, 211);
+  EXPECT_EQ(d.blocks.at("W").entities[0].line_weight, kByBlockLineWeight);
+  // The widths each line reaches the renderer with, by its screen y (the
+  // drawing's y plus 200); the circle's by its centre.
+  auto widths = [](const Drawn& drawn) {
+    std::map<int, int> out;
+    for (const RecordedCall& call : drawn.renderer->calls) {
+      if (call.points.size() == 2 && call.points[0].y == call.points[1].y)
+        out[call.points[0].y - 200] = call.line_weight;
+      if (call.entry.find("ellipse") != std::string::npos ||
+          call.entry.find("arc") != std::string::npos)
+        out[-1] = call.line_weight;
+    }
+    return out;
+  };
+  {
+    Drawn drawn(d);
+    // At 96 units an inch: default 0.25 mm 1, 1 mm 4, 0.5 mm 2, the INSERT's
+    // 2.11 mm 8 on its BYBLOCK line, the circle's own 0.3 mm 1.
+    const std::map<int, int> w = widths(drawn);
+    EXPECT_EQ(w, (std::map<int, int>{{-1, 1}, {0, 1}, {10, 4}, {20, 2}, {30, 1}, {40, 8}}));
+    // A run's region is grown so its clip keeps wide lines whole; the view is
+    // still framed by what is drawn (fault: framed by the grown regions).
+    EXPECT_EQ(drawn.report.bounds.min.x, 200000);
+    EXPECT_EQ(drawn.report.bounds.max.x, 300000);
+    EXPECT_EQ(drawn.report.bounds.min.y, 200000);
+    // Runs of one width are nested lists in file order: line, run, run, line,
+    // the INSERT's run (holding the INSERT's block list).
+    std::vector<std::string> classes;
+    for (const Drawable* x : drawn.drawables) classes.push_back(dlview::class_name(x));
+    EXPECT_EQ(classes,
+              (std::vector<std::string>{"Polyline", "DrawableDisplayList", "DrawableDisplayList",
+                                        "Polyline", "DrawableDisplayList"}));
+  }
+  // $LWDISPLAY 0: CAD shows every line thin on screen, and so does the mapping.
+  d.header.lwdisplay = false;
+  Drawn thin(d);
+  for (const auto& [y, weight] : widths(thin)) EXPECT_EQ(weight, 1) << y;
+  // No runs: the four lines and the INSERT's block list.
+  ASSERT_EQ(thin.drawables.size(), 5u);
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(std::string(dlview::class_name(thin.drawables[i])), "Polyline");
+}
+
 TEST(DxfReader, PatternedHatchesDrawTheirLinesInsideTheBoundary) {
   // Fault: a section hatch showed as an empty boundary (it was skipped).
   const DxfDrawing d = load(data("hatch_pattern.dxf"));
@@ -369,6 +474,37 @@ TEST(DxfReader, LineTypesDashTheirEntities) {
   EXPECT_GT(drawn.report.drawables, 40);
 }
 
+TEST(DxfReader, LineTypesDashWidePolylines) {
+  // Fault: a dashed polyline with widths was drawn as one continuous strip.
+  const DxfDrawing d = load(data("wide_line_types.dxf"));
+  ASSERT_EQ(d.entities.size(), 2u);
+  Drawn drawn(d);
+  // Each dash a filled strip of one quad, by the y of its middle.
+  std::map<int, std::vector<WorldBounds>> pieces;
+  for (const Drawable* x : drawn.drawables) {
+    ASSERT_EQ(std::string(dlview::class_name(x)), "PolytriangleWithNoBorder");
+    WorldBounds b = WorldBounds::empty();
+    x->add_bounds(b);
+    pieces[static_cast<int>(std::lround(((b.min.y + b.max.y) / 2.0 - 200000) / 1000))].push_back(b);
+  }
+  // "LONG": dashes of 5 every 7.5, 2 wide; 14 of them, the last cut at 100.
+  const std::vector<WorldBounds>& dashes = pieces[0];
+  ASSERT_EQ(dashes.size(), 14u);
+  EXPECT_EQ(dashes[0].min.x, 200000);
+  EXPECT_EQ(dashes[0].max.x, 205000);
+  EXPECT_EQ(dashes[1].min.x, 207500);
+  EXPECT_EQ(dashes[0].max.y - dashes[0].min.y, 2000);
+  EXPECT_EQ(dashes.back().max.x, 300000);
+  // "DOTS": a square a dot every 10, as wide as the line narrowing from 4
+  // to 0 where it falls: 4 at 0, 2 at 50; none where the width is 0.
+  const std::vector<WorldBounds>& dots = pieces[10];
+  ASSERT_EQ(dots.size(), 10u);
+  EXPECT_EQ(dots[0].max.x - dots[0].min.x, 4000);
+  EXPECT_EQ(dots[0].max.y - dots[0].min.y, 4000);
+  EXPECT_EQ(dots[5].max.x - dots[5].min.x, 2000);
+  EXPECT_EQ((dots[5].min.x + dots[5].max.x) / 2, 250000);
+}
+
 TEST(DxfReader, ImagesShowTheirFrameAndMissingFilesAreListed) {
   // Fault: IMAGE was skipped without a trace, and a missing file went unsaid.
   const DxfDrawing d = load(data("images.dxf"));
@@ -432,7 +568,7 @@ TEST(DxfReader, ImagesShowTheirPixelsOverTheirRectangleWhenTheHostReadsThem) {
 TEST(DxfReader, DimensionsWithoutABlockAreBuiltFromTheirPoints) {
   // A linear dimension of (0, 0)-(30, 0), its line at y 10, text "<> mm";
   // an aligned one of (0, 20)-(30, 60) (length 50), its line through (0, 30);
-  // a radial one, which needs its block.
+  // a radial one whose circle point is its centre, which measures nothing.
   std::ostringstream s;
   s << "0\nSECTION\n2\nHEADER\n9\n$DIMASZ\n40\n2\n9\n$DIMTXT\n40\n3\n0\nENDSEC\n";
   s << "0\nSECTION\n2\nENTITIES\n";
@@ -440,11 +576,11 @@ TEST(DxfReader, DimensionsWithoutABlockAreBuiltFromTheirPoints) {
        "13\n0\n23\n0\n14\n30\n24\n0\n50\n0\n";
   s << "0\nDIMENSION\n8\n0\n70\n1\n10\n-8\n20\n26\n11\n11\n21\n40\n13\n0\n23\n20\n14\n30\n"
        "24\n60\n";
-  s << "0\nDIMENSION\n8\n0\n70\n4\n10\n0\n20\n0\n15\n5\n25\n0\n";
+  s << "0\nDIMENSION\n8\n0\n70\n4\n10\n0\n20\n0\n15\n0\n25\n0\n";
   s << "0\nENDSEC\n0\nEOF\n";
   const DxfDrawing d = load(write("dimensions.dxf", s.str()));
   ASSERT_EQ(d.entities.size(), 2u);
-  EXPECT_EQ(d.skipped.at("DIMENSION (no block)"), 1);
+  EXPECT_EQ(d.skipped.at("DIMENSION (no block)"), 1);  // a radius of no length
   const DxfBlock& linear = d.blocks.at(d.entities[0].detail().block);
   ASSERT_EQ(linear.entities.size(), 6u);  // 3 lines, 2 arrows, the text
   const DxfEntity& line = linear.entities[2];
@@ -465,6 +601,64 @@ TEST(DxfReader, DimensionsWithoutABlockAreBuiltFromTheirPoints) {
         std::abs(call.points[1].y - 210) <= 1 && std::abs(call.points[1].x - 230) <= 1)
       seen = call.rendition_color == 0xff0000u || (call.has_color && call.color == 0xff0000u);
   EXPECT_TRUE(seen);
+}
+
+TEST(DxfReader, AngularRadialDiameterAndOrdinateDimensionsAreBuiltFromTheirPoints) {
+  // Fault: dimensions other than linear and aligned were skipped without
+  // their block.
+  const DxfDrawing d = load(data("dimensions_from_points.dxf"));
+  ASSERT_EQ(d.entities.size(), 6u);
+  EXPECT_TRUE(d.skipped.empty());
+  auto block = [&](std::size_t i) -> const std::vector<DxfEntity>& {
+    return d.blocks.at(d.entities[i].detail().block).entities;
+  };
+  auto text_of = [](const std::vector<DxfEntity>& v) {
+    for (const DxfEntity& e : v)
+      if (e.kind == DxfKind::mtext) return e.detail().text;
+    return std::string();
+  };
+  auto count = [](const std::vector<DxfEntity>& v, DxfKind kind) {
+    return std::count_if(v.begin(), v.end(), [&](const DxfEntity& e) { return e.kind == kind; });
+  };
+  // Radius: the line from the centre to the circle, one arrow, "R10".
+  EXPECT_EQ(text_of(block(0)), "R10");
+  EXPECT_EQ(count(block(0), DxfKind::solid), 1);
+  EXPECT_NEAR(block(0)[0].points[1].x, 10 * std::sqrt(0.5), 1e-9);
+  // Diameter: across the circle, two arrows, the diameter sign.
+  EXPECT_EQ(text_of(block(1)),
+            "\xc3\x98"
+            "20");
+  EXPECT_EQ(count(block(1), DxfKind::solid), 2);
+  // Angles: an arc about the vertex through the location point, two arrows,
+  // the degrees.
+  for (std::size_t i : {std::size_t{2}, std::size_t{3}}) {
+    const auto arc = std::find_if(block(i).begin(), block(i).end(),
+                                  [](const DxfEntity& e) { return e.kind == DxfKind::arc; });
+    ASSERT_NE(arc, block(i).end());
+    const DxfPoint vertex = i == 2 ? DxfPoint{50, 0} : DxfPoint{90, 0};
+    EXPECT_NEAR(arc->detail().center.x, vertex.x, 1e-9);
+    EXPECT_NEAR(arc->detail().radius_x, i == 2 ? std::hypot(15, 5) : std::hypot(10, 15), 1e-9);
+    EXPECT_NEAR(arc->detail().start, 0, 1e-9);
+    EXPECT_NEAR(arc->detail().end, (i == 2 ? 45 : 90) * M_PI / 180, 1e-9);
+    EXPECT_EQ(count(block(i), DxfKind::solid), 2);
+  }
+  // The arc ends inside both lines: no extension line (fault: drawn from
+  // the vertex).
+  EXPECT_EQ(count(block(2), DxfKind::line), 0);
+  EXPECT_EQ(text_of(block(2)), "45\xc2\xb0");
+  EXPECT_EQ(text_of(block(3)), "90\xc2\xb0");
+  // Ordinates: the leader from the feature, the distance from the origin.
+  EXPECT_EQ(text_of(block(4)), "10");
+  EXPECT_EQ(block(4)[0].points[1].y, 20);
+  EXPECT_EQ(text_of(block(5)), "10");
+  EXPECT_EQ(block(5)[0].points[1].x, 140);
+
+  Drawn drawn(d);
+  EXPECT_EQ(drawn.report.shown[static_cast<int>(DxfKind::dimension)], 6);
+  int arcs = 0;
+  for (const RecordedCall& call : drawn.renderer->calls)
+    arcs += call.entry.find("arc") != std::string::npos;
+  EXPECT_EQ(arcs, 2);
 }
 
 TEST(DxfReader, PaperSpaceIsReadOnlyWhenALayoutIsAsked) {

@@ -23,7 +23,8 @@ void inject_key(ViewerWindow& w, guint keyval);
 // status when the script ends (it closes the window).
 bool start_script(ViewerWindow& w, const std::string& path, int& status, std::string& error);
 
-// Starts the benchmark on the window; it closes the window when done.
-void start_bench(ViewerWindow& w, long long primitives);
+// Starts the benchmark on the window; it closes the window when done. `ready`
+// is when the list was ready (the default: now).
+void start_bench(ViewerWindow& w, long long primitives, Clock::time_point ready = {});
 
 }  // namespace dlview

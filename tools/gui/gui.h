@@ -16,6 +16,7 @@
 // prints the figures (see viewer_bench.cpp). Both need a display (or Xvfb).
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -54,6 +55,9 @@ struct GuiDrawing {
   // The name of a nested list (a block), for the status line of a pick inside
   // it; may be empty, and may give "" for a list it does not know.
   std::function<std::string(const DL::DisplayList*)> list_name;
+  // When the list was ready (the file loaded and mapped): --bench reports
+  // the first picture from it. Unset: from when the window opened.
+  std::chrono::steady_clock::time_point ready{};
 };
 
 struct GuiOptions {

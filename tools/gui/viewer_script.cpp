@@ -338,7 +338,7 @@ int run_gui(GuiDrawing& drawing, const GuiOptions& options) {
     std::string error;
     if (!start_script(window, options.script, status, error)) return fail(error);
   }
-  if (options.bench) start_bench(window, drawing.primitives);
+  if (options.bench) start_bench(window, drawing.primitives, drawing.ready);
   window.run();
   return status;
 }

@@ -142,3 +142,62 @@ msp.add_image(present, insert=(0, 0), size_in_units=(20, 10))
 missing = doc.add_image_def(filename="C:\\drawings\\missing.png", size_in_pixel=(100, 100))
 msp.add_image(missing, insert=(30, 0), size_in_units=(10, 10))
 save(doc, "images.dxf")
+
+# TEXT width factor, oblique angle and "fit": "WIDE" 2 high at (0, 0) with
+# width factor 2; "SLANT" 2 high at (0, -10) leaning 30 degrees; "FIT" 2 high
+# fitted between (0, -20) and (40, -20); a plain "PLAIN" at (0, 10) stays a
+# Text.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_text("PLAIN", dxfattribs={"height": 2, "insert": (0, 10)})
+msp.add_text("WIDE", dxfattribs={"height": 2, "insert": (0, 0), "width": 2})
+msp.add_text("SLANT", dxfattribs={"height": 2, "insert": (0, -10), "oblique": 30})
+text = msp.add_text("FIT", dxfattribs={"height": 2})
+text.set_placement((0, -20), (40, -20), align=ezdxf.enums.TextEntityAlignment.FIT)
+save(doc, "text_width_oblique.dxf")
+
+# Lineweights, shown ($LWDISPLAY 1): a LINE at y 0 of the default weight; at
+# y 10 of 1 mm; at y 20 BYLAYER on layer "HEAVY" of 0.5 mm; at y 30 of the
+# default again; an INSERT at (0, 40) of 2.11 mm of a block whose line is
+# BYBLOCK and whose circle has 0.3 mm of its own.
+doc = ezdxf.new("R2010")
+doc.header["$LWDISPLAY"] = 1
+doc.layers.add("HEAVY", lineweight=50)
+block = doc.blocks.new("W")
+block.add_line((0, 0), (100, 0), dxfattribs={"lineweight": -2})
+block.add_circle((50, 5), 3, dxfattribs={"lineweight": 30})
+msp = doc.modelspace()
+msp.add_line((0, 0), (100, 0))
+msp.add_line((0, 10), (100, 10), dxfattribs={"lineweight": 100})
+msp.add_line((0, 20), (100, 20), dxfattribs={"layer": "HEAVY"})
+msp.add_line((0, 30), (100, 30))
+msp.add_blockref("W", (0, 40), dxfattribs={"lineweight": 211})
+save(doc, "lineweights.dxf")
+
+# DIMENSIONs without their blocks (not rendered), built from their points: a
+# radius of 10 about (0, 0) at 45 degrees; a diameter of 20 about (30, 0) at
+# 30 degrees; an angle of 45 degrees between two lines meeting at (50, 0),
+# its arc through (65, 5); one of 90 degrees by three points about (90, 0),
+# its arc through (100, 15); ordinates of (130, 10) from (120, 0) along x
+# (leader up to (130, 20)) and along y (leader right to (140, 10)).
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_radius_dim(center=(0, 0), radius=10, angle=45)
+msp.add_diameter_dim(center=(30, 0), radius=10, angle=30)
+msp.add_angular_dim_2l(base=(65, 5), line1=((50, 0), (80, 0)), line2=((50, 0), (70, 20)))
+msp.add_angular_dim_3p(base=(100, 15), center=(90, 0), p1=(110, 0), p2=(90, 20))
+msp.add_ordinate_x_dim(feature_location=(130, 10), offset=(0, 10), origin=(120, 0))
+msp.add_ordinate_y_dim(feature_location=(130, 10), offset=(10, 0), origin=(120, 0))
+save(doc, "dimensions_from_points.dxf")
+
+# Line types on wide polylines: a LWPOLYLINE (0, 0)-(100, 0) 2 wide in
+# "LONG" (dash 5, gap 2.5): 14 filled dashes, the last cut at 100; one
+# (0, 10)-(100, 10) narrowing from 4 to 0 in "DOTS" (a dot every 10): 10
+# squares, as wide as the line where they fall.
+doc = ezdxf.new("R2010")
+doc.linetypes.add("LONG", pattern=[7.5, 5, -2.5], description="long dashes")
+doc.linetypes.add("DOTS", pattern=[10, 0, -10], description="dots")
+msp = doc.modelspace()
+msp.add_lwpolyline([(0, 0), (100, 0)], dxfattribs={"const_width": 2, "linetype": "LONG"})
+msp.add_lwpolyline([(0, 10, 4, 0), (100, 10, 0, 0)], format="xyse", dxfattribs={"linetype": "DOTS"})
+save(doc, "wide_line_types.dxf")
