@@ -350,7 +350,8 @@ class DisplayListPeer : public Peer {
  private:
   // The decisions of the bounded walk, counted: a group is tested unless an
   // ancestor was wholly inside; a bottom group that is tested and not skipped
-  // hands on all its drawables.
+  // hands on all its drawables; a wide group's children are those its index
+  // finds.
   static void count_walk(const DL::Group* g, const WorldBounds& inner, const WorldBounds& outer,
                          bool inside, VisitStats& v) {
     if (!inside) {
@@ -367,6 +368,20 @@ class DisplayListPeer : public Peer {
       }
       return;
     }
+    // A wide group hands on only what its index finds, as the walk does.
+    WorldBounds q;
+    if (DL::GroupIndex* index = inside ? nullptr : DL::GroupIndex::for_walk(g))
+      if (DL::GroupIndex::window(inner, outer, q)) {
+        std::uint32_t n = 0;
+        if (const std::uint32_t* found = index->candidates(q, n)) {
+          const std::vector<std::uint32_t> ordinals(found, found + n);
+          for (std::uint32_t o : ordinals)
+            if (const DL::Group* c = index->kid(o)) count_walk(c, inner, outer, inside, v);
+          for (const DL::Group* c = index->rest(); c; c = c->sibling)
+            count_walk(c, inner, outer, inside, v);
+          return;
+        }
+      }
     for (const DL::Group* c = g->first_group(); c; c = c->sibling)
       count_walk(c, inner, outer, inside, v);
   }
