@@ -21,7 +21,17 @@ constexpr ZR_RGB32 kHighlight = 0xff7f00;  // orange
 constexpr int kMaxHandledPerPoll = 64;     // main loop turns per poll, at most
 constexpr double kInputCheckMs = 0.5;      // input is looked at no more often
 constexpr double kLongStretchMs = 5;       // a stretch the user would notice
-constexpr double kFrameMs = 16;            // an exact draw slower than this gets a draft first
+constexpr double kFrameMs = 16;  // a frame
+// An exact draw foreseen slower than this gets a draft first. A frame and a
+// half: a draft costs some 8 ms, so below this it would show for less than a
+// frame and only put the exact picture off (the city's 1% view draws exact in
+// 19 ms: 20 ms from input alone, 30 ms behind a draft).
+constexpr double kDraftAboveMs = 24;
+// The first picture has no draw to be foreseen from: it is drafted when the
+// drawing holds more primitives than this (an overview of a million scattered
+// LINEs takes 1.4 to 2.2 s exact and 8 ms as a draft; the city's two million,
+// most of them faded out at the overview, 57 ms).
+constexpr long long kFirstDraftPrimitives = 100000;
 constexpr float kDraftGreekingPx = 1e9f;   // a draft greeks text below this size: all of it
 
 double ms_since(Clock::time_point t) {
@@ -250,7 +260,8 @@ bool ViewerWindow::work() {
 // Whether the next draw should be a draft: a new view whose exact draw is
 // likely to take longer than a frame, and no draft of it on screen yet.
 bool ViewerWindow::wants_draft() const {
-  if (draft_policy_ == DraftPolicy::never || !front_) return false;
+  if (draft_policy_ == DraftPolicy::never) return false;
+  if (!front_) return drawing_.primitives > kFirstDraftPrimitives;
   if (drawn_generation_ == generation_) return false;  // the draft of this state is shown
   if (view_ == front_view_) return false;
   if (draft_policy_ == DraftPolicy::always) return true;
@@ -258,14 +269,14 @@ bool ViewerWindow::wants_draft() const {
   if (pan_shift(sx, sy)) return false;  // the strips of a pan come exact at once
   for (const ScaleTime& t : scale_times_)
     if (t.upp == view_.upp && t.width == view_.width && t.height == view_.height)
-      return t.ms > kFrameMs;
+      return t.ms > kDraftAboveMs;
   // The exact draw's cost grows with the world it shows: a zoom out from a
   // quick close-up may take seconds. Its time is foreseen from the last exact
   // draw by the ratio of the areas shown (the drawing taken as even; the
   // ratio at most the whole drawing over the last view).
   const double ratio = std::min(exact_area_ > 0 ? view_area(view_) / exact_area_ : 1.0,
                                 exact_area_ > 0 ? whole_area() / exact_area_ : 1.0);
-  return exact_ms_ * std::max(1.0, ratio) > kFrameMs;
+  return exact_ms_ * std::max(1.0, ratio) > kDraftAboveMs;
 }
 
 // ---------------------------------------------------------------------------

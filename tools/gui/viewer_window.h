@@ -15,7 +15,8 @@
 // repaint) is handled without stopping the draw.
 //
 // Drafts. When the view changed (a zoom, a pan, a new size) and the exact draw
-// would take longer than a frame (kFrameMs, 16 ms): the time of the last
+// would take longer than a frame and a half (kDraftAboveMs, 24 ms; a shorter
+// one comes sooner alone than behind a draft): the time of the last
 // whole exact draw at the new view's scale and size if there was one since
 // the content last changed (what a view costs depends mostly on its scale:
 // the layers shown, how much each pixel holds), or else the last exact draw's
@@ -27,7 +28,9 @@
 // is shown as soon as it is finished, and the exact draw (cairo) follows,
 // interruptible too, and replaces it. The status line ends in "| draft" while
 // the picture on screen is a draft. A change that keeps the view (a layer, a
-// clip, a forced redraw) is drawn exact at once. Picks always use the exact
+// clip, a forced redraw) is drawn exact at once. The first picture has no
+// draw to be foreseen from: it is a draft when the drawing holds more than
+// kFirstDraftPrimitives (100,000) primitives. Picks always use the exact
 // path.
 //
 // Pans. When the wanted view is the exact picture on screen moved by whole
