@@ -158,6 +158,21 @@ void set_line(cairo_t* cr, int weight) {
   cairo_set_line_join(cr, thin ? CAIRO_LINE_JOIN_MITER : CAIRO_LINE_JOIN_ROUND);
 }
 
+// Starts `shape` over [x0, x1] x [y0, y1] grown by `reach` on every side (and
+// one pixel more past the high ends, which a pixel's area reaches), cut to
+// `window`; false when none of it is in the window.
+bool begin_around(cairo_detail::Coverage& shape, const cairo_detail::PixelWindow& window, double x0,
+                  double y0, double x1, double y1, double reach) {
+  auto clamp_to = [](double v, int lo, int hi) {
+    return static_cast<int>(std::clamp(v, double(lo), double(hi)));
+  };
+  shape.begin(clamp_to(std::floor(x0 - reach), window.x0, window.x1),
+              clamp_to(std::floor(y0 - reach), window.y0, window.y1),
+              clamp_to(std::ceil(x1 + reach) + 1, window.x0, window.x1),
+              clamp_to(std::ceil(y1 + reach) + 1, window.y0, window.y1));
+  return !shape.empty();
+}
+
 int weight_of(const ZR_Rendition* r) {
   return (r && *r && r->get()->line_attributes) ? r->line_weight() : 1;
 }
@@ -344,15 +359,8 @@ struct CairoRenderer::Access {
     if (!r.direct_window(rendition, clipped, 5 * weight + 1, window)) return false;
     if (window.empty()) return true;
     const double reach = 10.0 * weight + 1;  // a miter's tip at the limit
-    auto clamp_to = [](double v, int lo, int hi) {
-      return static_cast<int>(std::clamp(v, double(lo), double(hi)));
-    };
     cairo_detail::Coverage& shape = r.coverage();
-    shape.begin(clamp_to(std::floor(xmin - reach), window.x0, window.x1),
-                clamp_to(std::floor(ymin - reach), window.y0, window.y1),
-                clamp_to(std::ceil(xmax + reach) + 1, window.x0, window.x1),
-                clamp_to(std::ceil(ymax + reach) + 1, window.y0, window.y1));
-    if (!shape.empty()) {
+    if (begin_around(shape, window, xmin, ymin, xmax, ymax, reach)) {
       add_thin_stroke(shape, count, x, y, weight / 2.0);
       shape.blend(window, rendition && *rendition ? rendition->color() : 0);
     }
@@ -495,15 +503,8 @@ struct CairoRenderer::Access {
       xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
       ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
     }
-    auto clamp_to = [](double v, int lo, int hi) {
-      return static_cast<int>(std::clamp(v, double(lo), double(hi)));
-    };
     cairo_detail::Coverage& shape = r.coverage();
-    shape.begin(clamp_to(std::floor(xmin) - 1, window.x0, window.x1),
-                clamp_to(std::floor(ymin) - 1, window.y0, window.y1),
-                clamp_to(std::ceil(xmax) + 2, window.x0, window.x1),
-                clamp_to(std::ceil(ymax) + 2, window.y0, window.y1));
-    if (!shape.empty()) {
+    if (begin_around(shape, window, xmin, ymin, xmax, ymax, 1)) {
       for (int i = 2; i < count; ++i) {
         double tx[3] = {x[i - 2], x[i - 1], x[i]}, ty[3] = {y[i - 2], y[i - 1], y[i]};
         if ((tx[1] - tx[0]) * (ty[2] - ty[0]) - (ty[1] - ty[0]) * (tx[2] - tx[0]) < 0) {
@@ -723,15 +724,8 @@ struct CairoRenderer::Access {
       ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
     }
     const double grow = 10.0 * weight + 1;
-    auto clamp_to = [](double v, int lo, int hi) {
-      return static_cast<int>(std::clamp(v, double(lo), double(hi)));
-    };
     cairo_detail::Coverage& shape = r.coverage();
-    shape.begin(clamp_to(std::floor(xmin - grow), window.x0, window.x1),
-                clamp_to(std::floor(ymin - grow), window.y0, window.y1),
-                clamp_to(std::ceil(xmax + grow) + 1, window.x0, window.x1),
-                clamp_to(std::ceil(ymax + grow) + 1, window.y0, window.y1));
-    if (!shape.empty()) {
+    if (begin_around(shape, window, xmin, ymin, xmax, ymax, grow)) {
       if (pie)
         shape.add_polygon(x, y, count);
       else if (whole)
@@ -885,14 +879,9 @@ struct CairoRenderer::Access {
       const double x[2] = {double(points[i].x), double(points[i + 1].x)};
       const double y[2] = {double(r.row_of(points[i].y)), double(r.row_of(points[i + 1].y))};
       const int reach = weight + 1;
-      auto clamp_to = [](double v, int lo, int hi) {
-        return static_cast<int>(std::clamp(v, double(lo), double(hi)));
-      };
-      shape.begin(clamp_to(std::min(x[0], x[1]) - reach, window.x0, window.x1),
-                  clamp_to(std::min(y[0], y[1]) - reach, window.y0, window.y1),
-                  clamp_to(std::max(x[0], x[1]) + reach + 1, window.x0, window.x1),
-                  clamp_to(std::max(y[0], y[1]) + reach + 1, window.y0, window.y1));
-      if (shape.empty()) continue;
+      if (!begin_around(shape, window, std::min(x[0], x[1]), std::min(y[0], y[1]),
+                        std::max(x[0], x[1]), std::max(y[0], y[1]), reach))
+        continue;
       add_thin_stroke(shape, 2, x, y, half);
       shape.blend(window, mix(colors[i], colors[i + 1]));
     }
