@@ -22,8 +22,9 @@
 //   file's third and fourth corners swapped). TEXT and MTEXT: the insertion
 //   point, height, angle in radians and the text (an MTEXT's chunks, code 3,
 //   joined before its last, code 1); TEXT its justification and alignment
-//   point, width factor and oblique angle (the entity's own codes 41 and 51;
-//   the STYLE table's defaults are not read), MTEXT its attachment point and line spacing. ATTRIB
+//   point, width factor and oblique angle (the entity's own codes 41 and 51,
+//   else its STYLE's, code 7, from the STYLE table), MTEXT its attachment
+//   point and line spacing. ATTRIB
 //   (the values an INSERT carries, title blocks above all) is read as TEXT; an invisible one is
 //   left out.
 // - HATCH: each boundary loop flattened into a closed contour; a patterned

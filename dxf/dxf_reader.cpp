@@ -420,6 +420,17 @@ class Reader {
   std::uint32_t last_layer_ = 0;
   std::map<std::string, std::string> block_records_;  // handle -> block name
   std::map<std::string, std::string> image_files_;    // IMAGEDEF handle -> file
+  // A text style's width factor and oblique angle (degrees), the defaults of
+  // a TEXT that does not give its own; by the style's name in capitals.
+  struct TextStyle {
+    double width_factor = 1, oblique = 0;
+  };
+  std::map<std::string, TextStyle, std::less<>> text_styles_;
+  static std::string capitals(std::string_view name) {
+    std::string out(name);
+    for (char& ch : out) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    return out;
+  }
   // The POLYLINE taking VERTEX entities: its list and place, its vertices.
   std::vector<DxfEntity>* polyline_list_ = nullptr;
   std::size_t polyline_index_ = 0;
@@ -612,6 +623,15 @@ bool Reader::tables() {
         if (g.code == 49) type.dashes.push_back(real(g));
       }
       if (!type.name.empty() && !bad_number_) d_.line_types[type.name] = std::move(type);
+    } else if (kind == "STYLE") {
+      std::string_view name;
+      TextStyle style;
+      for (const Pair& g : pairs_) {
+        if (g.code == 2) name = trim(g.value);
+        if (g.code == 41) style.width_factor = real(g);
+        if (g.code == 50) style.oblique = real(g);
+      }
+      if (!name.empty() && !bad_number_) text_styles_[capitals(name)] = style;
     } else if (kind == "BLOCK_RECORD") {
       std::string_view handle, name;
       for (const Pair& g : pairs_) {
@@ -1078,16 +1098,24 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
     const bool attrib = name == "ATTRIB";
     DxfPoint at, align;
     double height = 0, angle = 0;
+    // The style's width factor and slant unless the TEXT gives its own.
     double width_factor = 1, oblique = 0;
+    bool own_width = false, own_oblique = false;
+    std::string_view style = "STANDARD";
     int halign = 0, valign = 0, flags = 0;
     std::string_view text;
     for (const Pair& g : pairs_) {
       switch (g.code) {
+        case 7:
+          style = trim(g.value);
+          break;
         case 41:
           width_factor = real(g);
+          own_width = true;
           break;
         case 51:
           oblique = real(g);
+          own_oblique = true;
           break;
         case 10:
           at.x = real(g);
@@ -1127,6 +1155,10 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
       }
     }
     if (attrib && (flags & 1)) return;  // invisible
+    if (auto it = text_styles_.find(capitals(style)); it != text_styles_.end()) {
+      if (!own_width) width_factor = it->second.width_factor;
+      if (!own_oblique) oblique = it->second.oblique;
+    }
     DxfEntity e = make(attrib ? DxfKind::attrib : DxfKind::text, c);
     e.points = {at};
     e.edit().align_point = align;

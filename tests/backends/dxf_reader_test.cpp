@@ -356,6 +356,28 @@ TEST(DxfReader, TextWidthFactorObliqueAndFitShapeTheGlyphs) {
   EXPECT_NEAR(glyphs[-20].back().max.y, 200000 - 20000 + 0.7 * em * 1000, 2);
 }
 
+TEST(DxfReader, TextTakesItsStylesWidthFactorAndObliqueUnlessItGivesItsOwn) {
+  // Fault: the STYLE table was read past, so a TEXT in a narrow or slanted
+  // style showed plain.
+  const DxfDrawing d = load(data("text_style_defaults.dxf"));
+  ASSERT_EQ(d.entities.size(), 3u);
+  EXPECT_EQ(d.entities[0].detail().width_factor, 1);  // PLAIN, in STANDARD
+  EXPECT_EQ(d.entities[0].detail().oblique, 0);
+  EXPECT_EQ(d.entities[1].detail().width_factor, 0.5);  // DEFAULTS: the style's
+  EXPECT_NEAR(d.entities[1].detail().oblique, 15 * M_PI / 180, 1e-12);
+  EXPECT_EQ(d.entities[2].detail().width_factor, 2);  // OWN: its own width
+  EXPECT_NEAR(d.entities[2].detail().oblique, 15 * M_PI / 180, 1e-12);
+  Drawn drawn(d);
+  int texts = 0, glyphs = 0;
+  for (const Drawable* x : drawn.drawables) {
+    const std::string name = dlview::class_name(x);
+    texts += name == "Text";
+    glyphs += name == "Polygon";
+  }
+  EXPECT_EQ(texts, 1);                                         // "PLAIN"
+  EXPECT_EQ(glyphs, static_cast<int>(strlen("DEFAULTSOWN")));  // a Polygon a glyph
+}
+
 TEST(DxfReader, LineweightsDrawAtTheirDeviceWidths) {
   // Fault: every line was one pixel wide whatever its lineweight.
   DxfDrawing d = load(data("lineweights.dxf"));

@@ -201,3 +201,16 @@ msp = doc.modelspace()
 msp.add_lwpolyline([(0, 0), (100, 0)], dxfattribs={"const_width": 2, "linetype": "LONG"})
 msp.add_lwpolyline([(0, 10, 4, 0), (100, 10, 0, 0)], format="xyse", dxfattribs={"linetype": "DOTS"})
 save(doc, "wide_line_types.dxf")
+
+# The STYLE table's width factor and oblique angle as a TEXT's defaults: style
+# "NARROW" is 0.5 wide and leans 15 degrees. "DEFAULTS" 2 high at (0, 0) in
+# that style takes both; "OWN" 2 high at (0, -10) in that style gives its own
+# width factor 2 (code 41) and takes the style's slant; "PLAIN" at (0, 10) in
+# STANDARD stays a Text.
+doc = ezdxf.new("R2010")
+narrow = doc.styles.new("NARROW", dxfattribs={"font": "txt", "width": 0.5, "oblique": 15})
+msp = doc.modelspace()
+msp.add_text("PLAIN", dxfattribs={"height": 2, "insert": (0, 10)})
+msp.add_text("DEFAULTS", dxfattribs={"height": 2, "insert": (0, 0), "style": "NARROW"})
+msp.add_text("OWN", dxfattribs={"height": 2, "insert": (0, -10), "style": "NARROW", "width": 2})
+save(doc, "text_style_defaults.dxf")
