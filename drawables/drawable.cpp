@@ -119,6 +119,7 @@ constinit const DrawableTable DummyDrawable::table_ = {
     .type = nullptr,
     .twin = &DummyDrawable::table_,
     .hidden = false,
+    .draw_data = nullptr,
 };
 
 DummyDrawable::DummyDrawable() : Drawable(&table_, ColorData()) {}

@@ -110,6 +110,12 @@ struct DrawableTable {
   // without a twin names its own table.
   const DrawableTable* twin;
   bool hidden;  // whether this is a hidden class, which draws nothing
+  // Where the visible draws first read data kept outside the record (a point
+  // list's array), so that a walk that knows it will draw the object some
+  // steps ahead can ask for that memory early; null when the record holds
+  // what a draw reads, and in hidden tables. A hint only: never written
+  // through, and a null result is fine.
+  const void* (*draw_data)(const Drawable*);
 };
 
 // Base of everything a display list holds. A Dot is 40 bytes on a 64-bit host:
@@ -338,6 +344,9 @@ constexpr typename T::Table Drawable::make_table(bool hidden, const DrawableTabl
     static_cast<const T*>(d)->do_dump(o, indent, debug);
   };
   t.destroy = [](Drawable* d) { delete static_cast<T*>(d); };
+  if constexpr (requires(const T* p) { p->do_draw_data(); })
+    if (!hidden)
+      t.draw_data = [](const Drawable* d) { return static_cast<const T*>(d)->do_draw_data(); };
   t.type = &T::_drawable_type_dummy;
   t.twin = twin;
   t.hidden = hidden;

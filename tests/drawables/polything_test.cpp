@@ -189,6 +189,23 @@ TEST(PointLists, ClonesOwnTheirArraysAndPartialClonesTakeVectors) {
     d->destroy();
 }
 
+// The indexed walks prefetch a point list's array through its table; a class
+// that lost the entry would draw right and only slowly, so it is checked here.
+TEST(PointLists, TablesTellWalksWhereThePointsAre) {
+  const WorldPoint p[2] = {{0, 0}, {9, 9}};
+  const ZR_RGB32 colors[2] = {1, 2};
+  Polyline line(1, 2, p);
+  GouraudPolyline shaded(1, 2, p, colors);
+  Polygon polygon(1, 2, p);
+  for (Drawable* d : {static_cast<Drawable*>(&line), static_cast<Drawable*>(&shaded),
+                      static_cast<Drawable*>(&polygon)}) {
+    ASSERT_NE(d->table->draw_data, nullptr);
+    EXPECT_EQ(d->table->draw_data(d), static_cast<Polything*>(d)->points);
+    d->make_hidden();
+    EXPECT_EQ(d->table->draw_data, nullptr) << "a hidden object draws nothing";
+  }
+}
+
 TEST(PointLists, VectorsByIndex) {
   const WorldPoint p[5] = {{0, 0}, {10, 0}, {10, 10}, {0, 10}, {5, 5}};
   WorldVector v;
