@@ -4,6 +4,7 @@
 // honest-input faults: files cut short, bad numbers, directories.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -272,6 +273,95 @@ TEST(DxfReader, SplinesLeadersAndDimensionsAreDrawn) {
   EXPECT_TRUE(arrow);
   // The dimension line at y 30 and its text reach the list's bounds.
   EXPECT_GE(drawn.report.bounds.max.y, 230000 - 1000);
+}
+
+// How far p lies from the polyline `line`.
+double distance_to(const std::vector<DxfPoint>& line, DxfPoint p) {
+  double best = INFINITY;
+  for (std::size_t i = 0; i + 1 < line.size(); ++i) {
+    const DxfPoint a = line[i], b = line[i + 1];
+    const double vx = b.x - a.x, vy = b.y - a.y, len2 = vx * vx + vy * vy;
+    const double u =
+        len2 > 0 ? std::clamp(((p.x - a.x) * vx + (p.y - a.y) * vy) / len2, 0.0, 1.0) : 0.0;
+    best = std::min(best, std::hypot(p.x - a.x - u * vx, p.y - a.y - u * vy));
+  }
+  return best;
+}
+
+TEST(DxfReader, FitPointSplinesAreTheCubicCadInterpolates) {
+  // Fault: a fit-point spline was drawn as a Catmull-Rom curve, 14% of its
+  // pixels away from CAD's (and ezdxf's) interpolating cubic.
+  // The expected points are the curves' points halfway along each span's
+  // chord-length parameter, computed apart from this code: scipy's
+  // CubicSpline over chord lengths, natural and periodic; ezdxf's
+  // fit_points_to_cad_cv (and scipy, clamped, agreeing) with the tangents.
+  struct Case {
+    std::vector<DxfPoint> fit;
+    std::vector<DxfPoint> halfway;
+  };
+  const Case natural{
+      {{0, 0}, {10, 8}, {25, 2}, {35, 12}, {50, 5}},
+      {{4.743149, 5.582467}, {17.662568, 4.523492}, {30.093741, 6.614209}, {42.02863, 11.115586}}};
+  const Case tangents{{{0, -20}, {15, -12}, {30, -22}, {45, -15}},
+                      {{7.123914, -13.931564}, {22.441306, -18.00669}, {37.920088, -16.663532}}};
+  const Case periodic{{{0, 0}, {20, 0}, {20, 10}, {0, 10}},
+                      {{10, -4.285714}, {21.5, 5}, {10, 14.285714}, {-1.5, 5}}};
+
+  const DxfDrawing open = load(data("spline_fit_points.dxf"));
+  ASSERT_EQ(open.entities.size(), 2u);
+  // Read as cubic B-splines of one Bezier piece a span.
+  EXPECT_EQ(open.entities[0].detail().degree, 3);
+  EXPECT_EQ(open.entities[0].detail().control.size(), 13u);
+  EXPECT_EQ(open.entities[0].detail().knots.size(), 17u);
+  const DxfDrawing closed = load(data("spline_fit_closed.dxf"));
+  ASSERT_EQ(closed.entities.size(), 1u);
+  EXPECT_TRUE(closed.entities[0].closed);
+
+  // The points as read and flattened, and as the recording backend drew them
+  // (in thousandths of a unit).
+  const Drawn drawn_open(open), drawn_closed(closed);
+  const std::vector<std::vector<DxfPoint>> lines = drawn_open.polylines();
+  const std::vector<std::vector<DxfPoint>> loops = drawn_closed.polylines();
+  ASSERT_EQ(lines.size(), 2u);
+  ASSERT_EQ(loops.size(), 1u);
+  const struct {
+    const Case& expected;
+    const DxfEntity& entity;
+    const std::vector<DxfPoint>& drawn;
+    double side;  // the drawing's larger side
+  } checks[] = {{natural, open.entities[0], lines[0], 50},
+                {tangents, open.entities[1], lines[1], 50},
+                {periodic, closed.entities[0], loops[0], 23}};
+  for (const auto& c : checks) {
+    // The flattening's midpoint test, with room for the rounding of the
+    // expected values.
+    const double tolerance = 2 * c.side / 16384 + 1e-6;
+    for (const DxfPoint& f : c.expected.fit) {
+      EXPECT_LT(distance_to(c.entity.points, f), 1e-9) << f.x << "," << f.y;
+      EXPECT_LT(distance_to(c.drawn, f), 0.002) << f.x << "," << f.y;
+    }
+    for (const DxfPoint& h : c.expected.halfway) {
+      EXPECT_LT(distance_to(c.entity.points, h), tolerance) << h.x << "," << h.y;
+      EXPECT_LT(distance_to(c.drawn, h), tolerance + 0.002) << h.x << "," << h.y;
+    }
+  }
+  // The tangents: the curve leaves (0, -20) along (1, 1) and reaches
+  // (45, -15) along (1, -1), within the turn of one chord.
+  const std::vector<DxfPoint>& t = open.entities[1].points;
+  ASSERT_GE(t.size(), 4u);
+  EXPECT_NEAR(std::atan2(t[1].y - t[0].y, t[1].x - t[0].x), M_PI / 4, 0.05);
+  const std::size_t e = t.size() - 1;
+  EXPECT_NEAR(std::atan2(t[e].y - t[e - 1].y, t[e].x - t[e - 1].x), -M_PI / 4, 0.05);
+  // The closed curve ends where it starts and leaves (0, 0) in the direction
+  // it arrives: no corner where it closes.
+  const std::vector<DxfPoint>& l = closed.entities[0].points;
+  ASSERT_GE(l.size(), 4u);
+  EXPECT_NEAR(l.back().x, l.front().x, 1e-12);
+  EXPECT_NEAR(l.back().y, l.front().y, 1e-12);
+  const double leave = std::atan2(l[1].y - l[0].y, l[1].x - l[0].x);
+  const std::size_t last = l.size() - 1;
+  const double arrive = std::atan2(l[last].y - l[last - 1].y, l[last].x - l[last - 1].x);
+  EXPECT_NEAR(leave, arrive, 0.05);
 }
 
 TEST(DxfReader, MtextWrapsAtItsWidthAndAlignedTextFitsItsPoints) {

@@ -214,3 +214,24 @@ msp.add_text("PLAIN", dxfattribs={"height": 2, "insert": (0, 10)})
 msp.add_text("DEFAULTS", dxfattribs={"height": 2, "insert": (0, 0), "style": "NARROW"})
 msp.add_text("OWN", dxfattribs={"height": 2, "insert": (0, -10), "style": "NARROW", "width": 2})
 save(doc, "text_style_defaults.dxf")
+
+# Fit-point splines as CAD interpolates them (a cubic through the points over
+# chord-length parameters): "natural" through (0, 0), (10, 8), (25, 2),
+# (35, 12), (50, 5) with no tangents given (no curvature at its ends);
+# "tangents" through (0, -20), (15, -12), (30, -22), (45, -15), leaving along
+# (1, 1) and arriving along (1, -1) (codes 12 and 13).
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_spline(fit_points=[(0, 0), (10, 8), (25, 2), (35, 12), (50, 5)])
+tangents = msp.add_spline(fit_points=[(0, -20), (15, -12), (30, -22), (45, -15)])
+tangents.dxf.start_tangent = (1, 1, 0)
+tangents.dxf.end_tangent = (1, -1, 0)
+save(doc, "spline_fit_points.dxf")
+
+# A closed fit-point spline is periodic: through (0, 0), (20, 0), (20, 10),
+# (0, 10) and back, as smooth at (0, 0) as anywhere.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+closed = msp.add_spline(fit_points=[(0, 0), (20, 0), (20, 10), (0, 10)])
+closed.closed = True
+save(doc, "spline_fit_closed.dxf")
