@@ -25,8 +25,17 @@
 //   attachment move the baseline as the file says; an aligned TEXT runs from
 //   its first point to its second, its height scaled to fit. MTEXT lines are
 //   split at `\P`, wrapped at the MTEXT's width (greedily, at spaces, as
-//   measured) and spaced 5/3 of the height times the spacing factor; its
-//   inline codes (fonts, colours, stacking) are dropped, leaving their text.
+//   measured); a line reaches its tallest capitals above its baseline and
+//   2/3 of them below, so lines of one height stand 5/3 of it apart (times
+//   the spacing factor). Its inline codes (dxf/dxf_mtext_p.h) make
+//   runs: colour, font family, bold and italic (a font a style, see
+//   `SheetContext::font_for`) and height go to the run's `Text`; a width
+//   factor, slant or tracking draws the run as its glyphs' outlines, as a
+//   TEXT's below; underline, overline and strike-through are a two-point
+//   `Polyline` over the run (and the spaces between underlined words); a
+//   stack is its two parts at 0.7 of the height, "a/b" centred over a bar,
+//   "a^b" left-aligned, "a#b" across a slash. BYLAYER and BYBLOCK (\C256,
+//   \C0) give the entity's own colour.
 //   A "fit" TEXT runs between its points at its own height, its width factor
 //   chosen to fit. Without a text engine texts are counted as not shown.
 // - A TEXT with a width factor other than 1 (code 41, or the one "fit"
@@ -159,6 +168,12 @@ class SheetContext {
   ZR_Text_Engine* engine() const { return engine_; }
   // The font texts are measured and drawn in.
   const ZR_Font& font() const { return font_; }
+  // The font of an MTEXT run: `family` (the sheet's font's when empty),
+  // bold, italic, named as a fontconfig pattern ("Family:bold:italic", the
+  // family's '-', ':' and ',' escaped), which the FreeType engine reads; the
+  // sheet's font itself for no family and neither. Made on first use and
+  // kept, so each is one font body the engine resolves once.
+  const ZR_Font& font_for(const std::string& family, bool bold, bool italic);
 
   // The list of `block` of `drawing` with BYBLOCK as `by_block`, and the scale
   // from block units to its world; built on first use, null while it is being
@@ -185,6 +200,7 @@ class SheetContext {
  private:
   ZR_Text_Engine* engine_;
   ZR_Font font_;
+  std::map<std::string, ZR_Font> fonts_;  // font_for's, by pattern
 };
 
 // Adds the model-space entities of `drawing`, placed by `placement`, to

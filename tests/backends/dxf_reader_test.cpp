@@ -23,6 +23,7 @@
 #include "dxf/dxf_mapping.h"
 #include "tests/support/test_files.h"
 #include "tests/support/tree_check.h"
+#include "text/text.h"
 #include "tools/demo_drawing.h"
 
 namespace DL::dxf {
@@ -391,6 +392,133 @@ TEST(DxfReader, MtextWrapsAtItsWidthAndAlignedTextFitsItsPoints) {
   ASSERT_TRUE(aligned.is_valid());
   EXPECT_NEAR(aligned.min.x, 200000, 10);
   EXPECT_NEAR(aligned.max.x, 230000, 10);
+}
+
+TEST(DxfReader, MtextInlineCodesStyleTheirRuns) {
+  // Fault: MTEXT's colours, fonts, heights, widths, slants, tracking,
+  // underlines and stacks were dropped, leaving plain text.
+  const DxfDrawing d = load(data("mtext_inline_codes.dxf"));
+  ASSERT_EQ(d.entities.size(), 1u);
+  Drawn drawn(d);
+  // The recording engine: a character advances 0.6 em, its glyph a box 0.5
+  // em wide and 0.7 em high. The em of 2.5 high capitals is 2.5 / 0.73.
+  const double em = 2.5 / 0.73;
+  std::map<std::string, const Text*> texts;  // by their strings, all distinct here
+  std::vector<const Polygon*> glyphs;
+  std::vector<std::vector<DxfPoint>> strokes = drawn.polylines();
+  for (const Drawable* x : drawn.drawables) {
+    const std::string name = dlview::class_name(x);
+    if (name == "Text") {
+      const auto* t = static_cast<const Text*>(x);
+      std::string s;
+      for (int i = 0; i < t->text->length(); ++i)
+        s += static_cast<char>(t->text->unicodeCharacter(i));
+      texts[s] = t;
+    } else if (name == "Polygon") {
+      glyphs.push_back(static_cast<const Polygon*>(x));
+    }
+  }
+  auto x_of = [&](const char* s) { return (texts.at(s)->position.x - 200000) / 1000; };
+  auto y_of = [&](const char* s) { return (texts.at(s)->position.y - 200000) / 1000; };
+  auto em_of = [&](const char* s) { return texts.at(s)->text_height / 1000; };
+  for (const char* s :
+       {"A", "B", "C", "D", "E", "F", "Under", "Over", "1", "2", "3", "4", "5", "/", "6"})
+    ASSERT_EQ(texts.count(s), 1u) << s;
+
+  // Line 1 stands on one baseline, the tallest capitals (D, 5) below the
+  // top: A plain; B red by index; C blue by true colour; D 5 high; E half
+  // the height, black again once C's braces closed.
+  for (const char* s : {"A", "B", "C", "D", "E"}) EXPECT_NEAR(y_of(s), -5, 1e-3) << s;
+  EXPECT_EQ(texts["A"]->color.rgb(), 0x000000u);
+  EXPECT_EQ(texts["B"]->color.rgb(), 0xff0000u);
+  EXPECT_EQ(texts["C"]->color.rgb(), 0x0000ffu);
+  EXPECT_EQ(texts["E"]->color.rgb(), 0x000000u);
+  EXPECT_NEAR(em_of("A"), em, 1e-3);
+  EXPECT_NEAR(em_of("D"), 2 * em, 1e-3);
+  EXPECT_NEAR(em_of("E"), em / 2, 1e-3);
+  EXPECT_NEAR(x_of("B"), 0.6 * em, 1e-3);
+  EXPECT_NEAR(x_of("D"), 1.8 * em, 1e-3);
+  EXPECT_NEAR(x_of("E"), 1.8 * em + 0.6 * 2 * em, 1e-3);
+
+  // Line 2, 2/3 of 5 below line 1 and 2.5 more: F in bold italic Arial, then
+  // glyph outlines, G G twice as wide, H slanted 20 degrees, I I tracked.
+  const double line2 = -5 - (5 * 2.0 / 3 + 2.5);
+  EXPECT_NEAR(y_of("F"), line2, 1e-3);
+  EXPECT_EQ(texts["F"]->font->get()->name.text(), "Arial:bold:italic");
+  EXPECT_EQ(texts["A"]->font->get(), drawn.context.font().get());
+  ASSERT_EQ(glyphs.size(), 5u);
+  std::vector<WorldBounds> box;
+  for (const Polygon* g : glyphs) {
+    WorldBounds b = WorldBounds::empty();
+    g->add_bounds(b);
+    box.push_back(b);
+    EXPECT_NEAR((b.min.y - 200000) / 1000.0, line2, 2e-3);
+  }
+  auto left = [&](int i) { return (box[i].min.x - 200000) / 1000.0; };
+  EXPECT_NEAR(left(0), 0.6 * em, 2e-3);                           // G
+  EXPECT_NEAR((box[0].max.x - box[0].min.x) / 1000.0, em, 2e-3);  // 0.5 em times 2
+  EXPECT_NEAR(left(1), 0.6 * em + 1.2 * em, 2e-3);                // G, 1.2 em on
+  // H: its top edge starts 0.7 em tan 20 degrees right of its foot.
+  const Polygon* h = glyphs[2];
+  ASSERT_EQ(h->count, 5);
+  EXPECT_NEAR((h->points[0].x - 200000) / 1000.0, 3.0 * em, 2e-3);
+  EXPECT_NEAR((h->points[3].x - h->points[0].x) / 1000.0, 0.7 * em * std::tan(M_PI / 9), 2e-3);
+  EXPECT_NEAR(left(3), 3.6 * em, 2e-3);                // I
+  EXPECT_NEAR(left(4) - left(3), 2 * 0.6 * em, 2e-3);  // I, twice the advance on
+
+  // Line 3, 2/3 of 2.5 below line 2 and the stacks' reach (1.25 times 2.5)
+  // more: "Under" underlined, "Over" overlined, the stacks at 0.7 of the
+  // height.
+  const double line3 = line2 - (2.5 * 2.0 / 3 + 1.25 * 2.5);
+  EXPECT_NEAR(y_of("Under"), line3, 1e-3);
+  EXPECT_NEAR(x_of("Over"), 3.6 * em, 1e-3);
+  auto has_stroke = [&](double x0, double x1, double y) {
+    for (const std::vector<DxfPoint>& s : strokes)
+      if (s.size() == 2 && std::abs(s[0].x - x0) < 2e-3 && std::abs(s[1].x - x1) < 2e-3 &&
+          std::abs(s[0].y - y) < 2e-3 && std::abs(s[1].y - y) < 2e-3)
+        return true;
+    return false;
+  };
+  EXPECT_TRUE(has_stroke(0, 3 * em, line3 - 0.5));               // under "Under"
+  EXPECT_TRUE(has_stroke(3.6 * em, 6 * em, line3 + 1.2 * 2.5));  // over "Over"
+  const double stack = 6.6 * em, part = 0.7 * 0.6 * em;          // after "Over "
+  // 1/2: "1" over a bar over "2"; 3^4 left-aligned, no bar; 5#6 side by side.
+  EXPECT_NEAR(em_of("1"), 0.7 * em, 1e-3);
+  EXPECT_NEAR(x_of("1"), stack, 1e-3);
+  EXPECT_NEAR(y_of("1"), line3 + 0.55 * 2.5, 1e-3);
+  EXPECT_NEAR(y_of("2"), line3 - 0.45 * 2.5, 1e-3);
+  EXPECT_TRUE(has_stroke(stack, stack + part, line3 + 0.4 * 2.5));
+  EXPECT_NEAR(x_of("3"), stack + part, 1e-3);
+  EXPECT_NEAR(x_of("4"), stack + part, 1e-3);
+  EXPECT_NEAR(x_of("5"), stack + 2 * part, 1e-3);
+  EXPECT_NEAR(y_of("5"), line3 + 0.45 * 2.5, 1e-3);
+  EXPECT_NEAR(x_of("/"), stack + 3 * part, 1e-3);
+  EXPECT_NEAR(em_of("/"), em, 1e-3);
+  EXPECT_NEAR(x_of("6"), stack + 3 * part + 0.6 * em, 1e-3);
+  EXPECT_NEAR(y_of("6"), line3, 1e-3);
+
+  // Hostile codes draw within bounds: heights past 1000 times the entity's,
+  // widths past 1000, slants past 85 degrees, colours out of range and
+  // empty stacks leave the style as it was (a run of 1e300 units high would
+  // not fit a float, a fault the sanitizer build would report).
+  const std::string hostile =
+      "0\nSECTION\n2\nENTITIES\n0\nMTEXT\n10\n0\n20\n0\n40\n2.5\n1\n"
+      "{\\H1000x;{\\H1000x;{\\H1e300;X}}}\\W1e308;\\T0;\\Q89;Y\\C-1;\\c99999999;Z"
+      "\\S;\\S^;\\U+;{{{{\n0\nENDSEC\n0\nEOF\n";
+  const DxfDrawing bad = load(write("mtext-hostile.dxf", hostile));
+  ASSERT_EQ(bad.entities.size(), 1u);
+  Drawn hostile_drawn(bad);
+  double tallest = 0;
+  for (const Drawable* x : hostile_drawn.drawables)
+    if (std::string(dlview::class_name(x)) == "Text")
+      tallest = std::max(tallest, static_cast<const Text*>(x)->text_height / 1000);
+  EXPECT_NEAR(tallest, 1000 * em, 1e-6 * em);  // X, at the first \H alone
+
+  // The codes' text alone, and codes the reader passes over: a height that
+  // is not positive, an unknown colour, a brace that closes nothing, an
+  // unterminated code.
+  EXPECT_EQ(mtext_lines("{\\H-2;x}{\\C999;y}}z\\S1^ 2;\\Pa\\~b\\H3"),
+            (std::vector<std::string>{"xyz1/2", "a b"}));
 }
 
 TEST(DxfReader, TextWidthFactorObliqueAndFitShapeTheGlyphs) {

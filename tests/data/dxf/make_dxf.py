@@ -235,3 +235,19 @@ msp = doc.modelspace()
 closed = msp.add_spline(fit_points=[(0, 0), (20, 0), (20, 10), (0, 10)])
 closed.closed = True
 save(doc, "spline_fit_closed.dxf")
+
+# MTEXT inline codes, one MTEXT 2.5 high at (0, 0), attached top left, three
+# paragraphs: "A" plain, "B" red by index (\C1), "C" blue by true colour
+# (\c16711680: blue in the high byte), "D" 5 high (\H5), "E" half the height
+# (\H0.5x), each in braces that end it; then "F" in bold italic Arial, "GG"
+# twice as wide (\W2), "H" leaning 20 degrees (\Q20), "II" tracked twice as
+# far apart (\T2); then "Under" underlined, "Over" overlined, and the stacks
+# 1/2 (over a bar), 3^4 (no bar) and 5#6 (across a slash).
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_mtext(
+    r"A{\C1;B}{\c16711680;C}{\H5;D}{\H0.5x;E}\P"
+    r"{\fArial|b1|i1|c0|p34;F}{\W2;GG}{\Q20;H}{\T2;II}\P"
+    r"{\LUnder} {\OOver} \S1/2;\S3^4;\S5#6;",
+    dxfattribs={"insert": (0, 0), "char_height": 2.5})
+save(doc, "mtext_inline_codes.dxf")
