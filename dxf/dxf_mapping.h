@@ -162,7 +162,13 @@ class SheetContext {
   // (the width in millimetres / 25.4 times it, rounded, at least 1): at 96
   // a default 0.25 mm line is 1 unit, 0.5 mm 2, the heaviest (2.11 mm) 8.
   // They show only when the drawing's $LWDISPLAY says so, as in CAD; 0 here
-  // draws every line 1 unit wide.
+  // draws every line 1 unit wide. A weight finer than the default 0.25 mm
+  // whose width is under one unit (0.13 mm is 0.49 at 96) is drawn one unit
+  // wide in its colour mixed towards the white paper by that width (at
+  // least a quarter of the ink), since a rendition's width is a whole number
+  // of units; lines, polylines, splines, leaders and curves only (not
+  // texts, fills, points, nor INSERTs' BYBLOCK lines). 0.00 mm is CAD's
+  // hairline: one unit, full ink.
   double lineweight_dpi = 96;
   // The engine that measures texts, or null.
   ZR_Text_Engine* engine() const { return engine_; }

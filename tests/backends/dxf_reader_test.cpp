@@ -648,6 +648,48 @@ TEST(DxfReader, LineweightsDrawAtTheirDeviceWidths) {
     EXPECT_EQ(std::string(dlview::class_name(thin.drawables[i])), "Polyline");
 }
 
+TEST(DxfReader, LineweightsFinerThanAUnitDrawLighter) {
+  // Fault: a 0.13 mm line drew as heavy as a 0.25 mm one (one unit, full
+  // ink), twice its weight at 96 units an inch.
+  DxfDrawing d = load(data("lineweights_fine.dxf"));
+  ASSERT_EQ(d.entities.size(), 7u);
+  // Each drawable's colour by its kind and place: lines by their y.
+  auto colours = [](const Drawn& drawn) {
+    std::map<std::string, ZR_RGB32> out;
+    for (const Drawable* x : drawn.drawables) {
+      const std::string name = dlview::class_name(x);
+      WorldBounds b = WorldBounds::empty();
+      x->add_bounds(b);
+      const std::string key =
+          name == "Polyline" ? "line " + std::to_string((b.min.y - 200000) / 1000) : name;
+      out[key] = x->color.rgb();
+    }
+    return out;
+  };
+  {
+    Drawn drawn(d);
+    // 0.13 mm is 0.49 units: 49% of the red; 0.20 mm 76%; 0.05 mm 19%,
+    // held at a quarter; 0.25 mm and the hairline full; the circle as its
+    // line; the text untouched.
+    EXPECT_EQ(colours(drawn), (std::map<std::string, ZR_RGB32>{{"line 0", 0xff8282},
+                                                               {"line 10", 0xff3e3e},
+                                                               {"line 20", 0xbfbfbf},
+                                                               {"line 30", 0x000000},
+                                                               {"line 40", 0x000000},
+                                                               {"Ellipse", 0xff8282},
+                                                               {"Text", 0xff0000}}));
+    // All one unit wide: no run of another width.
+    for (const RecordedCall& call : drawn.renderer->calls) EXPECT_EQ(call.line_weight, 1);
+  }
+  // $LWDISPLAY 0: thin lines at full ink, as CAD's screen shows them.
+  d.header.lwdisplay = false;
+  Drawn thin(d);
+  const std::map<std::string, ZR_RGB32> full = colours(thin);
+  EXPECT_EQ(full.at("line 0"), 0xff0000u);
+  EXPECT_EQ(full.at("line 20"), 0x000000u);
+  EXPECT_EQ(full.at("Ellipse"), 0xff0000u);
+}
+
 TEST(DxfReader, PatternedHatchesDrawTheirLinesInsideTheBoundary) {
   // Fault: a section hatch showed as an empty boundary (it was skipped).
   const DxfDrawing d = load(data("hatch_pattern.dxf"));

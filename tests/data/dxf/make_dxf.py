@@ -251,3 +251,19 @@ msp.add_mtext(
     r"{\LUnder} {\OOver} \S1/2;\S3^4;\S5#6;",
     dxfattribs={"insert": (0, 0), "char_height": 2.5})
 save(doc, "mtext_inline_codes.dxf")
+
+# Lineweights finer than a pixel ($LWDISPLAY 1): red LINEs of 0.13 mm at y 0
+# and 0.20 mm at y 10, a black one of 0.05 mm at y 20, black ones of 0.25 mm
+# at y 30 and 0.00 mm (CAD's hairline) at y 40; a red circle of 0.13 mm about
+# (50, 60); a red TEXT of 0.13 mm at (0, 70), which the weight does not touch.
+doc = ezdxf.new("R2010")
+doc.header["$LWDISPLAY"] = 1
+msp = doc.modelspace()
+msp.add_line((0, 0), (100, 0), dxfattribs={"lineweight": 13, "color": 1})
+msp.add_line((0, 10), (100, 10), dxfattribs={"lineweight": 20, "color": 1})
+msp.add_line((0, 20), (100, 20), dxfattribs={"lineweight": 5})
+msp.add_line((0, 30), (100, 30), dxfattribs={"lineweight": 25})
+msp.add_line((0, 40), (100, 40), dxfattribs={"lineweight": 0})
+msp.add_circle((50, 60), 5, dxfattribs={"lineweight": 13, "color": 1})
+msp.add_text("FINE", dxfattribs={"insert": (0, 70), "height": 5, "lineweight": 13, "color": 1})
+save(doc, "lineweights_fine.dxf")
