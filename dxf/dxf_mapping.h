@@ -34,8 +34,8 @@
 //   TEXT's below; underline, overline and strike-through are a two-point
 //   `Polyline` over the run (and the spaces between underlined words); a
 //   stack is its two parts at 0.7 of the height, "a/b" centred over a bar,
-//   "a^b" left-aligned, "a#b" across a slash. BYLAYER and BYBLOCK (\C256,
-//   \C0) give the entity's own colour.
+//   "a^b" left-aligned, "a#b" across a slash. BYLAYER and BYBLOCK (`\C256`,
+//   `\C0`) give the entity's own colour.
 //   A "fit" TEXT runs between its points at its own height, its width factor
 //   chosen to fit. Without a text engine texts are counted as not shown.
 // - A TEXT with a width factor other than 1 (code 41, or the one "fit"
