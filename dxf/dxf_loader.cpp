@@ -348,7 +348,7 @@ void flatten_splines(DxfDrawing& d) {
         for (const DxfPoint& p : x.control) b.add(p.x, p.y);
         tolerance = std::max(b.max_x - b.min_x, b.max_y - b.min_y) / 16384;
       }
-      e.points = flatten_spline(x, x.control, e.closed, tolerance);
+      e.points = flatten_spline(x, x.control, tolerance);
     }
   };
   flatten_all(d.entities);

@@ -36,8 +36,9 @@
 //   or fit points alone; once the drawing's extent is known it is flattened
 //   into `points` to a tolerance of 1/16384 of the extent's larger side (a
 //   quarter pixel when the drawing spans 4096 pixels). A fit-point spline is
-//   drawn as a Catmull-Rom curve through its points, not CAD's exact
-//   interpolation.
+//   read as the cubic CAD interpolates through them (chord-length
+//   parameters; the file's end tangents, codes 12 and 13, else no curvature
+//   at the ends; periodic when closed), kept as a B-spline of Bezier spans.
 // - LEADER: its vertices, as a polyline, and the length of its arrow head
 //   ($DIMASZ times $DIMSCALE; 0 when its flag, code 71, says none) in
 //   `height`.
@@ -191,12 +192,12 @@ struct DxfDetail {
   double line_type_scale = 1;  // code 48: the entity's own scale of its dashes
   // spline: the degree, the knots and the weights (empty: all 1); the
   // control points are the entity's points until the load flattens them,
-  // then they move here. A spline given by fit points alone keeps them here
-  // with no knots.
+  // then they move here. A spline given by fit points alone has the control
+  // points and knots of its interpolating cubic.
   int degree = 3;
   std::vector<double> knots;      // spline: the knot vector
   std::vector<double> weights;    // spline: one a control point; empty: all 1
-  std::vector<DxfPoint> control;  // spline: control (or fit) points, as above
+  std::vector<DxfPoint> control;  // spline: control points, as above
   // image: the file its IMAGEDEF names (as the file gives it), once the
   // OBJECTS section is read; the handle of that IMAGEDEF until then.
   std::string image;

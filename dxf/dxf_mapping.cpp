@@ -14,6 +14,7 @@
 #include "drawables/polything.h"
 #include "drawables/polytriangle.h"
 #include "dxf/dxf_hatch_p.h"
+#include "dxf/dxf_mtext_p.h"
 #include "dxf/text_label.h"
 #include "ellipse/ellipse.h"
 #include "nested/drawable_display_list.h"
@@ -65,8 +66,9 @@ class Mapper {
   bool map(const DxfEntity& e, const Affine& m, DL::DisplayList& list, DL::Extra_Layer_Info* layer,
            ZR_RGB32 by_block, int by_block_weight, int depth) {
     if (points_ >= cx_.max_points) return false;
-    const ZR_RGB32 color = e.by_block ? by_block : e.color;
+    ZR_RGB32 color = e.by_block ? by_block : e.color;
     const int weight = device_weight(e.line_weight, by_block_weight);
+    if (strokes(e)) color = inked(color, e.line_weight);
     list_ = &route(list, weight);
     layer_ = layer;
     weight_ = weight;
@@ -96,8 +98,9 @@ class Mapper {
         return curve(e, m, color);
       case DxfKind::text:
       case DxfKind::attrib:
-      case DxfKind::mtext:
         return text(e, m, color);
+      case DxfKind::mtext:
+        return mtext(e, m, color);
       case DxfKind::solid: {
         if (e.points.size() < 3) return false;
         // Outline order 1, 2, 4, 3 back to the strip order 1, 2, 3, 4.
@@ -410,16 +413,11 @@ class Mapper {
         m.a * std::cos(e.detail().rotation) + m.b * std::sin(e.detail().rotation),
         m.c * std::cos(e.detail().rotation) + m.d * std::sin(e.detail().rotation)};
 
-    std::vector<std::string> lines = e.kind == DxfKind::mtext
-                                         ? mtext_lines(e.detail().text)
-                                         : std::vector<std::string>{text_codes(e.detail().text)};
-    if (e.kind == DxfKind::mtext && e.detail().box_width > 0)
-      lines = wrap(lines, e.detail().box_width * k, em);
+    const std::vector<std::string> lines{text_codes(e.detail().text)};
     double angle = std::atan2(dir.y, dir.x);
     double em_used = em, cap_used = cap;
-    const bool mtext = e.kind == DxfKind::mtext;
-    double width_factor = mtext ? 1.0 : e.detail().width_factor;
-    const int halign = mtext ? 0 : e.detail().halign;
+    double width_factor = e.detail().width_factor;
+    const int halign = e.detail().halign;
     if (halign == 3 || halign == 5) {
       // Aligned: the text runs from its first point to its second, its
       // height scaled with its width to fit. Fit: the same run at the
@@ -438,34 +436,7 @@ class Mapper {
       }
     }
     return place_lines(e, m, color, lines, angle, em_used, cap_used, width_factor,
-                       mtext ? 0.0 : e.detail().oblique);
-  }
-
-  // Greedy wrapping at `width` world units: words move to the next line
-  // while the line is too wide; a word wider than the box keeps a line.
-  std::vector<std::string> wrap(const std::vector<std::string>& lines, double width, double em) {
-    std::vector<std::string> out;
-    for (const std::string& line : lines) {
-      std::string current;
-      std::size_t start = 0;
-      bool any = false;
-      while (start <= line.size()) {
-        std::size_t space = line.find(' ', start);
-        if (space == std::string::npos) space = line.size();
-        const std::string word = line.substr(start, space - start);
-        start = space + 1;
-        const std::string joined = any ? current + " " + word : word;
-        if (any && label_width(cx_.engine(), cx_.font(), to_utf16(joined), em) > width) {
-          out.push_back(current);
-          current = word;
-        } else {
-          current = joined;
-        }
-        any = true;
-      }
-      out.push_back(current);
-    }
-    return out;
+                       e.detail().oblique);
   }
 
   // `width_factor` and `oblique` other than 1 and 0 draw the lines as their
@@ -479,15 +450,10 @@ class Mapper {
     // Baseline offsets in the text's own frame, world units.
     bool any = false;
     const double spacing = cap * 5.0 / 3.0 * e.detail().line_spacing;
-    const double total = cap + spacing * static_cast<double>(lines.size() - 1);
     DxfPoint anchor = e.points[0];
     int column = 0;
     double first_y = 0;
-    if (e.kind == DxfKind::mtext) {
-      const int row = (e.detail().attachment - 1) / 3;
-      column = (e.detail().attachment - 1) % 3;
-      first_y = row == 0 ? -cap : row == 1 ? total / 2 - cap : total - cap;
-    } else if (e.detail().halign != 0 || e.detail().valign != 0) {
+    if (e.detail().halign != 0 || e.detail().valign != 0) {
       anchor = e.detail().align_point;
       column = e.detail().halign == 1 || e.detail().halign == 4 ? 1
                : e.detail().halign == 2                         ? 2
@@ -520,6 +486,233 @@ class Mapper {
       any = true;
     }
     return any;
+  }
+
+  // MTEXT: its paragraphs' runs (dxf_mtext_p.h) wrapped at its width and
+  // set line by line. A piece of a line is a word's part in one style, a
+  // space, or a stack; its width is measured in its own font and height,
+  // times its width factor and tracking.
+  struct Piece {
+    const MtextRun* run;  // its style (and a stack's parts)
+    std::string text;     // a word's part, or " " for a space; empty for a stack
+    double width = 0;     // world units along the line
+  };
+
+  // The sub-height of a stack's parts, in the run's capitals.
+  static constexpr double kStackScale = 0.7;
+
+  // The width of `text` in `style` at `scale` of its height; k: world units a
+  // drawing unit.
+  double run_width(const MtextStyle& style, const std::string& text, double k, double scale) {
+    const double em = style.height * k * scale / kCapitalHeight;
+    return label_width(cx_.engine(), cx_.font_for(style.family, style.bold, style.italic),
+                       to_utf16(text), em) *
+           style.width * style.tracking;
+  }
+
+  double piece_width(const Piece& p, double k) {
+    const MtextRun& r = *p.run;
+    if (!r.stack) return run_width(r.style, p.text, k, 1);
+    const double top = run_width(r.style, r.text, k, kStackScale);
+    const double below = run_width(r.style, r.below, k, kStackScale);
+    if (r.stack != '#') return std::max(top, below);
+    return top + run_width(r.style, "/", k, 1) + below;
+  }
+
+  // The paragraphs into lines: greedy, at spaces (not at \~), a word wider
+  // than the box keeping a line of its own; spaces at a break are dropped.
+  std::vector<std::vector<Piece>> mtext_lines_of(const std::vector<MtextParagraph>& paragraphs,
+                                                 double box, double k) {
+    std::vector<std::vector<Piece>> lines;
+    for (const MtextParagraph& paragraph : paragraphs) {
+      std::vector<Piece> line, word, spaces;
+      double line_w = 0, word_w = 0, spaces_w = 0;
+      auto end_word = [&] {
+        if (word.empty()) return;
+        if (!line.empty() && box > 0 && line_w + spaces_w + word_w > box) {
+          lines.push_back(std::move(line));
+          line = std::move(word);
+          line_w = word_w;
+        } else {
+          line.insert(line.end(), spaces.begin(), spaces.end());
+          line.insert(line.end(), word.begin(), word.end());
+          line_w += spaces_w + word_w;
+        }
+        word.clear();
+        spaces.clear();
+        word_w = spaces_w = 0;
+      };
+      for (const MtextRun& run : paragraph) {
+        if (run.stack) {
+          Piece p{&run, {}};
+          p.width = piece_width(p, k);
+          word_w += p.width;
+          word.push_back(std::move(p));
+          continue;
+        }
+        std::size_t start = 0;
+        while (start < run.text.size()) {
+          const std::size_t space = run.text.find(' ', start);
+          if (space == start) {
+            end_word();
+            Piece p{&run, " "};
+            p.width = piece_width(p, k);
+            spaces_w += p.width;
+            spaces.push_back(std::move(p));
+            ++start;
+            continue;
+          }
+          const std::size_t end = space == std::string::npos ? run.text.size() : space;
+          Piece p{&run, run.text.substr(start, end - start)};
+          p.width = piece_width(p, k);
+          word_w += p.width;
+          word.push_back(std::move(p));
+          start = end;
+        }
+      }
+      end_word();
+      lines.push_back(std::move(line));
+    }
+    return lines;
+  }
+
+  bool mtext(const DxfEntity& e, const Affine& m, ZR_RGB32 color) {
+    ZR_Text_Engine* engine = cx_.engine();
+    if (!engine) return false;
+    const double k = std::sqrt(std::fabs(m.a * m.d - m.b * m.c));
+    const double base = e.detail().height * k;  // the entity's capital height, world units
+    if (!(base > 0)) return false;
+    const DxfPoint dir = {
+        m.a * std::cos(e.detail().rotation) + m.b * std::sin(e.detail().rotation),
+        m.c * std::cos(e.detail().rotation) + m.d * std::sin(e.detail().rotation)};
+    const double angle = std::atan2(dir.y, dir.x);
+    const double cs = std::cos(angle), sn = std::sin(angle);
+
+    const std::vector<MtextParagraph> paragraphs =
+        mtext_paragraphs(e.detail().text, e.detail().height);
+    const std::vector<std::vector<Piece>> lines =
+        mtext_lines_of(paragraphs, e.detail().box_width * k, k);
+    // Baselines: a line reaches its tallest capitals (a stack 1.25 times
+    // its run's) above its baseline and 2/3 of them below, so lines of one
+    // height stand 5/3 of it apart; times the spacing factor between lines.
+    // The first stands its own reach below the top; the attachment's row
+    // moves them all.
+    std::vector<double> baseline(lines.size()), width(lines.size(), 0.0);
+    double y = 0, below = 0;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      double cap = 0, reach = 0;
+      for (const Piece& p : lines[i]) {
+        const double c = p.run->style.height * k;
+        cap = std::max(cap, c);
+        reach = std::max(reach, p.run->stack ? 1.25 * c : c);
+        width[i] += p.width;
+      }
+      if (!(cap > 0)) cap = reach = base;
+      y -= i == 0 ? reach : (below + reach) * e.detail().line_spacing;
+      below = cap * 2.0 / 3.0;
+      baseline[i] = y;
+    }
+    const int row = (e.detail().attachment - 1) / 3;
+    const double column = ((e.detail().attachment - 1) % 3) / 2.0;
+    const double shift = row == 0 ? 0.0 : row == 1 ? -y / 2 : -y;
+    const DxfPoint origin = m.apply(e.points[0]);
+    auto at = [&](double x, double v) {
+      return DL::DoublePoint{origin.x + cs * x - sn * v, origin.y + sn * x + cs * v};
+    };
+
+    bool any = false;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      double x = -width[i] * column;
+      const double v = baseline[i] + shift;
+      // Underline, overline, strike: one stroke over consecutive pieces of
+      // one colour and height.
+      struct Stroke {
+        double x0 = 0, x1 = 0, v = 0;
+        ZR_RGB32 color = 0;
+        bool open = false;
+      } strokes[3];
+      auto flush = [&](Stroke& st) {
+        if (st.open && st.x1 > st.x0) any |= stroke(at(st.x0, st.v), at(st.x1, st.v), st.color);
+        st.open = false;
+      };
+      for (const Piece& p : lines[i]) {
+        const MtextStyle& style = p.run->style;
+        const ZR_RGB32 c = style.colored ? style.color : color;
+        const double cap = style.height * k;
+        const bool marks[3] = {style.underline, style.overline, style.strike};
+        const double heights[3] = {-0.2 * cap, 1.2 * cap, 0.5 * cap};
+        for (int j = 0; j < 3; ++j) {
+          Stroke& st = strokes[j];
+          const double sv = v + heights[j];
+          if (st.open && (!marks[j] || st.color != c || st.v != sv || st.x1 != x)) flush(st);
+          if (!marks[j]) continue;
+          if (!st.open) st = {x, x, sv, c, true};
+          st.x1 = x + p.width;
+        }
+        if (p.run->stack)
+          any |= stack(*p.run, c, x, v, p.width, k, angle, at);
+        else if (p.text != " ")
+          any |= glyph_run(style, c, p.text, k, 1, angle, at(x, v));
+        x += p.width;
+      }
+      for (Stroke& st : strokes) flush(st);
+    }
+    return any;
+  }
+
+  // A run's text at `scale` of its height from `origin`: a `Text`, or its
+  // glyphs' outlines when its width, slant or tracking is not plain.
+  bool glyph_run(const MtextStyle& style, ZR_RGB32 color, const std::string& text, double k,
+                 double scale, double angle, DL::DoublePoint origin) {
+    std::u16string s = to_utf16(text);
+    std::replace(s.begin(), s.end(), u'\u00a0', u' ');  // \~, kept from the wrapping
+    if (s.find_first_not_of(u' ') == std::u16string::npos) return false;
+    const double em = style.height * k * scale / kCapitalHeight;
+    const ZR_Font& font = cx_.font_for(style.family, style.bold, style.italic);
+    if (!style.plain_glyphs())
+      return outlines(label_outlines(cx_.engine(), font, s, em, style.width, style.oblique, angle,
+                                     origin, style.tracking),
+                      color);
+    DL::WorldBounds b;
+    DL::Text* t = make_label(*list_, cx_.engine(), font, color, origin, em, angle, s, b);
+    if (!t) return false;
+    add(t, b);
+    return true;
+  }
+
+  // A stacked fraction `width` wide from x on the baseline v, its parts at
+  // 0.7 of the run's height: "a/b" the upper part centred over a bar and
+  // the lower part, "a^b" the two left-aligned without a bar, "a#b" side by
+  // side across a slash, the upper part raised.
+  template <class At>
+  bool stack(const MtextRun& r, ZR_RGB32 color, double x, double v, double width, double k,
+             double angle, const At& at) {
+    const double cap = r.style.height * k;
+    const double top = run_width(r.style, r.text, k, kStackScale);
+    bool any = false;
+    if (r.stack == '#') {
+      const double slash = run_width(r.style, "/", k, 1);
+      any |= glyph_run(r.style, color, r.text, k, kStackScale, angle, at(x, v + 0.45 * cap));
+      any |= glyph_run(r.style, color, "/", k, 1, angle, at(x + top, v));
+      any |= glyph_run(r.style, color, r.below, k, kStackScale, angle, at(x + top + slash, v));
+      return any;
+    }
+    const double below = run_width(r.style, r.below, k, kStackScale);
+    const double centre = r.stack == '/' ? 0.5 : 0.0;
+    any |= glyph_run(r.style, color, r.text, k, kStackScale, angle,
+                     at(x + (width - top) * centre, v + 0.55 * cap));
+    any |= glyph_run(r.style, color, r.below, k, kStackScale, angle,
+                     at(x + (width - below) * centre, v - 0.45 * cap));
+    if (r.stack == '/') any |= stroke(at(x, v + 0.4 * cap), at(x + width, v + 0.4 * cap), color);
+    return any;
+  }
+
+  // A line from a to b (world units) as a two-point `Polyline`.
+  bool stroke(DL::DoublePoint a, DL::DoublePoint b, ZR_RGB32 color) {
+    std::vector<DL::WorldPoint> pts{to_world({a.x, a.y}), to_world({b.x, b.y})};
+    if (pts[0] == pts[1]) return false;
+    add(new DL::Polyline(color, 2, pts.data()), bounds_of(pts), 2);
+    return true;
   }
 
   // Glyph outlines as one `Polygon` a glyph, its contours chained as a
@@ -749,6 +942,43 @@ class Mapper {
  private:
   // The device width of a lineweight (see SheetContext::lineweight_dpi): 1
   // when the drawing does not show lineweights.
+  // The entities a lineweight widens: not texts, fills, images, points,
+  // nor INSERTs (whose BYBLOCK width goes whole to their block).
+  static bool strokes(const DxfEntity& e) {
+    switch (e.kind) {
+      case DxfKind::line:
+      case DxfKind::spline:
+      case DxfKind::circle:
+      case DxfKind::arc:
+      case DxfKind::ellipse:
+      case DxfKind::leader:
+        return true;
+      case DxfKind::polyline:
+        return e.detail().widths.empty();  // a wide one is a fill
+      default:
+        return false;
+    }
+  }
+
+  // A lineweight finer than the default (0.25 mm, the finest CAD shows
+  // at one pixel) whose width is under one device unit: its colour mixed
+  // towards the white paper by that width, so a one-unit line carries the
+  // ink of the finer one (at 96 units an inch, 0.13 mm 49%, 0.20 mm 76%),
+  // but never under a quarter, so 0.05 mm still shows. The rendition's width
+  // is a whole number of device units: this is how a finer line tells.
+  ZR_RGB32 inked(ZR_RGB32 color, int line_weight) const {
+    if (!d_.header.lwdisplay || !(cx_.lineweight_dpi > 0) || line_weight <= 0 || line_weight >= 25)
+      return color;
+    const double ink =
+        std::max(0.25, line_weight / 100.0 / 25.4 * std::min(cx_.lineweight_dpi, 10000.0));
+    if (ink >= 1) return color;
+    auto mix = [&](int shift) {
+      const double c = static_cast<double>((color >> shift) & 0xff);
+      return static_cast<ZR_RGB32>(std::lround(255 - (255 - c) * ink)) << shift;
+    };
+    return mix(16) | mix(8) | mix(0);
+  }
+
   int device_weight(int line_weight, int by_block_weight) const {
     if (!d_.header.lwdisplay || !(cx_.lineweight_dpi > 0)) return 1;
     if (line_weight == kByBlockLineWeight) return by_block_weight;
@@ -809,6 +1039,28 @@ bool Affine::conformal() const {
 SheetContext::SheetContext(ZR_Text_Engine* engine, ZR_Font font)
     : engine_(engine), font_(std::move(font)) {
   if (engine_) add_ref(engine_);
+}
+
+const ZR_Font& SheetContext::font_for(const std::string& family, bool bold, bool italic) {
+  if (family.empty() && !bold && !italic) return font_;
+  std::string name;
+  if (family.empty()) {
+    if (font_) name = font_->name.text();
+  } else {
+    for (char c : family) {
+      if (c == '-' || c == ':' || c == ',' || c == '\\') name += '\\';
+      name += c;
+    }
+  }
+  if (bold) name += ":bold";
+  if (italic) name += ":italic";
+  ZR_Font& font = fonts_[name];
+  if (!font) {
+    auto* data = new ZR_Font_Data;
+    data->name = ZR_String(name);
+    font = ZR_Font(data);
+  }
+  return font;
 }
 
 SheetContext::~SheetContext() {
@@ -887,77 +1139,19 @@ std::string text_codes(const std::string& text) {
 }
 
 std::vector<std::string> mtext_lines(const std::string& text) {
-  std::vector<std::string> lines(1);
-  const std::string s = text_codes(text);
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    const char c = s[i];
-    if (c == '{' || c == '}') continue;
-    if (c != '\\' || i + 1 >= s.size()) {
-      lines.back() += c;
-      continue;
-    }
-    const char code = s[++i];
-    switch (code) {
-      case 'P':
-      case 'X':
-        lines.emplace_back();
-        break;
-      case '~':
-        lines.back() += ' ';
-        break;
-      case '\\':
-      case '{':
-      case '}':
-        lines.back() += code;
-        break;
-      case 'U':
-      case 'u':
-        // \U+XXXX: a Unicode character.
-        if (i + 5 < s.size() && s[i + 1] == '+') {
-          const unsigned long v = std::strtoul(s.substr(i + 2, 4).c_str(), nullptr, 16);
-          char32_t cp = static_cast<char32_t>(v);
-          std::string utf8;
-          if (cp < 0x80) {
-            utf8 += static_cast<char>(cp);
-          } else if (cp < 0x800) {
-            utf8 += static_cast<char>(0xc0 | (cp >> 6));
-            utf8 += static_cast<char>(0x80 | (cp & 0x3f));
-          } else {
-            utf8 += static_cast<char>(0xe0 | (cp >> 12));
-            utf8 += static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
-            utf8 += static_cast<char>(0x80 | (cp & 0x3f));
-          }
-          lines.back() += utf8;
-          i += 5;
-        }
-        break;
-      case 'S': {
-        // Stacked text "a^b", "a/b", "a#b" up to ';': shown as a/b.
-        std::size_t end = s.find(';', i);
-        if (end == std::string::npos) end = s.size();
-        std::string part = s.substr(i + 1, end - i - 1);
-        std::replace(part.begin(), part.end(), '^', '/');
-        std::replace(part.begin(), part.end(), '#', '/');
-        lines.back() += part;
-        i = end;
-        break;
+  std::vector<std::string> lines;
+  for (const MtextParagraph& p : mtext_paragraphs(text, 1)) {
+    std::string& line = lines.emplace_back();
+    for (const MtextRun& r : p) {
+      // A \~ back to a plain space, a stack as "a/b".
+      for (std::size_t i = 0; i < r.text.size(); ++i) {
+        const bool nbsp = r.text.compare(i, 2, "\u00a0") == 0;
+        line += nbsp ? ' ' : r.text[i];
+        i += nbsp;
       }
-      case 'L':
-      case 'l':
-      case 'O':
-      case 'o':
-      case 'K':
-      case 'k':
-        break;  // underline, overline, strike: no text of their own
-      default: {
-        // \A, \C, \f, \F, \H, \Q, \T, \W, \p ...: a value up to ';'.
-        std::size_t end = s.find(';', i);
-        i = end == std::string::npos ? s.size() : end;
-        break;
-      }
+      if (r.stack) line.append("/").append(r.below);
     }
   }
-  while (lines.size() > 1 && lines.back().empty()) lines.pop_back();
   return lines;
 }
 

@@ -25,8 +25,17 @@
 //   attachment move the baseline as the file says; an aligned TEXT runs from
 //   its first point to its second, its height scaled to fit. MTEXT lines are
 //   split at `\P`, wrapped at the MTEXT's width (greedily, at spaces, as
-//   measured) and spaced 5/3 of the height times the spacing factor; its
-//   inline codes (fonts, colours, stacking) are dropped, leaving their text.
+//   measured); a line reaches its tallest capitals above its baseline and
+//   2/3 of them below, so lines of one height stand 5/3 of it apart (times
+//   the spacing factor). Its inline codes (dxf/dxf_mtext_p.h) make
+//   runs: colour, font family, bold and italic (a font a style, see
+//   `SheetContext::font_for`) and height go to the run's `Text`; a width
+//   factor, slant or tracking draws the run as its glyphs' outlines, as a
+//   TEXT's below; underline, overline and strike-through are a two-point
+//   `Polyline` over the run (and the spaces between underlined words); a
+//   stack is its two parts at 0.7 of the height, "a/b" centred over a bar,
+//   "a^b" left-aligned, "a#b" across a slash. BYLAYER and BYBLOCK (`\C256`,
+//   `\C0`) give the entity's own colour.
 //   A "fit" TEXT runs between its points at its own height, its width factor
 //   chosen to fit. Without a text engine texts are counted as not shown.
 // - A TEXT with a width factor other than 1 (code 41, or the one "fit"
@@ -153,12 +162,24 @@ class SheetContext {
   // (the width in millimetres / 25.4 times it, rounded, at least 1): at 96
   // a default 0.25 mm line is 1 unit, 0.5 mm 2, the heaviest (2.11 mm) 8.
   // They show only when the drawing's $LWDISPLAY says so, as in CAD; 0 here
-  // draws every line 1 unit wide.
+  // draws every line 1 unit wide. A weight finer than the default 0.25 mm
+  // whose width is under one unit (0.13 mm is 0.49 at 96) is drawn one unit
+  // wide in its colour mixed towards the white paper by that width (at
+  // least a quarter of the ink), since a rendition's width is a whole number
+  // of units; lines, polylines, splines, leaders and curves only (not
+  // texts, fills, points, nor INSERTs' BYBLOCK lines). 0.00 mm is CAD's
+  // hairline: one unit, full ink.
   double lineweight_dpi = 96;
   // The engine that measures texts, or null.
   ZR_Text_Engine* engine() const { return engine_; }
   // The font texts are measured and drawn in.
   const ZR_Font& font() const { return font_; }
+  // The font of an MTEXT run: `family` (the sheet's font's when empty),
+  // bold, italic, named as a fontconfig pattern ("Family:bold:italic", the
+  // family's '-', ':' and ',' escaped), which the FreeType engine reads; the
+  // sheet's font itself for no family and neither. Made on first use and
+  // kept, so each is one font body the engine resolves once.
+  const ZR_Font& font_for(const std::string& family, bool bold, bool italic);
 
   // The list of `block` of `drawing` with BYBLOCK as `by_block`, and the scale
   // from block units to its world; built on first use, null while it is being
@@ -185,6 +206,7 @@ class SheetContext {
  private:
   ZR_Text_Engine* engine_;
   ZR_Font font_;
+  std::map<std::string, ZR_Font> fonts_;  // font_for's, by pattern
 };
 
 // Adds the model-space entities of `drawing`, placed by `placement`, to

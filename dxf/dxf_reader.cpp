@@ -18,6 +18,7 @@
 #include <set>
 
 #include "dxf/dxf_reader_p.h"
+#include "dxf/dxf_spline_p.h"
 
 namespace DL::dxf {
 
@@ -1297,6 +1298,7 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
   } else if (name == "SPLINE") {
     int flags = 0, degree = 3;
     std::vector<DxfPoint> control, fit;
+    DxfPoint start_tangent, end_tangent;  // (0, 0): none given
     std::vector<double> knots, weights;
     for (const Pair& g : pairs_) {
       switch (g.code) {
@@ -1324,6 +1326,18 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
         case 21:
           if (!fit.empty()) fit.back().y = real(g);
           break;
+        case 12:
+          start_tangent.x = real(g);
+          break;
+        case 22:
+          start_tangent.y = real(g);
+          break;
+        case 13:
+          end_tangent.x = real(g);
+          break;
+        case 23:
+          end_tangent.y = real(g);
+          break;
         default:
           break;
       }
@@ -1337,8 +1351,12 @@ void Reader::entity(std::string_view name, std::vector<DxfEntity>* target) {
       x.knots = std::move(knots);
       if (weights.size() == e.points.size()) x.weights = std::move(weights);
     } else if (fit.size() >= 2) {
-      e.points = std::move(fit);
-      x.degree = 0;  // through the fit points
+      if (interpolate_fit_points(fit, start_tangent, end_tangent, e.closed, e.points, x.knots)) {
+        x.degree = 3;
+      } else {  // one point, repeated: a polyline of no length
+        e.points = std::move(fit);
+        x.degree = 1;
+      }
     } else {
       count(d_.skipped, "SPLINE (no points)");
       return;

@@ -64,7 +64,7 @@ double label_width(ZR_Text_Engine* engine, const ZR_Font& font, const std::u16st
 
 std::vector<std::vector<std::vector<DL::DoublePoint>>> label_outlines(
     ZR_Text_Engine* engine, const ZR_Font& font, const std::u16string& text, double em,
-    double width_factor, double oblique, double rotation, DL::DoublePoint origin) {
+    double width_factor, double oblique, double rotation, DL::DoublePoint origin, double tracking) {
   std::vector<std::vector<std::vector<DL::DoublePoint>>> out;
   if (!engine || text.empty() || !(em > 0.0)) return out;
   ZR_Rendition r = ZR_Rendition::create();
@@ -91,7 +91,7 @@ std::vector<std::vector<std::vector<DL::DoublePoint>>> label_outlines(
         }
       }
     }
-    pen += m.advance;
+    pen += m.advance * tracking;
   }
   return out;
 }

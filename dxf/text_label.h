@@ -31,6 +31,7 @@ double label_width(ZR_Text_Engine* engine, const ZR_Font& font, const std::u16st
 
 // The glyphs of `text` as outlines, for text that a `Text` cannot show: set
 // at `em` world units, each glyph's width and advance times `width_factor`,
+// each advance times `tracking` too (the glyphs' own widths unchanged),
 // slanted by `oblique` radians (positive leans the tops forward, along the
 // writing direction), turned by `rotation` about `origin` (the start of the
 // baseline). One entry a glyph that has an outline, each a list of closed
@@ -39,7 +40,8 @@ double label_width(ZR_Text_Engine* engine, const ZR_Font& font, const std::u16st
 // their precision. Empty without an engine or for a blank string.
 std::vector<std::vector<std::vector<DL::DoublePoint>>> label_outlines(
     ZR_Text_Engine* engine, const ZR_Font& font, const std::u16string& text, double em,
-    double width_factor, double oblique, double rotation, DL::DoublePoint origin);
+    double width_factor, double oblique, double rotation, DL::DoublePoint origin,
+    double tracking = 1.0);
 
 // A new Text for `list` (not added) with its measured bounds; null for an
 // empty string. `bounds` gets the world rectangle, rounded outward.

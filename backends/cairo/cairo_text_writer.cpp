@@ -1,6 +1,7 @@
 // Glyphs shown as text; see cairo_text_writer.h.
 #include "backends/cairo/cairo_text_writer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -30,6 +31,32 @@ void append_utf8(std::string& out, unsigned short c) {
   }
 }
 
+// A font's name as a fontconfig pattern may end in ":bold" and ":italic"
+// (the DXF mapping's fonts of MTEXT runs do): the family before them, its
+// escapes undone, and the weight and slant they ask for.
+struct Face {
+  std::string family;
+  cairo_font_weight_t weight = CAIRO_FONT_WEIGHT_NORMAL;
+  cairo_font_slant_t slant = CAIRO_FONT_SLANT_NORMAL;
+};
+Face face_of(const std::string& name) {
+  Face f;
+  std::size_t i = 0;
+  for (; i < name.size() && name[i] != ':'; ++i) {
+    if (name[i] == '\\' && i + 1 < name.size()) ++i;
+    f.family += name[i];
+  }
+  while (i < name.size()) {
+    const std::size_t next = std::min(name.find(':', i + 1), name.size());
+    const std::string part = name.substr(i + 1, next - i - 1);
+    if (part == "bold") f.weight = CAIRO_FONT_WEIGHT_BOLD;
+    if (part == "italic") f.slant = CAIRO_FONT_SLANT_ITALIC;
+    i = next;
+  }
+  if (f.family.empty()) f.family = "DejaVu Sans";
+  return f;
+}
+
 }  // namespace
 
 void CairoTextWriter::glyphs(ZR_Rendition* rendition, const ZR_Point*, int count,
@@ -45,9 +72,9 @@ void CairoTextWriter::glyphs(ZR_Rendition* rendition, const ZR_Point*, int count
   cairo_t* cr = renderer_->context();
   cairo_save(cr);
   const ZR_Font_Data* font = a.font.get();
-  const std::string family =
-      font && !font->name.text().empty() ? font->name.text() : std::string("DejaVu Sans");
-  cairo_select_font_face(cr, family.c_str(), CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+  const Face face = face_of(font ? font->name.text() : std::string());
+  const std::string& family = face.family;
+  cairo_select_font_face(cr, family.c_str(), face.slant, face.weight);
   // Glyph space (y down, in ems) to device units: widths by |size| times the
   // width scale along the writing direction, heights by size across it.
   const double s = a.size, w = std::fabs(a.size) * a.scale;

@@ -13,7 +13,9 @@
 // flips on y, as the engine's outlines do). The face is found by the font's
 // name (`ZR_Font_Data::name`, "DejaVu Sans" for the default font) through
 // cairo's own font selection, which goes through fontconfig as the FreeType
-// engine does; a font given only by file is shown in the default family.
+// engine does (a name ending in ":bold" or ":italic", as fontconfig
+// patterns do, asks for that weight or slant); a font given only by file is
+// shown in the default family.
 //
 // SVG: cairo's SVG surface writes glyphs as shapes (a symbol a glyph, a use
 // a character), whatever it is given. So the writer also keeps every string

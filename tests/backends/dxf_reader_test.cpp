@@ -4,6 +4,7 @@
 // honest-input faults: files cut short, bad numbers, directories.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -22,6 +23,7 @@
 #include "dxf/dxf_mapping.h"
 #include "tests/support/test_files.h"
 #include "tests/support/tree_check.h"
+#include "text/text.h"
 #include "tools/demo_drawing.h"
 
 namespace DL::dxf {
@@ -274,6 +276,95 @@ TEST(DxfReader, SplinesLeadersAndDimensionsAreDrawn) {
   EXPECT_GE(drawn.report.bounds.max.y, 230000 - 1000);
 }
 
+// How far p lies from the polyline `line`.
+double distance_to(const std::vector<DxfPoint>& line, DxfPoint p) {
+  double best = INFINITY;
+  for (std::size_t i = 0; i + 1 < line.size(); ++i) {
+    const DxfPoint a = line[i], b = line[i + 1];
+    const double vx = b.x - a.x, vy = b.y - a.y, len2 = vx * vx + vy * vy;
+    const double u =
+        len2 > 0 ? std::clamp(((p.x - a.x) * vx + (p.y - a.y) * vy) / len2, 0.0, 1.0) : 0.0;
+    best = std::min(best, std::hypot(p.x - a.x - u * vx, p.y - a.y - u * vy));
+  }
+  return best;
+}
+
+TEST(DxfReader, FitPointSplinesAreTheCubicCadInterpolates) {
+  // Fault: a fit-point spline was drawn as a Catmull-Rom curve, 14% of its
+  // pixels away from CAD's (and ezdxf's) interpolating cubic.
+  // The expected points are the curves' points halfway along each span's
+  // chord-length parameter, computed apart from this code: scipy's
+  // CubicSpline over chord lengths, natural and periodic; ezdxf's
+  // fit_points_to_cad_cv (and scipy, clamped, agreeing) with the tangents.
+  struct Case {
+    std::vector<DxfPoint> fit;
+    std::vector<DxfPoint> halfway;
+  };
+  const Case natural{
+      {{0, 0}, {10, 8}, {25, 2}, {35, 12}, {50, 5}},
+      {{4.743149, 5.582467}, {17.662568, 4.523492}, {30.093741, 6.614209}, {42.02863, 11.115586}}};
+  const Case tangents{{{0, -20}, {15, -12}, {30, -22}, {45, -15}},
+                      {{7.123914, -13.931564}, {22.441306, -18.00669}, {37.920088, -16.663532}}};
+  const Case periodic{{{0, 0}, {20, 0}, {20, 10}, {0, 10}},
+                      {{10, -4.285714}, {21.5, 5}, {10, 14.285714}, {-1.5, 5}}};
+
+  const DxfDrawing open = load(data("spline_fit_points.dxf"));
+  ASSERT_EQ(open.entities.size(), 2u);
+  // Read as cubic B-splines of one Bezier piece a span.
+  EXPECT_EQ(open.entities[0].detail().degree, 3);
+  EXPECT_EQ(open.entities[0].detail().control.size(), 13u);
+  EXPECT_EQ(open.entities[0].detail().knots.size(), 17u);
+  const DxfDrawing closed = load(data("spline_fit_closed.dxf"));
+  ASSERT_EQ(closed.entities.size(), 1u);
+  EXPECT_TRUE(closed.entities[0].closed);
+
+  // The points as read and flattened, and as the recording backend drew them
+  // (in thousandths of a unit).
+  const Drawn drawn_open(open), drawn_closed(closed);
+  const std::vector<std::vector<DxfPoint>> lines = drawn_open.polylines();
+  const std::vector<std::vector<DxfPoint>> loops = drawn_closed.polylines();
+  ASSERT_EQ(lines.size(), 2u);
+  ASSERT_EQ(loops.size(), 1u);
+  const struct {
+    const Case& expected;
+    const DxfEntity& entity;
+    const std::vector<DxfPoint>& drawn;
+    double side;  // the drawing's larger side
+  } checks[] = {{natural, open.entities[0], lines[0], 50},
+                {tangents, open.entities[1], lines[1], 50},
+                {periodic, closed.entities[0], loops[0], 23}};
+  for (const auto& c : checks) {
+    // The flattening's midpoint test, with room for the rounding of the
+    // expected values.
+    const double tolerance = 2 * c.side / 16384 + 1e-6;
+    for (const DxfPoint& f : c.expected.fit) {
+      EXPECT_LT(distance_to(c.entity.points, f), 1e-9) << f.x << "," << f.y;
+      EXPECT_LT(distance_to(c.drawn, f), 0.002) << f.x << "," << f.y;
+    }
+    for (const DxfPoint& h : c.expected.halfway) {
+      EXPECT_LT(distance_to(c.entity.points, h), tolerance) << h.x << "," << h.y;
+      EXPECT_LT(distance_to(c.drawn, h), tolerance + 0.002) << h.x << "," << h.y;
+    }
+  }
+  // The tangents: the curve leaves (0, -20) along (1, 1) and reaches
+  // (45, -15) along (1, -1), within the turn of one chord.
+  const std::vector<DxfPoint>& t = open.entities[1].points;
+  ASSERT_GE(t.size(), 4u);
+  EXPECT_NEAR(std::atan2(t[1].y - t[0].y, t[1].x - t[0].x), M_PI / 4, 0.05);
+  const std::size_t e = t.size() - 1;
+  EXPECT_NEAR(std::atan2(t[e].y - t[e - 1].y, t[e].x - t[e - 1].x), -M_PI / 4, 0.05);
+  // The closed curve ends where it starts and leaves (0, 0) in the direction
+  // it arrives: no corner where it closes.
+  const std::vector<DxfPoint>& l = closed.entities[0].points;
+  ASSERT_GE(l.size(), 4u);
+  EXPECT_NEAR(l.back().x, l.front().x, 1e-12);
+  EXPECT_NEAR(l.back().y, l.front().y, 1e-12);
+  const double leave = std::atan2(l[1].y - l[0].y, l[1].x - l[0].x);
+  const std::size_t last = l.size() - 1;
+  const double arrive = std::atan2(l[last].y - l[last - 1].y, l[last].x - l[last - 1].x);
+  EXPECT_NEAR(leave, arrive, 0.05);
+}
+
 TEST(DxfReader, MtextWrapsAtItsWidthAndAlignedTextFitsItsPoints) {
   // Fault: a paragraph in a 40-unit box ran on one line.
   const DxfDrawing d = load(data("text_layout.dxf"));
@@ -301,6 +392,133 @@ TEST(DxfReader, MtextWrapsAtItsWidthAndAlignedTextFitsItsPoints) {
   ASSERT_TRUE(aligned.is_valid());
   EXPECT_NEAR(aligned.min.x, 200000, 10);
   EXPECT_NEAR(aligned.max.x, 230000, 10);
+}
+
+TEST(DxfReader, MtextInlineCodesStyleTheirRuns) {
+  // Fault: MTEXT's colours, fonts, heights, widths, slants, tracking,
+  // underlines and stacks were dropped, leaving plain text.
+  const DxfDrawing d = load(data("mtext_inline_codes.dxf"));
+  ASSERT_EQ(d.entities.size(), 1u);
+  Drawn drawn(d);
+  // The recording engine: a character advances 0.6 em, its glyph a box 0.5
+  // em wide and 0.7 em high. The em of 2.5 high capitals is 2.5 / 0.73.
+  const double em = 2.5 / 0.73;
+  std::map<std::string, const Text*> texts;  // by their strings, all distinct here
+  std::vector<const Polygon*> glyphs;
+  std::vector<std::vector<DxfPoint>> strokes = drawn.polylines();
+  for (const Drawable* x : drawn.drawables) {
+    const std::string name = dlview::class_name(x);
+    if (name == "Text") {
+      const auto* t = static_cast<const Text*>(x);
+      std::string s;
+      for (int i = 0; i < t->text->length(); ++i)
+        s += static_cast<char>(t->text->unicodeCharacter(i));
+      texts[s] = t;
+    } else if (name == "Polygon") {
+      glyphs.push_back(static_cast<const Polygon*>(x));
+    }
+  }
+  auto x_of = [&](const char* s) { return (texts.at(s)->position.x - 200000) / 1000; };
+  auto y_of = [&](const char* s) { return (texts.at(s)->position.y - 200000) / 1000; };
+  auto em_of = [&](const char* s) { return texts.at(s)->text_height / 1000; };
+  for (const char* s :
+       {"A", "B", "C", "D", "E", "F", "Under", "Over", "1", "2", "3", "4", "5", "/", "6"})
+    ASSERT_EQ(texts.count(s), 1u) << s;
+
+  // Line 1 stands on one baseline, the tallest capitals (D, 5) below the
+  // top: A plain; B red by index; C blue by true colour; D 5 high; E half
+  // the height, black again once C's braces closed.
+  for (const char* s : {"A", "B", "C", "D", "E"}) EXPECT_NEAR(y_of(s), -5, 1e-3) << s;
+  EXPECT_EQ(texts["A"]->color.rgb(), 0x000000u);
+  EXPECT_EQ(texts["B"]->color.rgb(), 0xff0000u);
+  EXPECT_EQ(texts["C"]->color.rgb(), 0x0000ffu);
+  EXPECT_EQ(texts["E"]->color.rgb(), 0x000000u);
+  EXPECT_NEAR(em_of("A"), em, 1e-3);
+  EXPECT_NEAR(em_of("D"), 2 * em, 1e-3);
+  EXPECT_NEAR(em_of("E"), em / 2, 1e-3);
+  EXPECT_NEAR(x_of("B"), 0.6 * em, 1e-3);
+  EXPECT_NEAR(x_of("D"), 1.8 * em, 1e-3);
+  EXPECT_NEAR(x_of("E"), 1.8 * em + 0.6 * 2 * em, 1e-3);
+
+  // Line 2, 2/3 of 5 below line 1 and 2.5 more: F in bold italic Arial, then
+  // glyph outlines, G G twice as wide, H slanted 20 degrees, I I tracked.
+  const double line2 = -5 - (5 * 2.0 / 3 + 2.5);
+  EXPECT_NEAR(y_of("F"), line2, 1e-3);
+  EXPECT_EQ(texts["F"]->font->get()->name.text(), "Arial:bold:italic");
+  EXPECT_EQ(texts["A"]->font->get(), drawn.context.font().get());
+  ASSERT_EQ(glyphs.size(), 5u);
+  std::vector<WorldBounds> box;
+  for (const Polygon* g : glyphs) {
+    WorldBounds b = WorldBounds::empty();
+    g->add_bounds(b);
+    box.push_back(b);
+    EXPECT_NEAR((b.min.y - 200000) / 1000.0, line2, 2e-3);
+  }
+  auto left = [&](int i) { return (box[i].min.x - 200000) / 1000.0; };
+  EXPECT_NEAR(left(0), 0.6 * em, 2e-3);                           // G
+  EXPECT_NEAR((box[0].max.x - box[0].min.x) / 1000.0, em, 2e-3);  // 0.5 em times 2
+  EXPECT_NEAR(left(1), 0.6 * em + 1.2 * em, 2e-3);                // G, 1.2 em on
+  // H: its top edge starts 0.7 em tan 20 degrees right of its foot.
+  const Polygon* h = glyphs[2];
+  ASSERT_EQ(h->count, 5);
+  EXPECT_NEAR((h->points[0].x - 200000) / 1000.0, 3.0 * em, 2e-3);
+  EXPECT_NEAR((h->points[3].x - h->points[0].x) / 1000.0, 0.7 * em * std::tan(M_PI / 9), 2e-3);
+  EXPECT_NEAR(left(3), 3.6 * em, 2e-3);                // I
+  EXPECT_NEAR(left(4) - left(3), 2 * 0.6 * em, 2e-3);  // I, twice the advance on
+
+  // Line 3, 2/3 of 2.5 below line 2 and the stacks' reach (1.25 times 2.5)
+  // more: "Under" underlined, "Over" overlined, the stacks at 0.7 of the
+  // height.
+  const double line3 = line2 - (2.5 * 2.0 / 3 + 1.25 * 2.5);
+  EXPECT_NEAR(y_of("Under"), line3, 1e-3);
+  EXPECT_NEAR(x_of("Over"), 3.6 * em, 1e-3);
+  auto has_stroke = [&](double x0, double x1, double y) {
+    for (const std::vector<DxfPoint>& s : strokes)
+      if (s.size() == 2 && std::abs(s[0].x - x0) < 2e-3 && std::abs(s[1].x - x1) < 2e-3 &&
+          std::abs(s[0].y - y) < 2e-3 && std::abs(s[1].y - y) < 2e-3)
+        return true;
+    return false;
+  };
+  EXPECT_TRUE(has_stroke(0, 3 * em, line3 - 0.5));               // under "Under"
+  EXPECT_TRUE(has_stroke(3.6 * em, 6 * em, line3 + 1.2 * 2.5));  // over "Over"
+  const double stack = 6.6 * em, part = 0.7 * 0.6 * em;          // after "Over "
+  // 1/2: "1" over a bar over "2"; 3^4 left-aligned, no bar; 5#6 side by side.
+  EXPECT_NEAR(em_of("1"), 0.7 * em, 1e-3);
+  EXPECT_NEAR(x_of("1"), stack, 1e-3);
+  EXPECT_NEAR(y_of("1"), line3 + 0.55 * 2.5, 1e-3);
+  EXPECT_NEAR(y_of("2"), line3 - 0.45 * 2.5, 1e-3);
+  EXPECT_TRUE(has_stroke(stack, stack + part, line3 + 0.4 * 2.5));
+  EXPECT_NEAR(x_of("3"), stack + part, 1e-3);
+  EXPECT_NEAR(x_of("4"), stack + part, 1e-3);
+  EXPECT_NEAR(x_of("5"), stack + 2 * part, 1e-3);
+  EXPECT_NEAR(y_of("5"), line3 + 0.45 * 2.5, 1e-3);
+  EXPECT_NEAR(x_of("/"), stack + 3 * part, 1e-3);
+  EXPECT_NEAR(em_of("/"), em, 1e-3);
+  EXPECT_NEAR(x_of("6"), stack + 3 * part + 0.6 * em, 1e-3);
+  EXPECT_NEAR(y_of("6"), line3, 1e-3);
+
+  // Hostile codes draw within bounds: heights past 1000 times the entity's,
+  // widths past 1000, slants past 85 degrees, colours out of range and
+  // empty stacks leave the style as it was (a run of 1e300 units high would
+  // not fit a float, a fault the sanitizer build would report).
+  const std::string hostile =
+      "0\nSECTION\n2\nENTITIES\n0\nMTEXT\n10\n0\n20\n0\n40\n2.5\n1\n"
+      "{\\H1000x;{\\H1000x;{\\H1e300;X}}}\\W1e308;\\T0;\\Q89;Y\\C-1;\\c99999999;Z"
+      "\\S;\\S^;\\U+;{{{{\n0\nENDSEC\n0\nEOF\n";
+  const DxfDrawing bad = load(write("mtext-hostile.dxf", hostile));
+  ASSERT_EQ(bad.entities.size(), 1u);
+  Drawn hostile_drawn(bad);
+  double tallest = 0;
+  for (const Drawable* x : hostile_drawn.drawables)
+    if (std::string(dlview::class_name(x)) == "Text")
+      tallest = std::max(tallest, static_cast<const Text*>(x)->text_height / 1000);
+  EXPECT_NEAR(tallest, 1000 * em, 1e-6 * em);  // X, at the first \H alone
+
+  // The codes' text alone, and codes the reader passes over: a height that
+  // is not positive, an unknown colour, a brace that closes nothing, an
+  // unterminated code.
+  EXPECT_EQ(mtext_lines("{\\H-2;x}{\\C999;y}}z\\S1^ 2;\\Pa\\~b\\H3"),
+            (std::vector<std::string>{"xyz1/2", "a b"}));
 }
 
 TEST(DxfReader, TextWidthFactorObliqueAndFitShapeTheGlyphs) {
@@ -428,6 +646,48 @@ TEST(DxfReader, LineweightsDrawAtTheirDeviceWidths) {
   ASSERT_EQ(thin.drawables.size(), 5u);
   for (int i = 0; i < 4; ++i)
     EXPECT_EQ(std::string(dlview::class_name(thin.drawables[i])), "Polyline");
+}
+
+TEST(DxfReader, LineweightsFinerThanAUnitDrawLighter) {
+  // Fault: a 0.13 mm line drew as heavy as a 0.25 mm one (one unit, full
+  // ink), twice its weight at 96 units an inch.
+  DxfDrawing d = load(data("lineweights_fine.dxf"));
+  ASSERT_EQ(d.entities.size(), 7u);
+  // Each drawable's colour by its kind and place: lines by their y.
+  auto colours = [](const Drawn& drawn) {
+    std::map<std::string, ZR_RGB32> out;
+    for (const Drawable* x : drawn.drawables) {
+      const std::string name = dlview::class_name(x);
+      WorldBounds b = WorldBounds::empty();
+      x->add_bounds(b);
+      const std::string key =
+          name == "Polyline" ? "line " + std::to_string((b.min.y - 200000) / 1000) : name;
+      out[key] = x->color.rgb();
+    }
+    return out;
+  };
+  {
+    Drawn drawn(d);
+    // 0.13 mm is 0.49 units: 49% of the red; 0.20 mm 76%; 0.05 mm 19%,
+    // held at a quarter; 0.25 mm and the hairline full; the circle as its
+    // line; the text untouched.
+    EXPECT_EQ(colours(drawn), (std::map<std::string, ZR_RGB32>{{"line 0", 0xff8282},
+                                                               {"line 10", 0xff3e3e},
+                                                               {"line 20", 0xbfbfbf},
+                                                               {"line 30", 0x000000},
+                                                               {"line 40", 0x000000},
+                                                               {"Ellipse", 0xff8282},
+                                                               {"Text", 0xff0000}}));
+    // All one unit wide: no run of another width.
+    for (const RecordedCall& call : drawn.renderer->calls) EXPECT_EQ(call.line_weight, 1);
+  }
+  // $LWDISPLAY 0: thin lines at full ink, as CAD's screen shows them.
+  d.header.lwdisplay = false;
+  Drawn thin(d);
+  const std::map<std::string, ZR_RGB32> full = colours(thin);
+  EXPECT_EQ(full.at("line 0"), 0xff0000u);
+  EXPECT_EQ(full.at("line 20"), 0x000000u);
+  EXPECT_EQ(full.at("Ellipse"), 0xff0000u);
 }
 
 TEST(DxfReader, PatternedHatchesDrawTheirLinesInsideTheBoundary) {

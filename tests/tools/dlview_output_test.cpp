@@ -1,7 +1,7 @@
 // dlview's PDF and SVG pages: paper sizes, scales, and text stored as text.
-// dlview runs as a process; poppler's pdftotext and pdfinfo read its PDF
-// (scripts/deps installs poppler-utils), so the test sees what a reader of
-// the file sees.
+// dlview runs as a process; poppler's pdftotext, pdfinfo and pdffonts read
+// its PDF (scripts/deps installs poppler-utils), so the test sees what a
+// reader of the file sees.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -59,6 +59,14 @@ TEST(DlviewOutput, PdfTextIsTextAndPagesTakeThePaperAndScaleAsked) {
   const auto [scaled_status, scaled_info] = run("pdfinfo " + scaled, "pdfinfo-scaled");
   ASSERT_EQ(scaled_status, 0);
   EXPECT_NE(scaled_info.find("285 x 172 pts"), std::string::npos) << scaled_info;
+
+  // An MTEXT run in bold italic is set in such a face (fault: every run in
+  // the regular face, its family taken for the whole pattern).
+  const std::string styled = DL::test::test_file("styled.pdf");
+  dlview(data("mtext_inline_codes.dxf") + " --out " + styled, "styled");
+  const auto [fonts_status, fonts] = run("pdffonts " + styled, "pdffonts");
+  ASSERT_EQ(fonts_status, 0) << fonts;
+  EXPECT_NE(fonts.find("Bold"), std::string::npos) << fonts;
 
   // SVG keeps its text as text too.
   const std::string svg = DL::test::test_file("text.svg");

@@ -214,3 +214,56 @@ msp.add_text("PLAIN", dxfattribs={"height": 2, "insert": (0, 10)})
 msp.add_text("DEFAULTS", dxfattribs={"height": 2, "insert": (0, 0), "style": "NARROW"})
 msp.add_text("OWN", dxfattribs={"height": 2, "insert": (0, -10), "style": "NARROW", "width": 2})
 save(doc, "text_style_defaults.dxf")
+
+# Fit-point splines as CAD interpolates them (a cubic through the points over
+# chord-length parameters): "natural" through (0, 0), (10, 8), (25, 2),
+# (35, 12), (50, 5) with no tangents given (no curvature at its ends);
+# "tangents" through (0, -20), (15, -12), (30, -22), (45, -15), leaving along
+# (1, 1) and arriving along (1, -1) (codes 12 and 13).
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_spline(fit_points=[(0, 0), (10, 8), (25, 2), (35, 12), (50, 5)])
+tangents = msp.add_spline(fit_points=[(0, -20), (15, -12), (30, -22), (45, -15)])
+tangents.dxf.start_tangent = (1, 1, 0)
+tangents.dxf.end_tangent = (1, -1, 0)
+save(doc, "spline_fit_points.dxf")
+
+# A closed fit-point spline is periodic: through (0, 0), (20, 0), (20, 10),
+# (0, 10) and back, as smooth at (0, 0) as anywhere.
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+closed = msp.add_spline(fit_points=[(0, 0), (20, 0), (20, 10), (0, 10)])
+closed.closed = True
+save(doc, "spline_fit_closed.dxf")
+
+# MTEXT inline codes, one MTEXT 2.5 high at (0, 0), attached top left, three
+# paragraphs: "A" plain, "B" red by index (\C1), "C" blue by true colour
+# (\c16711680: blue in the high byte), "D" 5 high (\H5), "E" half the height
+# (\H0.5x), each in braces that end it; then "F" in bold italic Arial, "GG"
+# twice as wide (\W2), "H" leaning 20 degrees (\Q20), "II" tracked twice as
+# far apart (\T2); then "Under" underlined, "Over" overlined, and the stacks
+# 1/2 (over a bar), 3^4 (no bar) and 5#6 (across a slash).
+doc = ezdxf.new("R2010")
+msp = doc.modelspace()
+msp.add_mtext(
+    r"A{\C1;B}{\c16711680;C}{\H5;D}{\H0.5x;E}\P"
+    r"{\fArial|b1|i1|c0|p34;F}{\W2;GG}{\Q20;H}{\T2;II}\P"
+    r"{\LUnder} {\OOver} \S1/2;\S3^4;\S5#6;",
+    dxfattribs={"insert": (0, 0), "char_height": 2.5})
+save(doc, "mtext_inline_codes.dxf")
+
+# Lineweights finer than a pixel ($LWDISPLAY 1): red LINEs of 0.13 mm at y 0
+# and 0.20 mm at y 10, a black one of 0.05 mm at y 20, black ones of 0.25 mm
+# at y 30 and 0.00 mm (CAD's hairline) at y 40; a red circle of 0.13 mm about
+# (50, 60); a red TEXT of 0.13 mm at (0, 70), which the weight does not touch.
+doc = ezdxf.new("R2010")
+doc.header["$LWDISPLAY"] = 1
+msp = doc.modelspace()
+msp.add_line((0, 0), (100, 0), dxfattribs={"lineweight": 13, "color": 1})
+msp.add_line((0, 10), (100, 10), dxfattribs={"lineweight": 20, "color": 1})
+msp.add_line((0, 20), (100, 20), dxfattribs={"lineweight": 5})
+msp.add_line((0, 30), (100, 30), dxfattribs={"lineweight": 25})
+msp.add_line((0, 40), (100, 40), dxfattribs={"lineweight": 0})
+msp.add_circle((50, 60), 5, dxfattribs={"lineweight": 13, "color": 1})
+msp.add_text("FINE", dxfattribs={"insert": (0, 70), "height": 5, "lineweight": 13, "color": 1})
+save(doc, "lineweights_fine.dxf")
