@@ -34,7 +34,7 @@
 // looked are indexed when it is next found for a walk or an edit (`of`), so a
 // list that is loaded and then drawn builds its index once, at the first walk
 // by rectangle (a first window of a million scattered points costs some 50 ns
-// an item here, of ten million some 90: mostly the scattered writes of the
+// an item here, of ten million some 100: mostly the scattered writes of the
 // counting sort, asked for some children ahead). Children indexed one by one go to
 // the recent part; the packed part is rebuilt when half as many children again
 // have come, so indexing is amortised constant time whatever the order of
