@@ -192,11 +192,13 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   // file comment; on by default; off, every segment gets its gradient).
   void set_flat_short_ramps(bool on) { flat_short_ramps_ = on; }
 
-  // Used by the entry functions; not for hosts.
+  // Used by the entry functions and the direct writes; not for hosts.
   struct Access;
+  struct Direct;
 
  private:
   friend struct Access;
+  friend struct Direct;
 
   // Installs the clip an entry needs: the hard clip when `clipped`, the
   // rendition's complex clip when present, and the outer clip where it reaches.
