@@ -293,7 +293,7 @@ bool CairoRenderer::Direct::grid_polyline(CairoRenderer& r, ZR_Rendition* rendit
     const long long y0 = std::max<long long>(std::min(ra, rb), window.y0);
     const long long y1 = std::min<long long>(std::max(ra, rb) + 1, window.y1);
     for (long long y = y0; y < y1 && x0 < x1; ++y)
-      std::fill(window.at(x0, y), window.at(x1 - 1, y) + 1, c);
+      cairo_detail::fill_pixels(window.at(x0, y), x1 - x0, c);
   }
   r.direct_dots_ += count;
   return true;
