@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 
 #include "backends/cairo/cairo_text.h"
 #include "backends/cairo/draft_renderer.h"
@@ -21,7 +22,7 @@ constexpr ZR_RGB32 kHighlight = 0xff7f00;  // orange
 constexpr int kMaxHandledPerPoll = 64;     // main loop turns per poll, at most
 constexpr double kInputCheckMs = 0.5;      // input is looked at no more often
 constexpr double kLongStretchMs = 5;       // a stretch the user would notice
-constexpr double kFrameMs = 16;  // a frame
+constexpr double kFrameMs = 16;            // a frame
 // An exact draw foreseen slower than this gets a draft first. A frame and a
 // half: a draft costs some 8 ms, so below this it would show for less than a
 // frame and only put the exact picture off (the city's 1% view draws exact in
@@ -32,10 +33,17 @@ constexpr double kDraftAboveMs = 24;
 // LINEs takes 1.4 to 2.2 s exact and 8 ms as a draft; the city's two million,
 // most of them faded out at the overview, 57 ms).
 constexpr long long kFirstDraftPrimitives = 100000;
-constexpr float kDraftGreekingPx = 1e9f;   // a draft greeks text below this size: all of it
+constexpr float kDraftGreekingPx = 1e9f;  // a draft greeks text below this size: all of it
 
 double ms_since(Clock::time_point t) {
   return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
+}
+
+// The processor time this thread has used, in milliseconds.
+double thread_cpu_ms() {
+  timespec t{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
 }
 
 void set_source(cairo_t* cr, ZR_RGB32 c, double alpha = 1) {
@@ -102,8 +110,10 @@ ViewerWindow::~ViewerWindow() {
   list_.set_renderer(nullptr);
   list_.rendition.set_complex_clip(nullptr, false);
   list_.interrupt_callback = nullptr;
-  if (counter_) release(counter_);
-  if (back_renderer_) release(back_renderer_);
+  for (CountingTap* c : {counter_, front_counter_})
+    if (c) release(c);
+  for (DL::CairoRenderer* r : {back_renderer_, front_renderer_})
+    if (r) release(r);
   if (back_) cairo_surface_destroy(back_);
   if (front_) cairo_surface_destroy(front_);
   if (highlight_) cairo_surface_destroy(highlight_);
@@ -234,7 +244,10 @@ void ViewerWindow::changed() {
 }
 
 void ViewerWindow::schedule() {
-  if (!idle_id_ && !closing_) idle_id_ = g_idle_add(&ViewerWindow::on_idle, this);
+  // Between input (G_PRIORITY_DEFAULT) and GDK's repaints (GDK_PRIORITY_REDRAW,
+  // G_PRIORITY_HIGH_IDLE + 20); see the header.
+  if (!idle_id_ && !closing_)
+    idle_id_ = g_idle_add_full(G_PRIORITY_HIGH_IDLE + 10, &ViewerWindow::on_idle, this, nullptr);
 }
 
 gboolean ViewerWindow::on_idle(gpointer self) {
@@ -388,14 +401,14 @@ bool ViewerWindow::draw_once(bool draft) {
     release(counter);
     release(draft_renderer);
   } else {
-    exact_ms_ = done ? running_.ms : std::max(exact_ms_, running_.ms);
+    exact_ms_ = done ? running_.cpu_ms : std::max(exact_ms_, running_.cpu_ms);
     exact_area_ = view_area(drawn_view);
     if (done) {
       // Remembered by scale, the latest first, a few of them.
       constexpr std::size_t kScales = 8;
       std::erase_if(scale_times_, [&](const ScaleTime& t) { return t.upp == drawn_view.upp; });
       scale_times_.insert(scale_times_.begin(),
-                          {drawn_view.upp, drawn_view.width, drawn_view.height, running_.ms});
+                          {drawn_view.upp, drawn_view.width, drawn_view.height, running_.cpu_ms});
       if (scale_times_.size() > kScales) scale_times_.pop_back();
     }
   }
@@ -409,14 +422,11 @@ bool ViewerWindow::end_draw(bool done, bool draft, const View& drawn_view,
     front_world_ = world;
     front_origin_ = origin;
     front_content_ = content_drawn_;
+    // The old picture on screen, with its renderer, is drawn into next
+    // (ensure_back makes new ones when the size changed).
     std::swap(back_, front_);
-    // The renderer paints on the old back surface: make a new one next time.
-    release(counter_);
-    release(back_renderer_);
-    counter_ = nullptr;
-    back_renderer_ = nullptr;
-    if (back_) cairo_surface_destroy(back_);
-    back_ = nullptr;
+    std::swap(back_renderer_, front_renderer_);
+    std::swap(counter_, front_counter_);
     front_view_ = drawn_view;
     drawn_generation_ = draw_generation_;
     front_is_draft_ = draft;
@@ -435,6 +445,8 @@ void ViewerWindow::begin_timing() {
   content_drawn_ = content_;
   in_draw_ = true;
   handling_ms_ = 0;
+  handling_cpu_ms_ = 0;
+  started_cpu_ms_ = thread_cpu_ms();
   started_ = Clock::now();
   resumed_ = started_;
   checked_ = started_;
@@ -454,6 +466,7 @@ void ViewerWindow::end_timing(bool done, long long calls) {
   running_.long_stretches += last_stretch > kLongStretchMs;
   in_draw_ = false;
   running_.ms = ms_since(started_) - handling_ms_;
+  running_.cpu_ms = thread_cpu_ms() - started_cpu_ms_ - handling_cpu_ms_;
   running_.drawn = calls;
   // The interior groups entered, from the interrupt counter.
   const int k = running_.callbacks;
@@ -638,8 +651,12 @@ bool ViewerWindow::poll(void* self) {
   if (handle &&
       std::chrono::duration<double, std::milli>(now - w->checked_).count() >= kInputCheckMs) {
     w->checked_ = now;
-    for (int i = 0; i < kMaxHandledPerPoll && gtk_events_pending(); ++i)
-      gtk_main_iteration_do(FALSE);
+    if (gtk_events_pending()) {
+      const double cpu = thread_cpu_ms();
+      for (int i = 0; i < kMaxHandledPerPoll && gtk_events_pending(); ++i)
+        gtk_main_iteration_do(FALSE);
+      w->handling_cpu_ms_ += thread_cpu_ms() - cpu;
+    }
   }
   w->resumed_ = Clock::now();
   w->handling_ms_ += std::chrono::duration<double, std::milli>(w->resumed_ - now).count();

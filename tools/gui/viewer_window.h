@@ -3,7 +3,10 @@
 //
 // Redraw. Event handlers never touch the list: they change the wanted view (or
 // the layers, the clip, a pick to do) and bump `generation_`, and an idle job
-// does the work when the main loop has nothing else to do. A redraw paints the
+// does the work when the main loop has no input to handle: at a priority
+// above GTK's repaints, so a new view's draw starts at once instead of
+// behind a repaint of the old picture moved and scaled (a draw that runs long
+// repaints from its polls). A redraw paints the
 // whole view into an off-screen surface through the `_interrupt` traversals.
 // The callback the list polls handles whatever input has arrived meanwhile
 // (without blocking: it runs the main loop only while something is pending)
@@ -22,7 +25,12 @@
 // the layers shown, how much each pixel holds), or else the last exact draw's
 // time (an interrupted draw counts with the time it ran) times the ratio of
 // the drawing's areas the two views show, so a zoom out from a close-up is
-// drafted too, the new view is first drawn by the `DraftRenderer`:
+// drafted too, the new view is first drawn by the `DraftRenderer`. The times
+// are processor times of the drawing thread, input handled inside the draw
+// left out: what the draw costs, not how long other processes held the
+// machine meanwhile (a draw the scheduler cut into would otherwise get every
+// later view at its scale a draft, which under load delays the exact
+// picture by the draft's own time). The draft:
 // one-pixel lines, flat fills, no antialiasing, written straight into the
 // off-screen picture, through the same interruptible traversal. That picture
 // is shown as soon as it is finished, and the exact draw (cairo) follows,
@@ -96,6 +104,7 @@ struct DrawStats {
   long long groups = 0;  // interior groups entered (polls)
   long long drawn = 0;   // device calls
   double ms = 0;         // time of the traversal, without the input handled in it
+  double cpu_ms = 0;     // the processor time it used, likewise
   bool interrupted = false;
   double longest_stretch_ms = 0;  // longest time the draw ran without handling input
   int long_stretches = 0;         // stretches longer than 5 ms
@@ -309,12 +318,18 @@ class ViewerWindow {
   } anchor_;
   DL::CairoRenderer* back_renderer_ = nullptr;  // one reference held
   CountingTap* counter_ = nullptr;              // one reference held
+  // The renderer and tap on `front_`: they are `back_renderer_` and `counter_`
+  // again when the back and front pictures swap, so a draw makes no surface.
+  DL::CairoRenderer* front_renderer_ = nullptr;  // one reference held, or null
+  CountingTap* front_counter_ = nullptr;         // one reference held, or null
   DrawStats last_;
   DrawStats running_;
   long long completed_ = 0;
-  Clock::time_point resumed_;  // when the draw last got control back
-  Clock::time_point checked_;  // when input was last looked at
-  double handling_ms_ = 0;     // time spent handling input inside the draw
+  Clock::time_point resumed_;   // when the draw last got control back
+  Clock::time_point checked_;   // when input was last looked at
+  double handling_ms_ = 0;      // time spent handling input inside the draw
+  double handling_cpu_ms_ = 0;  // and the processor time that took
+  double started_cpu_ms_ = 0;   // the thread's processor time when the draw started
 
   // The pick
   DL::Drawable* picked_ = nullptr;
