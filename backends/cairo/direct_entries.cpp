@@ -311,12 +311,17 @@ bool CairoRenderer::Direct::thin_polyline(CairoRenderer& r, ZR_Rendition* rendit
     xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
     ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
   }
-  if (!mitred_apart(count, x, y, weight / 2.0)) return false;
   cairo_detail::PixelWindow window;
   // A miter's tip stands up to 10 half widths beyond its point.
   if (!r.direct_window(rendition, clipped, 5 * weight + 1, window)) return false;
   if (window.empty()) return true;
   const double reach = 10.0 * weight + 1;  // a miter's tip at the limit
+  // Wholly outside the window (a line a bounded draw hands on with its
+  // group, cut away by the hard clip): nothing to draw, whatever its joins.
+  if (xmax + reach < window.x0 || xmin - reach >= window.x1 || ymax + reach < window.y0 ||
+      ymin - reach >= window.y1)
+    return true;
+  if (!mitred_apart(count, x, y, weight / 2.0)) return false;
   cairo_detail::Coverage& shape = r.coverage();
   if (begin_around(shape, window, xmin, ymin, xmax, ymax, reach)) {
     add_thin_stroke(shape, count, x, y, weight / 2.0);

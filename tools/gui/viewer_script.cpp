@@ -20,6 +20,8 @@
 //   draft auto|always|never  when a draft picture comes before the exact one
 //   pan auto|strips          when a pan moves the picture and draws strips:
 //                            after a slow exact draw, or always
+//   tiles auto|always        when an exact draw goes by tiles: when the tree
+//                            polls too rarely, or always (tiles of 64 pixels)
 //   trace PREFIX             from now on, each finished picture prints "frame N
 //                            draft|exact: <the status line>" and is dumped to
 //                            PREFIX<N>.png (N counts from 1)
@@ -130,6 +132,8 @@ bool check(const std::vector<std::string>& c, std::string& why) {
     ok = k == 1 && (c[1] == "auto" || c[1] == "always" || c[1] == "never");
   else if (n == "pan")
     ok = k == 1 && (c[1] == "auto" || c[1] == "strips");
+  else if (n == "tiles")
+    ok = k == 1 && (c[1] == "auto" || c[1] == "always");
   else if (n == "status" || n == "view" || n == "close-while-drawing")
     ok = k == 0;
   else {
@@ -209,6 +213,8 @@ bool run_command(Script& s, const std::vector<std::string>& c) {
                                           : DraftPolicy::never);
   } else if (n == "pan") {
     w.set_pan_strips_always(c[1] == "strips");
+  } else if (n == "tiles") {
+    w.set_tiles_always(c[1] == "always");
   } else if (n == "trace") {
     auto frames = std::make_shared<int>(0);
     const std::string prefix = c[1];

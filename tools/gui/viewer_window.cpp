@@ -33,6 +33,18 @@ constexpr double kDraftAboveMs = 24;
 // LINEs takes 1.4 to 2.2 s exact and 8 ms as a draft; the city's two million,
 // most of them faded out at the overview, 57 ms).
 constexpr long long kFirstDraftPrimitives = 100000;
+// A view drawn by tiles (see the header): each foreseen to take this long,
+// at least kMinTile pixels a side, kFirstTile while nothing foresees it.
+constexpr double kTileMs = 2;
+constexpr int kMinTile = 32;
+constexpr int kFirstTile = 64;
+constexpr int kMaxBand = 128;  // rows of a band of tiles, at most
+// Only an exact draw foreseen longer than this goes by tiles: what crosses a
+// tile's edge is drawn once per tile it reaches, and a zoomed view's long
+// lines cross many (the 1% view of a million scattered LINEs: 55 ms whole,
+// over twice that by tiles), while a stretch shorter than this is not felt
+// as a hang.
+constexpr double kTileAboveMs = 100;
 constexpr float kDraftGreekingPx = 1e9f;  // a draft greeks text below this size: all of it
 
 double ms_since(Clock::time_point t) {
@@ -280,16 +292,26 @@ bool ViewerWindow::wants_draft() const {
   if (draft_policy_ == DraftPolicy::always) return true;
   int sx, sy;
   if (pan_shift(sx, sy)) return false;  // the strips of a pan come exact at once
+  return foreseen_exact_ms() > kDraftAboveMs;
+}
+
+double ViewerWindow::foreseen_exact_ms() const {
   for (const ScaleTime& t : scale_times_)
-    if (t.upp == view_.upp && t.width == view_.width && t.height == view_.height)
-      return t.ms > kDraftAboveMs;
+    if (t.upp == view_.upp && t.width == view_.width && t.height == view_.height) return t.ms;
   // The exact draw's cost grows with the world it shows: a zoom out from a
   // quick close-up may take seconds. Its time is foreseen from the last exact
   // draw by the ratio of the areas shown (the drawing taken as even; the
   // ratio at most the whole drawing over the last view).
   const double ratio = std::min(exact_area_ > 0 ? view_area(view_) / exact_area_ : 1.0,
                                 exact_area_ > 0 ? whole_area() / exact_area_ : 1.0);
-  return exact_ms_ * std::max(1.0, ratio) > kDraftAboveMs;
+  return exact_ms_ * std::max(1.0, ratio);
+}
+
+bool ViewerWindow::wants_tiles() const {
+  if (tiles_always_) return true;
+  if (!tiles_wanted_) return false;
+  const double foreseen = foreseen_exact_ms();
+  return !(foreseen > 0) || foreseen > kTileAboveMs;
 }
 
 // ---------------------------------------------------------------------------
@@ -387,9 +409,19 @@ bool ViewerWindow::draw_once(bool draft) {
   list_.interrupt_user_data = this;
 
   counter->calls = 0;
+  const bool tiled = !draft && wants_tiles();
   begin_timing();
-  const bool done = walk(inner, outer);
-  end_timing(done, counter->calls);
+  long long calls = 0;
+  const bool done = tiled ? draw_tiles(origin, calls) : walk(inner, outer);
+  end_timing(done, tiled ? calls : counter->calls);
+  if (tiled) list_.set_renderer(counter_);
+  // Whether the next exact draws go by tiles: a stretch without a poll that
+  // takes a quarter of a draw of some length is the tree's shape (a wide
+  // group of bottom groups: they are drawn without a poll), not the
+  // scheduler's (a tick of a few milliseconds cut into a long draw).
+  if (done && !tiled && running_.ms >= 2)
+    tiles_wanted_ =
+        running_.longest_stretch_ms > 1 && running_.longest_stretch_ms > running_.ms / 4;
   if (drawing_.text) {
     drawing_.text->set_renderer(nullptr);  // both renderers may go below
     drawing_.text->set_greeking_size(greeking);
@@ -552,10 +584,7 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   // The strips that come into view, columns and rows from the top left,
   // inclusive: the band of columns at full height, then the band of rows
   // beside it, so that no pixel is drawn twice.
-  struct Strip {
-    int c0, c1, r0, r1;
-  };
-  std::vector<Strip> strips;
+  std::vector<Region> strips;
   const int band_c0 = sx > 0 ? 0 : w + sx, band_c1 = sx > 0 ? sx - 1 : w - 1;
   if (sx != 0) strips.push_back({band_c0, band_c1, 0, h - 1});
   if (sy != 0) {
@@ -576,52 +605,9 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   running_.pan = true;
   bool done = true;
   long long calls = 0;
-  for (const Strip& strip : strips) {
+  for (const Region& strip : strips) {
     if (!done) break;
-    // Each strip is an image surface of its own over the back picture's
-    // pixels, so that nothing drawn for it reaches the pixels moved in,
-    // placed by a device offset of whole pixels so that device units are
-    // those of the whole picture: every point rounds as in a whole draw of
-    // this view, and the renderer still writes dots and other small marks
-    // straight into the pixels.
-    const int sw = strip.c1 - strip.c0 + 1, sh = strip.r1 - strip.r0 + 1;
-    const int stride = cairo_image_surface_get_stride(back_);
-    cairo_surface_t* part = cairo_image_surface_create_for_data(
-        cairo_image_surface_get_data(back_) + static_cast<std::ptrdiff_t>(strip.r0) * stride +
-            4 * strip.c0,
-        cairo_image_surface_get_format(back_), sw, sh, stride);
-    cairo_surface_set_device_offset(part, -strip.c0, -strip.r0);
-    cairo_t* pcr = cairo_create(part);
-    auto* renderer = new DL::CairoRenderer(pcr, h);
-    add_ref(renderer);
-    cairo_destroy(pcr);
-    renderer->set_complex_clip_supported(true);
-    renderer->set_outer_list(&list_);
-    auto* counter = new CountingTap(renderer);
-    add_ref(counter);
-    list_.set_renderer(counter);
-    if (drawing_.text) drawing_.text->set_renderer(renderer);
-    list_.set_screen_bounds({{origin.x, origin.y}, {origin.x + w - 1, origin.y + h - 1}});
-    const int y0 = h - 1 - strip.r1, y1 = h - 1 - strip.r0;  // device rows, y up
-    list_.rendition.set_hard_clip({strip.c0, strip.c1, y0, y1}, false);
-    apply_clip();
-    // The strip's world, and a pixel more for what reaches into it.
-    const int lo[2] = {strip.c0, y0}, hi[2] = {strip.c1, y1};
-    const int lo1[2] = {strip.c0 - 1, y0 - 1}, hi1[2] = {strip.c1 + 1, y1 + 1};
-    DL::WorldBounds inner, outer;
-    list_.screen_to_world(lo, inner.min);
-    list_.screen_to_world(hi, inner.max);
-    list_.screen_to_world(lo1, outer.min);
-    list_.screen_to_world(hi1, outer.max);
-    done = walk(inner, outer);
-    calls += counter->calls;
-    if (drawing_.text) drawing_.text->set_renderer(nullptr);
-    list_.set_renderer(counter_);
-    release(counter);
-    renderer->flush_direct();
-    release(renderer);
-    cairo_surface_finish(part);
-    cairo_surface_destroy(part);
+    done = draw_region(strip, origin, calls);
   }
   if (drawing_.text) drawing_.text->set_greeking_size(greeking);
   list_.rendition.set_hard_clip({0, w - 1, 0, h - 1}, false);
@@ -631,6 +617,106 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   return end_draw(done, false, drawn_view, front_world_, origin);
 }
 
+bool ViewerWindow::draw_region(const Region& strip, DL::ScreenPoint origin, long long& calls) {
+  const int w = view_.width, h = view_.height;
+  // Each region is an image surface of its own over the back picture's
+  // pixels, so that nothing drawn for it reaches the pixels around (moved in,
+  // or drawn by a neighbour), placed by a device offset of whole pixels so
+  // that device units are those of the whole picture: every point rounds as
+  // in a whole draw of this view, and the renderer still writes dots and
+  // other small marks straight into the pixels.
+  const int sw = strip.c1 - strip.c0 + 1, sh = strip.r1 - strip.r0 + 1;
+  const int stride = cairo_image_surface_get_stride(back_);
+  cairo_surface_t* part = cairo_image_surface_create_for_data(
+      cairo_image_surface_get_data(back_) + static_cast<std::ptrdiff_t>(strip.r0) * stride +
+          4 * strip.c0,
+      cairo_image_surface_get_format(back_), sw, sh, stride);
+  cairo_surface_set_device_offset(part, -strip.c0, -strip.r0);
+  cairo_t* pcr = cairo_create(part);
+  auto* renderer = new DL::CairoRenderer(pcr, h);
+  add_ref(renderer);
+  cairo_destroy(pcr);
+  renderer->set_complex_clip_supported(true);
+  renderer->set_outer_list(&list_);
+  auto* counter = new CountingTap(renderer);
+  add_ref(counter);
+  list_.set_renderer(counter);
+  if (drawing_.text) drawing_.text->set_renderer(renderer);
+  list_.set_screen_bounds({{origin.x, origin.y}, {origin.x + w - 1, origin.y + h - 1}});
+  const int y0 = h - 1 - strip.r1, y1 = h - 1 - strip.r0;  // device rows, y up
+  list_.rendition.set_hard_clip({strip.c0, strip.c1, y0, y1}, false);
+  apply_clip();
+  // The strip's world, and a pixel more for what reaches into it.
+  const int lo[2] = {strip.c0, y0}, hi[2] = {strip.c1, y1};
+  const int lo1[2] = {strip.c0 - 1, y0 - 1}, hi1[2] = {strip.c1 + 1, y1 + 1};
+  DL::WorldBounds inner, outer;
+  list_.screen_to_world(lo, inner.min);
+  list_.screen_to_world(hi, inner.max);
+  list_.screen_to_world(lo1, outer.min);
+  list_.screen_to_world(hi1, outer.max);
+  const bool done = walk(inner, outer);
+  calls += counter->calls;
+  if (drawing_.text) drawing_.text->set_renderer(nullptr);
+  list_.set_renderer(counter_);
+  release(counter);
+  renderer->flush_direct();
+  release(renderer);
+  cairo_surface_finish(part);
+  cairo_surface_destroy(part);
+  list_.rendition.set_hard_clip({0, w - 1, 0, h - 1}, false);
+  return done;
+}
+
+bool ViewerWindow::draw_tiles(DL::ScreenPoint origin, long long& calls) {
+  const int w = view_.width, h = view_.height;
+  // Milliseconds a pixel, foreseen, then measured tile by tile; 0 while
+  // unknown. A tile that took next to nothing (an empty margin) tells
+  // nothing, and the estimate stays above an eighth of the view's average.
+  const double foreseen = foreseen_exact_ms();
+  double px_ms = foreseen > 0 && !tiles_always_ ? foreseen / (double(w) * h) : 0;
+  const double least_px_ms = px_ms / 8;
+  // Pixels across for a tile of kTileMs `rows` high (a band's height: rows
+  // 0 asks for a square tile's side); kFirstTile while nothing is known.
+  auto across = [&](int rows) {
+    if (!(px_ms > 0)) return kFirstTile;
+    const double area = kTileMs / px_ms;
+    const double v = rows > 0 ? area / rows : std::sqrt(area);
+    return static_cast<int>(std::clamp(v, double(kMinTile), double(rows > 0 ? w : kMaxBand)));
+  };
+  bool done = true;
+  double tile_ms = 0, longest_ms = 0;  // the tiles' time, and their longest stretches, summed
+  for (int r0 = 0; r0 < h && done;) {
+    int r1 = std::min(h, r0 + across(0)) - 1;
+    if (h - 1 - r1 < kMinTile) r1 = h - 1;  // no sliver of a band at the bottom
+    for (int c0 = 0; c0 < w && done;) {
+      int c1 = std::min(w, c0 + across(r1 - r0 + 1)) - 1;
+      if (w - 1 - c1 < kMinTile) c1 = w - 1;
+      const double cpu = thread_cpu_ms(), handled_cpu = handling_cpu_ms_;
+      const Clock::time_point start = Clock::now();
+      const double handled = handling_ms_;
+      tile_longest_ms_ = 0;
+      done = draw_region({c0, c1, r0, r1}, origin, calls);
+      // Input between tiles too: a tile's walk may enter no interior group
+      // after its first few. The stretch this poll ends is the tile's last.
+      if (done) done = poll(this);
+      tile_ms += ms_since(start) - (handling_ms_ - handled);
+      longest_ms += tile_longest_ms_;
+      const double spent = thread_cpu_ms() - cpu - (handling_cpu_ms_ - handled_cpu);
+      ++running_.tiles;
+      if (spent >= kTileMs / 8 && !tiles_always_) {
+        const double measured = spent / ((c1 - c0 + 1.0) * (r1 - r0 + 1.0));
+        px_ms = std::max(least_px_ms, px_ms > 0 ? (px_ms + measured) / 2 : measured);
+      }
+      c0 = c1 + 1;
+    }
+    r0 = r1 + 1;
+  }
+  // Tiles stay wanted while a quarter of their time or more ran without a
+  // poll: the tree holds its drawables in few interior groups there.
+  if (done) tiles_wanted_ = longest_ms > tile_ms / 4;
+  return done;
+}
+
 // The interrupt callback: handles what input is waiting, then says whether the
 // draw may go on.
 bool ViewerWindow::poll(void* self) {
@@ -638,6 +724,7 @@ bool ViewerWindow::poll(void* self) {
   const Clock::time_point now = Clock::now();
   const double stretch = std::chrono::duration<double, std::milli>(now - w->resumed_).count();
   w->running_.longest_stretch_ms = std::max(w->running_.longest_stretch_ms, stretch);
+  w->tile_longest_ms_ = std::max(w->tile_longest_ms_, stretch);
   w->running_.long_stretches += stretch > kLongStretchMs;
   ++w->running_.callbacks;
   // The list asks at every twentieth interior group; a group can hold many
@@ -799,6 +886,7 @@ void ViewerWindow::update_status() {
                                                       : "complete");
   status_ = line;
   if (last_.pan && !last_.interrupted) status_ += " (pan: strips only)";
+  if (last_.tiles > 0 && !last_.interrupted) status_ += " (by tiles)";
   if (front_is_draft_) status_ += " | draft";
   if (!picked_text_.empty()) status_ += " | " + picked_text_;
   if (status_label_) gtk_label_set_text(GTK_LABEL(status_label_), status_.c_str());

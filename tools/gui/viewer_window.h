@@ -52,6 +52,20 @@
 // for a few levels of pixman's gradients. A pan's strips come exact at once,
 // without a draft. The status line says "(pan: strips only)" after one.
 //
+// Tiles. A bottom group is drawn without a poll, so a list whose drawables
+// arrived in no spatial order (a million scattered LINEs: the root's index
+// holds hundreds of thousands of bottom groups, and a view meets them all
+// under one interior group) runs a whole overview of a second between two
+// polls. When the last whole draw of the drawing ran a quarter of its time
+// or more without a poll (over a millisecond), the exact draw of a view
+// foreseen over kTileAboveMs (100 ms) goes by tiles: bands of the picture cut into tiles, each a
+// bounded draw on a surface of its own over its pixels (as a pan's strips are), with a poll between
+// tiles. A tile is sized to take kTileMs (2 ms) from the time per pixel foreseen, then measured
+// tile by tile; what crosses a tile's edge is drawn in each tile it reaches, cut to it. Tiles stay
+// wanted while the tiles' longest stretches between polls add up to half their time or more; a
+// drawing whose groups poll often (a preempted stretch looked long) goes back to whole draws after
+// one tiled draw. Drafts are never tiled (they are quick).
+//
 // Choices:
 // - The list's `complex_clip_supported` is left false even though the cairo
 //   renderer clips to the complex clip itself: the library then prunes groups
@@ -110,6 +124,7 @@ struct DrawStats {
   int long_stretches = 0;         // stretches longer than 5 ms
   int callbacks = 0;
   bool pan = false;  // a pan: the picture moved, only the strips drawn
+  int tiles = 0;     // the tiles it was drawn by (0: a whole draw)
 };
 
 enum class Tool { navigate, circle, polygon };
@@ -145,6 +160,9 @@ class ViewerWindow {
   void set_draft_policy(DraftPolicy policy) { draft_policy_ = policy; }
   // Whether every pan by whole pixels draws strips, even after a quick draw.
   void set_pan_strips_always(bool on) { pan_strips_always_ = on; }
+  // Whether every exact draw of a new view goes by tiles, of kFirstTile
+  // pixels a side (for tests).
+  void set_tiles_always(bool on) { tiles_always_ = on; }
   long long generation() const { return generation_; }
   long long drawn_generation() const { return drawn_generation_; }
   // The finished picture to a PNG file.
@@ -182,6 +200,11 @@ class ViewerWindow {
   void ensure_back();
   bool draw_once(bool draft);
   bool wants_draft() const;
+  // The exact draw of the wanted view foreseen (see Drafts above), in
+  // milliseconds of processor time; 0 when nothing foresees it.
+  double foreseen_exact_ms() const;
+  // Whether the exact draw of the wanted view goes by tiles (see Tiles).
+  bool wants_tiles() const;
   static bool poll(void* self);
   // Turns each layer on as the user wants it and the view's scale allows.
   void apply_layers();
@@ -200,6 +223,19 @@ class ViewerWindow {
   // that come into view, each on a surface of its own over them. Exact: the
   // strips are drawn with the moved transform. True when it ran to its end.
   bool draw_pan(int sx, int sy);
+  // Pixels of the picture, columns c0 to c1 and rows r0 to r1 from the top
+  // left, inclusive.
+  struct Region {
+    int c0, c1, r0, r1;
+  };
+  // Draws `region` of the back picture by a bounded draw on a surface of its
+  // own over its pixels, with the list's transform placed at `origin` (see
+  // `place_list`); adds its device calls to `calls`. True when it ran to its
+  // end.
+  bool draw_region(const Region& region, DL::ScreenPoint origin, long long& calls);
+  // Draws the whole back picture tile by tile (see Tiles above), polling
+  // between tiles; true when it ran to its end.
+  bool draw_tiles(DL::ScreenPoint origin, long long& calls);
   // Sets the list's transform for the wanted view (see `anchor_`) and gives
   // the world under the picture (`inner`) and a pixel beyond it (`outer`);
   // returns the screen rectangle's corner.
@@ -288,6 +324,9 @@ class ViewerWindow {
     double ms = 0;
   };
   std::vector<ScaleTime> scale_times_;
+  bool tiles_wanted_ = false;   // exact draws go by tiles (see Tiles above)
+  bool tiles_always_ = false;   // see set_tiles_always
+  double tile_longest_ms_ = 0;  // the longest stretch of the tile being drawn
   long long drafts_ = 0;
   cairo_surface_t* back_ = nullptr;   // drawn into
   cairo_surface_t* front_ = nullptr;  // the last finished picture
