@@ -491,7 +491,7 @@ struct CairoRenderer::Access {
   static void gouraud_polyline(void* context, ZR_Rendition* rendition, int count,
                                const ZR_DCI_Point* points, const ZR_RGB32* colors) {
     if (count <= 0) return;
-    if (colors && Direct::flat_ramps(self(context), rendition, count, points, colors)) return;
+    if (colors && Direct::ramps(self(context), rendition, count, points, colors)) return;
     cairo_t* cr = begin(context, rendition, false, nullptr);
     if (count == 1 || !colors) return polyline<false>(context, rendition, count, points);
     const int weight = std::max(weight_of(rendition), 1);

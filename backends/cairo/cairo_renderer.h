@@ -112,8 +112,11 @@
 //   between its ends, at most half their difference off at its ends; on such
 //   a segment the ramp spans a few pixels, partly under its neighbours' caps,
 //   and the gradient pattern costs four times the stroke. A polyline one or
-//   two units wide whose segments are all short is then written directly
-//   (see above), each segment the exact area of its own stroke.
+//   two units wide (no segment of no length) is written directly when the
+//   direct writes may be (see above), each segment the exact area of its own
+//   stroke: a short one flat, a longer one each pixel in the ramp's colour at
+//   its centre (the projection on the segment, held at its ends, as cairo's
+//   gradient gives it), within 20 levels of cairo on an edge pixel.
 //
 // The context belongs to whoever made it; the renderer keeps its own
 // reference. Text engines paint glyphs through `paint_contours`.

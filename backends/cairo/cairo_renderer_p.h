@@ -90,12 +90,13 @@ struct CairoRenderer::Direct {
                       const ZR_DCI_Point& center, const ZR_DCI_Point& radii, double start,
                       double sweep, double rotation, const ZR_RGB32* color);
 
-  // A thin Gouraud polyline whose segments are all short (see the header),
-  // each segment written flat as the exact area of its own stroke (square
-  // caps at both ends, as cairo strokes each segment alone), when it may be;
+  // A thin Gouraud polyline, each segment written as the exact area of its
+  // own stroke (square caps at both ends, as cairo strokes each segment
+  // alone): a short one flat (see the header), a longer one through its
+  // ramp, each pixel in the ramp's colour at its centre, when it may be;
   // false when cairo must draw it.
-  static bool flat_ramps(CairoRenderer& r, ZR_Rendition* rendition, int count,
-                         const ZR_DCI_Point* points, const ZR_RGB32* colors);
+  static bool ramps(CairoRenderer& r, ZR_Rendition* rendition, int count,
+                    const ZR_DCI_Point* points, const ZR_RGB32* colors);
 };
 
 }  // namespace DL

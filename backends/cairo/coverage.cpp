@@ -133,12 +133,12 @@ void Coverage::add_edge(double ax, double ay, double bx, double by) {
   }
 }
 
-void Coverage::blend(const PixelWindow& window, ZR_RGB32 color) {
+template <class Source>
+void Coverage::blend_with(const PixelWindow& window, Source source) {
   // Sum the areas along each row's touched span into the coverage (past it
   // the winding is back to 0), blend, and clear them. Only the columns the
   // window shows are blended; the others are summed (the winding carries
   // across them) and cleared.
-  const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
   const int columns = x1_ - x0_;
   const int shown0 = std::clamp(window.x0 - x0_, 0, columns);
   const int shown1 = std::clamp(window.x1 - x0_, shown0, columns);
@@ -162,11 +162,35 @@ void Coverage::blend(const PixelWindow& window, ZR_RGB32 color) {
         area[c] = 0;
         const float cover = std::min(1.0f, std::fabs(sum));
         const auto a = static_cast<std::uint32_t>(cover * 255.0f + 0.5f);
-        if (a) *pixel = blend_pixel(*pixel, source, a);
+        if (a) *pixel = blend_pixel(*pixel, source(x0_ + c, r), a);
       }
     }
     if (c < end) std::fill(area + c, area + end, 0.0f);
   }
+}
+
+void Coverage::blend(const PixelWindow& window, ZR_RGB32 color) {
+  const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
+  blend_with(window, [source](int, int) { return source; });
+}
+
+void Coverage::blend_ramp(const PixelWindow& window, double ax, double ay, double bx, double by,
+                          ZR_RGB32 from, ZR_RGB32 to) {
+  const double dx = bx - ax, dy = by - ay, length2 = dx * dx + dy * dy;
+  if (!(length2 > 0)) return blend(window, from);
+  double base[3], span[3];  // red, green, blue: at `from` and to `to`
+  for (int ch = 0; ch < 3; ++ch) {
+    base[ch] = (from >> (16 - 8 * ch)) & 0xff;
+    span[ch] = double((to >> (16 - 8 * ch)) & 0xff) - base[ch];
+  }
+  blend_with(window, [&](int x, int y) {
+    // Where the pixel's centre lies along the ramp, held at its ends.
+    const double t = std::clamp(((x - ax) * dx + (y - ay) * dy) / length2, 0.0, 1.0);
+    std::uint32_t out = 0xff000000u;
+    for (int ch = 0; ch < 3; ++ch)
+      out |= static_cast<std::uint32_t>(base[ch] + span[ch] * t + 0.5) << (16 - 8 * ch);
+    return out;
+  });
 }
 
 }  // namespace DL::cairo_detail

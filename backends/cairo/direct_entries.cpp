@@ -482,22 +482,18 @@ bool CairoRenderer::Direct::ellipse(CairoRenderer& r, ZR_Rendition* rendition, b
   return true;
 }
 
-bool CairoRenderer::Direct::flat_ramps(CairoRenderer& r, ZR_Rendition* rendition, int count,
-                                       const ZR_DCI_Point* points, const ZR_RGB32* colors) {
+bool CairoRenderer::Direct::ramps(CairoRenderer& r, ZR_Rendition* rendition, int count,
+                                  const ZR_DCI_Point* points, const ZR_RGB32* colors) {
   const int weight = std::max(weight_of(rendition), 1);
-  if (!r.flat_short_ramps_ || weight > 2 || count < 2) return false;
-  const double flat = std::max(double(weight), kFlatRamp);
-  for (int i = 0; i + 1 < count; ++i) {
-    const double dx = double(points[i + 1].x) - points[i].x;
-    const double dy = double(points[i + 1].y) - points[i].y;
-    const double len2 = dx * dx + dy * dy;
-    if (len2 == 0 || len2 > flat * flat) return false;
-  }
+  if (weight > 2 || count < 2) return false;
+  for (int i = 0; i + 1 < count; ++i)
+    if (points[i].x == points[i + 1].x && points[i].y == points[i + 1].y) return false;
   cairo_detail::PixelWindow window;
   if (!r.direct_window(rendition, false, weight + 1, window)) return false;
   if (window.empty()) return true;
   cairo_detail::Coverage& shape = r.coverage();
   const double half = weight / 2.0;
+  const double flat = std::max(double(weight), kFlatRamp);
   for (int i = 0; i + 1 < count; ++i) {
     const double x[2] = {double(points[i].x), double(points[i + 1].x)};
     const double y[2] = {double(r.row_of(points[i].y)), double(r.row_of(points[i + 1].y))};
@@ -506,7 +502,11 @@ bool CairoRenderer::Direct::flat_ramps(CairoRenderer& r, ZR_Rendition* rendition
                       std::max(x[0], x[1]), std::max(y[0], y[1]), reach))
       continue;
     add_thin_stroke(shape, 2, x, y, half);
-    shape.blend(window, mix(colors[i], colors[i + 1]));
+    const double dx = x[1] - x[0], dy = y[1] - y[0];
+    if (r.flat_short_ramps_ && dx * dx + dy * dy <= flat * flat)
+      shape.blend(window, mix(colors[i], colors[i + 1]));
+    else
+      shape.blend_ramp(window, x[0], y[0], x[1], y[1], colors[i], colors[i + 1]);
   }
   r.direct_dots_ += count;
   return true;

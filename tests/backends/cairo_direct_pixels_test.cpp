@@ -153,5 +153,35 @@ TEST(CairoDirectPixels, CoverageThroughANarrowWindowIsTheWholeShapeCut) {
                           [](std::uint32_t p) { return p == 0xff204060u; }));
 }
 
+// A ramp blended through a shape that covers its pixels whole: each pixel
+// the colour of the ramp at its centre's projection on the ramp, held at
+// its ends, within rounding; outside the shape nothing changes.
+TEST(CairoDirectPixels, RampColoursAreTheProjectionOfTheCentre) {
+  constexpr int kW = 40, kH = 30;
+  Picture picture(kW, kH, 0xff000000u);
+  Coverage c;
+  c.begin(0, 0, kW, kH);
+  const double x[4] = {2.5, 37.5, 37.5, 2.5}, y[4] = {3.5, 3.5, 25.5, 25.5};  // pixels 3..37, 4..25
+  c.add_polygon(x, y, 4);
+  const double ax = 8, ay = 10, bx = 30, by = 20;
+  const ZR_RGB32 from = 0x10e080, to = 0xf02040;
+  c.blend_ramp(picture.window(0, 0, kW, kH), ax, ay, bx, by, from, to);
+  for (int py = 0; py < kH; ++py)
+    for (int px = 0; px < kW; ++px) {
+      const std::uint32_t got = picture.at(px, py);
+      if (px < 3 || px > 37 || py < 4 || py > 25) {
+        ASSERT_EQ(got, 0xff000000u) << px << "," << py;
+        continue;
+      }
+      const double t = std::clamp(((px - ax) * (bx - ax) + (py - ay) * (by - ay)) /
+                                      ((bx - ax) * (bx - ax) + (by - ay) * (by - ay)),
+                                  0.0, 1.0);
+      for (int shift : {0, 8, 16}) {
+        const double want = ((from >> shift) & 0xff) * (1 - t) + ((to >> shift) & 0xff) * t;
+        ASSERT_LE(std::abs(double((got >> shift) & 0xff) - want), 0.51) << px << "," << py;
+      }
+    }
+}
+
 }  // namespace
 }  // namespace DL::cairo_detail
