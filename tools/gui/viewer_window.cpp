@@ -411,6 +411,9 @@ bool ViewerWindow::draw_once(bool draft) {
   counter->calls = 0;
   const bool tiled = !draft && wants_tiles();
   begin_timing();
+  // An exact draw foreseen too quick for a draft repaints nothing until its
+  // picture is done, unless it runs four frames.
+  if (!draft && foreseen_exact_ms() <= kDraftAboveMs) input_only_ms_ = 4 * kFrameMs;
   long long calls = 0;
   const bool done = tiled ? draw_tiles(origin, calls) : walk(inner, outer);
   end_timing(done, tiled ? calls : counter->calls);
@@ -473,6 +476,7 @@ bool ViewerWindow::end_draw(bool done, bool draft, const View& drawn_view,
 
 void ViewerWindow::begin_timing() {
   running_ = DrawStats{};
+  input_only_ms_ = kFrameMs;
   counter_before_ = list_.interrupt_counter;
   content_drawn_ = content_;
   in_draw_ = true;
@@ -738,16 +742,33 @@ bool ViewerWindow::poll(void* self) {
   if (handle &&
       std::chrono::duration<double, std::milli>(now - w->checked_).count() >= kInputCheckMs) {
     w->checked_ = now;
-    if (gtk_events_pending()) {
+    // In a draw's first frame only input is handled: a repaint of the old
+    // picture, moved and scaled, costs a few milliseconds (more than a
+    // quick draw leaves to win) and would delay the new one; a longer draw
+    // repaints from its later polls. Handling stops at the first input that
+    // changes what is drawn, so the draw stops at once and the new one
+    // starts before any repaint (see `schedule`).
+    const bool input_only =
+        std::chrono::duration<double, std::milli>(now - w->started_).count() < kFrameMs;
+    if (input_only ? gdk_events_pending() : gtk_events_pending()) {
       const double cpu = thread_cpu_ms();
-      for (int i = 0; i < kMaxHandledPerPoll && gtk_events_pending(); ++i)
-        gtk_main_iteration_do(FALSE);
+      for (int i = 0; i < kMaxHandledPerPoll && w->draw_goes_on(); ++i) {
+        if (!input_only) {
+          if (!gtk_events_pending()) break;
+          gtk_main_iteration_do(FALSE);
+          continue;
+        }
+        GdkEvent* e = gdk_event_get();
+        if (!e) break;
+        gtk_main_do_event(e);
+        gdk_event_free(e);
+      }
       w->handling_cpu_ms_ += thread_cpu_ms() - cpu;
     }
   }
   w->resumed_ = Clock::now();
   w->handling_ms_ += std::chrono::duration<double, std::milli>(w->resumed_ - now).count();
-  return !w->closing_ && !w->pick_wanted_ && w->generation_ == w->draw_generation_;
+  return w->draw_goes_on();
 }
 
 void ViewerWindow::do_pick(int column, int row) {

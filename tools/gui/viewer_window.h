@@ -11,11 +11,15 @@
 // The callback the list polls handles whatever input has arrived meanwhile
 // (without blocking: it runs the main loop only while something is pending)
 // and tells the traversal to stop as soon as that input changed what is to be
-// drawn; the idle job then starts over from the new view. A draw that runs to
-// its end becomes the picture on screen; until then the last finished picture
-// is shown, moved and scaled to the wanted view, so a pan or a zoom shows at
-// once. Input that changes nothing (a pointer passing over the window, a
-// repaint) is handled without stopping the draw.
+// drawn (it handles nothing more then); the idle job then starts over from
+// the new view. A draw that runs to its end becomes the picture on screen;
+// until then the last finished picture is shown, moved and scaled to the
+// wanted view, so a pan or a zoom shows at once: repainted from the polls
+// after the draw's first frame, or its first four when it is an exact draw
+// foreseen too quick to be drafted (before that the polls handle input
+// only; such a repaint costs some milliseconds, which would only delay the
+// new picture). Input that changes nothing (a pointer passing over the
+// window) is handled without stopping the draw.
 //
 // Drafts. When the view changed (a zoom, a pan, a new size) and the exact draw
 // would take longer than a frame and a half (kDraftAboveMs, 24 ms; a shorter
@@ -206,6 +210,11 @@ class ViewerWindow {
   // Whether the exact draw of the wanted view goes by tiles (see Tiles).
   bool wants_tiles() const;
   static bool poll(void* self);
+  // Whether nothing since the draw began asks it to stop (a change of what
+  // is drawn, a pick, closing).
+  bool draw_goes_on() const {
+    return !closing_ && !pick_wanted_ && generation_ == draw_generation_;
+  }
   // Turns each layer on as the user wants it and the view's scale allows.
   void apply_layers();
   void apply_clip();
@@ -369,6 +378,10 @@ class ViewerWindow {
   double handling_ms_ = 0;      // time spent handling input inside the draw
   double handling_cpu_ms_ = 0;  // and the processor time that took
   double started_cpu_ms_ = 0;   // the thread's processor time when the draw started
+  // For how long since its start the draw's polls handle input only, no
+  // repaint: a frame, or four for an exact draw foreseen quicker than a
+  // draft would be worth.
+  double input_only_ms_ = 0;
 
   // The pick
   DL::Drawable* picked_ = nullptr;
