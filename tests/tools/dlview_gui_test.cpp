@@ -383,7 +383,7 @@ TEST(DlviewGui, ATiledDrawGivesTheWholePicture) {
     if (clipped)
       script.insert(script.end(), {"tool circle", "drag 300 200 500 200", "tool navigate"});
     script.insert(script.end(), {"tiles always", "layer streets off", "layer streets on", "status",
-                                 "dump " + temp("tiles.png"), "tiles auto", "layer streets off",
+                                 "dump " + temp("tiles.png"), "tiles never", "layer streets off",
                                  "layer streets on", "status", "dump " + temp("whole.png")});
     const Result r = run(script, "--blocks 24");
     ASSERT_EQ(r.status, 0) << r.err;

@@ -20,8 +20,9 @@
 //   draft auto|always|never  when a draft picture comes before the exact one
 //   pan auto|strips          when a pan moves the picture and draws strips:
 //                            after a slow exact draw, or always
-//   tiles auto|always        when an exact draw goes by tiles: when the tree
-//                            polls too rarely, or always (tiles of 64 pixels)
+//   tiles auto|always|never  when an exact draw goes by tiles: when the tree
+//                            polls too rarely, always (tiles of 64 pixels),
+//                            or never
 //   trace PREFIX             from now on, each finished picture prints "frame N
 //                            draft|exact: <the status line>" and is dumped to
 //                            PREFIX<N>.png (N counts from 1)
@@ -133,7 +134,7 @@ bool check(const std::vector<std::string>& c, std::string& why) {
   else if (n == "pan")
     ok = k == 1 && (c[1] == "auto" || c[1] == "strips");
   else if (n == "tiles")
-    ok = k == 1 && (c[1] == "auto" || c[1] == "always");
+    ok = k == 1 && (c[1] == "auto" || c[1] == "always" || c[1] == "never");
   else if (n == "status" || n == "view" || n == "close-while-drawing")
     ok = k == 0;
   else {
@@ -214,7 +215,9 @@ bool run_command(Script& s, const std::vector<std::string>& c) {
   } else if (n == "pan") {
     w.set_pan_strips_always(c[1] == "strips");
   } else if (n == "tiles") {
-    w.set_tiles_always(c[1] == "always");
+    w.set_tile_policy(c[1] == "auto"     ? TilePolicy::automatic
+                      : c[1] == "always" ? TilePolicy::always
+                                         : TilePolicy::never);
   } else if (n == "trace") {
     auto frames = std::make_shared<int>(0);
     const std::string prefix = c[1];

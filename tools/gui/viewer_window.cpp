@@ -308,7 +308,7 @@ double ViewerWindow::foreseen_exact_ms() const {
 }
 
 bool ViewerWindow::wants_tiles() const {
-  if (tiles_always_) return true;
+  if (tile_policy_ != TilePolicy::automatic) return tile_policy_ == TilePolicy::always;
   if (!tiles_wanted_) return false;
   const double foreseen = foreseen_exact_ms();
   return !(foreseen > 0) || foreseen > kTileAboveMs;
@@ -677,7 +677,8 @@ bool ViewerWindow::draw_tiles(DL::ScreenPoint origin, long long& calls) {
   // unknown. A tile that took next to nothing (an empty margin) tells
   // nothing, and the estimate stays above an eighth of the view's average.
   const double foreseen = foreseen_exact_ms();
-  double px_ms = foreseen > 0 && !tiles_always_ ? foreseen / (double(w) * h) : 0;
+  const bool fixed = tile_policy_ == TilePolicy::always;  // tiles of kFirstTile
+  double px_ms = foreseen > 0 && !fixed ? foreseen / (double(w) * h) : 0;
   const double least_px_ms = px_ms / 8;
   // Pixels across for a tile of kTileMs `rows` high (a band's height: rows
   // 0 asks for a square tile's side); kFirstTile while nothing is known.
@@ -707,7 +708,7 @@ bool ViewerWindow::draw_tiles(DL::ScreenPoint origin, long long& calls) {
       longest_ms += tile_longest_ms_;
       const double spent = thread_cpu_ms() - cpu - (handling_cpu_ms_ - handled_cpu);
       ++running_.tiles;
-      if (spent >= kTileMs / 8 && !tiles_always_) {
+      if (spent >= kTileMs / 8 && !fixed) {
         const double measured = spent / ((c1 - c0 + 1.0) * (r1 - r0 + 1.0));
         px_ms = std::max(least_px_ms, px_ms > 0 ? (px_ms + measured) / 2 : measured);
       }
@@ -717,7 +718,7 @@ bool ViewerWindow::draw_tiles(DL::ScreenPoint origin, long long& calls) {
   }
   // Tiles stay wanted while a quarter of their time or more ran without a
   // poll: the tree holds its drawables in few interior groups there.
-  if (done) tiles_wanted_ = longest_ms > tile_ms / 4;
+  if (done && !fixed) tiles_wanted_ = longest_ms > tile_ms / 4;
   return done;
 }
 

@@ -137,6 +137,9 @@ enum class Tool { navigate, circle, polygon };
 // every draw of a new view, or never.
 enum class DraftPolicy { automatic, always, never };
 
+// When an exact draw goes by tiles: as described above, always, or never.
+enum class TilePolicy { automatic, always, never };
+
 class ViewerWindow {
  public:
   ViewerWindow(GuiDrawing& drawing, const GuiOptions& options);
@@ -164,9 +167,9 @@ class ViewerWindow {
   void set_draft_policy(DraftPolicy policy) { draft_policy_ = policy; }
   // Whether every pan by whole pixels draws strips, even after a quick draw.
   void set_pan_strips_always(bool on) { pan_strips_always_ = on; }
-  // Whether every exact draw of a new view goes by tiles, of kFirstTile
-  // pixels a side (for tests).
-  void set_tiles_always(bool on) { tiles_always_ = on; }
+  // Whether exact draws go by tiles as described above, always (tiles of
+  // kFirstTile pixels a side; for tests), or never.
+  void set_tile_policy(TilePolicy policy) { tile_policy_ = policy; }
   long long generation() const { return generation_; }
   long long drawn_generation() const { return drawn_generation_; }
   // The finished picture to a PNG file.
@@ -333,8 +336,8 @@ class ViewerWindow {
     double ms = 0;
   };
   std::vector<ScaleTime> scale_times_;
-  bool tiles_wanted_ = false;   // exact draws go by tiles (see Tiles above)
-  bool tiles_always_ = false;   // see set_tiles_always
+  bool tiles_wanted_ = false;  // exact draws go by tiles (see Tiles above)
+  TilePolicy tile_policy_ = TilePolicy::automatic;
   double tile_longest_ms_ = 0;  // the longest stretch of the tile being drawn
   long long drafts_ = 0;
   cairo_surface_t* back_ = nullptr;   // drawn into
