@@ -419,12 +419,14 @@ bool ViewerWindow::draw_once(bool draft) {
   end_timing(done, tiled ? calls : counter->calls);
   if (tiled) list_.set_renderer(counter_);
   // Whether the next exact draws go by tiles: a stretch without a poll that
-  // takes a quarter of a draw of some length is the tree's shape (a wide
-  // group of bottom groups: they are drawn without a poll), not the
-  // scheduler's (a tick of a few milliseconds cut into a long draw).
+  // takes a quarter of a draw of some length, in a draw that polled less
+  // than once a millisecond, is the tree's shape (a wide group of bottom
+  // groups: they are drawn without a poll), not the scheduler's (a tick cut
+  // into a draw whose groups poll often).
   if (done && !tiled && running_.ms >= 2)
-    tiles_wanted_ =
-        running_.longest_stretch_ms > 1 && running_.longest_stretch_ms > running_.ms / 4;
+    tiles_wanted_ = running_.longest_stretch_ms > 1 &&
+                    running_.longest_stretch_ms > running_.ms / 4 &&
+                    running_.callbacks < running_.ms;
   if (drawing_.text) {
     drawing_.text->set_renderer(nullptr);  // both renderers may go below
     drawing_.text->set_greeking_size(greeking);

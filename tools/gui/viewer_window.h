@@ -61,7 +61,8 @@
 // holds hundreds of thousands of bottom groups, and a view meets them all
 // under one interior group) runs a whole overview of a second between two
 // polls. When the last whole draw of the drawing ran a quarter of its time
-// or more without a poll (over a millisecond), the exact draw of a view
+// or more without a poll (over a millisecond) and polled less than once a
+// millisecond, the exact draw of a view
 // foreseen over kTileAboveMs (100 ms) goes by tiles: bands of the picture cut into tiles, each a
 // bounded draw on a surface of its own over its pixels (as a pan's strips are), with a poll between
 // tiles. A tile is sized to take kTileMs (2 ms) from the time per pixel foreseen, then measured
