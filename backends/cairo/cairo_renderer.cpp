@@ -14,18 +14,18 @@
 #include <vector>
 
 #include "backends/cairo/action_table_p.h"
-#include "backends/cairo/coverage_p.h"
-#include "backends/cairo/direct_pixels_p.h"
+#include "backends/cairo/cairo_renderer_p.h"
 
 namespace DL {
 
 namespace {
 
-constexpr double kGuard = 65536.0;  // 2^16: twice the largest canvas; cairo loses longer lines
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kTwoPi = 2.0 * kPi;
-// A Gouraud polyline's segment at most this many pixels long is stroked flat.
-constexpr double kFlatRamp = 8.0;
+using cairo_detail::kFlatRamp;
+using cairo_detail::kGuard;
+using cairo_detail::kPi;
+using cairo_detail::kTwoPi;
+using cairo_detail::mix;
+using cairo_detail::weight_of;
 
 struct P {
   double x;
@@ -35,20 +35,6 @@ struct P {
 void set_rgb(cairo_t* cr, ZR_RGB32 c) {
   cairo_set_source_rgb(cr, ((c >> 16) & 0xff) / 255.0, ((c >> 8) & 0xff) / 255.0,
                        (c & 0xff) / 255.0);
-}
-
-// The length of (dx, dy): differences of device values, far from overflowing
-// a double's square, so without std::hypot's care (and cost).
-double length_of(double dx, double dy) {
-  return std::sqrt(dx * dx + dy * dy);
-}
-
-// The colour halfway between two, each channel rounded.
-ZR_RGB32 mix(ZR_RGB32 a, ZR_RGB32 b) {
-  ZR_RGB32 out = 0;
-  for (int shift = 0; shift < 24; shift += 8)
-    out |= ((((a >> shift) & 0xff) + ((b >> shift) & 0xff) + 1) / 2) << shift;
-  return out;
 }
 
 bool inside_guard(const P& p) {
@@ -158,25 +144,6 @@ void set_line(cairo_t* cr, int weight) {
   cairo_set_line_join(cr, thin ? CAIRO_LINE_JOIN_MITER : CAIRO_LINE_JOIN_ROUND);
 }
 
-// Starts `shape` over [x0, x1] x [y0, y1] grown by `reach` on every side (and
-// one pixel more past the high ends, which a pixel's area reaches), cut to
-// `window`; false when none of it is in the window.
-bool begin_around(cairo_detail::Coverage& shape, const cairo_detail::PixelWindow& window, double x0,
-                  double y0, double x1, double y1, double reach) {
-  auto clamp_to = [](double v, int lo, int hi) {
-    return static_cast<int>(std::clamp(v, double(lo), double(hi)));
-  };
-  shape.begin(clamp_to(std::floor(x0 - reach), window.x0, window.x1),
-              clamp_to(std::floor(y0 - reach), window.y0, window.y1),
-              clamp_to(std::ceil(x1 + reach) + 1, window.x0, window.x1),
-              clamp_to(std::ceil(y1 + reach) + 1, window.y0, window.y1));
-  return !shape.empty();
-}
-
-int weight_of(const ZR_Rendition* r) {
-  return (r && *r && r->get()->line_attributes) ? r->line_weight() : 1;
-}
-
 // The sweep from `start` to `end`, lifted by whole turns so it is not negative.
 double sweep_of(double start, double end) {
   double sweep = end - start;
@@ -228,153 +195,13 @@ struct CairoRenderer::Access {
     cairo_fill(cr);
   }
 
-  // A thin polyline whose segments all run along the pixel grid, written as
-  // the whole pixels cairo's stroke of it covers, when it may be; false when
-  // cairo must draw it. A one-unit line through pixel centres covers whole
-  // pixels, the square caps carry it half a pixel beyond its ends and the
-  // mitred right-angle joins fill their corners: each segment's pixels from
-  // end to end, opaque. A turn back on itself (a bevel, half a pixel) or a
-  // segment of no length is left to cairo.
-  static bool direct_grid_polyline(CairoRenderer& r, ZR_Rendition* rendition, bool clipped,
-                                   int count, const ZR_DCI_Point* points) {
-    if (count < 2 || weight_of(rendition) > 1) return false;
-    for (int i = 0; i + 1 < count; ++i) {
-      const ZR_DCI_Point& a = points[i];
-      const ZR_DCI_Point& b = points[i + 1];
-      if ((a.x != b.x) == (a.y != b.y)) return false;  // diagonal, or of no length
-      if (i + 2 < count) {
-        const ZR_DCI_Point& c = points[i + 2];
-        // Same axis both ways: a turn back when the directions oppose.
-        if (a.x == b.x && b.x == c.x && (b.y < a.y) != (c.y < b.y)) return false;
-        if (a.y == b.y && b.y == c.y && (b.x < a.x) != (c.x < b.x)) return false;
-      }
-    }
-    cairo_detail::PixelWindow window;
-    if (!r.direct_window(rendition, clipped, 1, window)) return false;
-    if (window.empty()) return true;
-    const std::uint32_t c =
-        0xff000000u | ((rendition && *rendition ? rendition->color() : 0) & 0xffffffu);
-    for (int i = 0; i + 1 < count; ++i) {
-      const long long ra = r.row_of(points[i].y), rb = r.row_of(points[i + 1].y);
-      const long long x0 = std::max<long long>(std::min(points[i].x, points[i + 1].x), window.x0);
-      const long long x1 =
-          std::min<long long>(std::max(points[i].x, points[i + 1].x) + 1LL, window.x1);
-      const long long y0 = std::max<long long>(std::min(ra, rb), window.y0);
-      const long long y1 = std::min<long long>(std::max(ra, rb) + 1, window.y1);
-      for (long long y = y0; y < y1 && x0 < x1; ++y)
-        std::fill(window.at(x0, y), window.at(x1 - 1, y) + 1, c);
-    }
-    r.direct_dots_ += count;
-    return true;
-  }
-
-  // Adds the stroke of the thin polyline of `count` points (x[k], y[k]) to
-  // `shape`, `half` units each side, as pieces that do not overlap: one per
-  // segment, cut at each inner point along the miter (the line from the
-  // inner corner to the miter's tip), so neighbours share that edge, and
-  // carried half a unit beyond its ends by the square caps. Every join must
-  // be `mitred_apart` (see below).
-  static void add_thin_stroke(cairo_detail::Coverage& shape, int count, const double* x,
-                              const double* y, double half) {
-    // Segment i's normal to the left of its travel, half long.
-    auto normal = [&](int i, double& nx, double& ny) {
-      const int j = i + 1;
-      const double len = length_of(x[j] - x[i], y[j] - y[i]);
-      nx = -(y[j] - y[i]) / len * half;
-      ny = (x[j] - x[i]) / len * half;
-    };
-    // The corners left and right of point i.
-    auto corners = [&](int i, double& lx, double& ly, double& rx, double& ry) {
-      double nx, ny;
-      if (i == 0 || i == count - 1) {
-        normal(i == 0 ? 0 : count - 2, nx, ny);
-        const double along = i == 0 ? -1 : 1;  // the cap, half a unit out
-        const double cx = x[i] + along * ny, cy = y[i] - along * nx;
-        lx = cx + nx, ly = cy + ny, rx = cx - nx, ry = cy - ny;
-        return;
-      }
-      double mx, my;
-      normal(i - 1, nx, ny);
-      normal(i, mx, my);
-      // The miter: where the two segments' sides meet.
-      const double k = 1 / (1 + (nx * mx + ny * my) / (half * half));
-      const double ox = (nx + mx) * k, oy = (ny + my) * k;
-      lx = x[i] + ox, ly = y[i] + oy, rx = x[i] - ox, ry = y[i] - oy;
-    };
-    double lx, ly, rx, ry;
-    corners(0, lx, ly, rx, ry);
-    for (int i = 0; i + 1 < count; ++i) {
-      double flx, fly, frx, fry;  // the far corners
-      corners(i + 1, flx, fly, frx, fry);
-      const double qx[4] = {rx, frx, flx, lx};
-      const double qy[4] = {ry, fry, fly, ly};
-      shape.add_polygon(qx, qy, 4);
-      lx = flx, ly = fly, rx = frx, ry = fry;
-    }
-  }
-
-  // Whether the joins of the thin polyline (x[k], y[k]) are all mitred
-  // (within cairo's miter limit of 10) with their inner corners within half
-  // of each neighbouring segment, so its pieces (see add_thin_stroke) do not
-  // overlap; false also for a segment of no length.
-  static bool mitred_apart(int count, const double* x, const double* y, double half) {
-    auto length = [&](int i) { return length_of(x[i + 1] - x[i], y[i + 1] - y[i]); };
-    for (int i = 0; i + 1 < count; ++i) {
-      const double len = length(i);
-      if (!(len > 0)) return false;
-      if (i + 2 == count) break;
-      const int j = i + 1, k = i + 2;
-      const double next = length(j);
-      if (!(next > 0)) return false;
-      const double dot =
-          ((x[j] - x[i]) * (x[k] - x[j]) + (y[j] - y[i]) * (y[k] - y[j])) / (len * next);
-      // The miter is 1 / cos(a / 2) times the half width long, a the turn;
-      // its inner corner lies tan(a / 2) half widths along each segment.
-      if ((1 + dot) / 2 < 0.01) return false;
-      const double along = half * std::sqrt(std::max(0.0, 1 - dot) / (1 + dot));
-      if (along > 0.5 * std::min(len, next)) return false;
-    }
-    return true;
-  }
-
-  // A thin polyline off the grid (one or two units wide), written as the
-  // exact area of its stroke (see coverage_p.h), when its joins allow it
-  // (`mitred_apart`) and it may be written directly; false when cairo must
-  // draw it.
-  static bool direct_thin_polyline(CairoRenderer& r, ZR_Rendition* rendition, bool clipped,
-                                   int count, const ZR_DCI_Point* points) {
-    constexpr int kMost = 64;  // points; longer polylines go to cairo
-    const int weight = std::max(weight_of(rendition), 1);
-    if (count < 2 || count > kMost || weight > 2) return false;
-    double x[kMost], y[kMost];
-    double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
-    for (int i = 0; i < count; ++i) {
-      x[i] = points[i].x, y[i] = double(r.row_of(points[i].y));
-      xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
-      ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
-    }
-    if (!mitred_apart(count, x, y, weight / 2.0)) return false;
-    cairo_detail::PixelWindow window;
-    // A miter's tip stands up to 10 half widths beyond its point.
-    if (!r.direct_window(rendition, clipped, 5 * weight + 1, window)) return false;
-    if (window.empty()) return true;
-    const double reach = 10.0 * weight + 1;  // a miter's tip at the limit
-    cairo_detail::Coverage& shape = r.coverage();
-    if (begin_around(shape, window, xmin, ymin, xmax, ymax, reach)) {
-      add_thin_stroke(shape, count, x, y, weight / 2.0);
-      shape.blend(window, rendition && *rendition ? rendition->color() : 0);
-    }
-    r.direct_dots_ += count;
-    return true;
-  }
-
   template <bool C>
   static void polyline(void* context, ZR_Rendition* rendition, int count,
                        const ZR_DCI_Point* points) {
     if (count <= 0) return;
     if (count == 1 && self(context).direct_dot(rendition, C, points[0], nullptr)) return;
-    if (direct_grid_polyline(self(context), rendition, C, count, points)) return;
-    if (direct_thin_polyline(self(context), rendition, C, count, points)) return;
+    if (Direct::grid_polyline(self(context), rendition, C, count, points)) return;
+    if (Direct::thin_polyline(self(context), rendition, C, count, points)) return;
     cairo_t* cr = begin(context, rendition, C, nullptr);
     if (count == 1) {
       add_dot(cr, points[0]);
@@ -386,31 +213,11 @@ struct CairoRenderer::Access {
     cairo_stroke(cr);
   }
 
-  // Markers blended through the cross's coverage, when they may be written
-  // directly; false when cairo must draw them.
-  static bool direct_markers(CairoRenderer& r, ZR_Rendition* rendition, bool clipped, int count,
-                             const ZR_DCI_Point* points) {
-    cairo_detail::PixelWindow window;
-    if (!r.direct_window(rendition, clipped, 3, window)) return false;
-    if (window.empty()) return true;
-    const cairo_antialias_t antialias = cairo_get_antialias(r.cr_);
-    if (!r.marker_stamp_ || r.marker_antialias_ != antialias) {
-      r.marker_stamp_ =
-          std::make_unique<cairo_detail::Stamp>(cairo_detail::marker_stamp(antialias));
-      r.marker_antialias_ = antialias;
-    }
-    const ZR_RGB32 c = rendition && *rendition ? rendition->color() : 0;
-    for (int i = 0; i < count; ++i)
-      cairo_detail::blend_stamp(window, points[i].x, r.row_of(points[i].y), *r.marker_stamp_, c);
-    r.direct_dots_ += count;
-    return true;
-  }
-
   template <bool C>
   static void polymarker(void* context, ZR_Rendition* rendition, int count,
                          const ZR_DCI_Point* points) {
     if (count <= 0) return;
-    if (direct_markers(self(context), rendition, C, count, points)) return;
+    if (Direct::markers(self(context), rendition, C, count, points)) return;
     cairo_t* cr = begin(context, rendition, C, nullptr);
     set_line(cr, 1);
     for (int i = 0; i < count; ++i) {
@@ -424,35 +231,11 @@ struct CairoRenderer::Access {
     cairo_stroke(cr);
   }
 
-  // A polygon whose edges all run along the pixel grid, written as the
-  // coverage cairo's fill gives it (see fill_grid_polygon), when it may be;
-  // false when cairo must draw it. Up to kMaxGridCorners corners: the cost is
-  // rows times edges.
-  static bool direct_grid_polygon(CairoRenderer& r, ZR_Rendition* rendition, bool clipped,
-                                  int count, const ZR_DCI_Point* points, const ZR_RGB32* color) {
-    constexpr int kGridCorners = cairo_detail::kMaxGridCorners;
-    if (count < 3 || count > kGridCorners) return false;
-    for (int k = 0; k < count; ++k) {
-      const ZR_DCI_Point& a = points[k];
-      const ZR_DCI_Point& b = points[(k + 1) % count];
-      if (a.x != b.x && a.y != b.y) return false;
-    }
-    cairo_detail::PixelWindow window;
-    if (!r.direct_window(rendition, clipped, 1, window)) return false;
-    if (window.empty()) return true;
-    long long x[kGridCorners], y[kGridCorners];
-    for (int k = 0; k < count; ++k) x[k] = points[k].x, y[k] = r.row_of(points[k].y);
-    const ZR_RGB32 c = color ? *color : (rendition && *rendition ? rendition->color() : 0);
-    cairo_detail::fill_grid_polygon(window, count, x, y, c);
-    r.direct_dots_ += 1;
-    return true;
-  }
-
   template <bool C>
   static void polygon(void* context, ZR_Rendition* rendition, int count, const ZR_DCI_Point* points,
                       const ZR_RGB32* color) {
     if (count <= 0) return;
-    if (direct_grid_polygon(self(context), rendition, C, count, points, color)) return;
+    if (Direct::grid_polygon(self(context), rendition, C, count, points, color)) return;
     cairo_t* cr = begin(context, rendition, C, color);
     std::vector<P> poly = to_points(count, points);
     add_polygon(cr, poly);
@@ -484,45 +267,10 @@ struct CairoRenderer::Access {
     add_polygon(cr, tri);
   }
 
-  // A strip of one colour written as the exact area of its triangles (see
-  // coverage_p.h), each turned the same way so that neighbours, which share
-  // an edge, join without a seam, when it may be; false when cairo must draw
-  // it. Triangles that overlap (a strip folding over itself) add up on the
-  // pixels both cover in part, where cairo covers their union.
-  static bool direct_flat_strip(CairoRenderer& r, ZR_Rendition* rendition, bool clipped, int count,
-                                const ZR_DCI_Point* points) {
-    constexpr int kMost = 256;  // points; longer strips go to cairo
-    if (count < 3 || count > kMost) return false;
-    cairo_detail::PixelWindow window;
-    if (!r.direct_window(rendition, clipped, 1, window)) return false;
-    if (window.empty()) return true;
-    double x[kMost], y[kMost];
-    double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
-    for (int i = 0; i < count; ++i) {
-      x[i] = points[i].x, y[i] = double(r.row_of(points[i].y));
-      xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
-      ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
-    }
-    cairo_detail::Coverage& shape = r.coverage();
-    if (begin_around(shape, window, xmin, ymin, xmax, ymax, 1)) {
-      for (int i = 2; i < count; ++i) {
-        double tx[3] = {x[i - 2], x[i - 1], x[i]}, ty[3] = {y[i - 2], y[i - 1], y[i]};
-        if ((tx[1] - tx[0]) * (ty[2] - ty[0]) - (ty[1] - ty[0]) * (tx[2] - tx[0]) < 0) {
-          std::swap(tx[1], tx[2]);
-          std::swap(ty[1], ty[2]);
-        }
-        shape.add_polygon(tx, ty, 3);
-      }
-      shape.blend(window, rendition && *rendition ? rendition->color() : 0);
-    }
-    r.direct_dots_ += count - 2;
-    return true;
-  }
-
   template <bool C>
   static void triangles(void* context, ZR_Rendition* rendition, int count,
                         const ZR_DCI_Point* points) {
-    if (direct_flat_strip(self(context), rendition, C, count, points)) return;
+    if (Direct::flat_strip(self(context), rendition, C, count, points)) return;
     cairo_t* cr = begin(context, rendition, C, nullptr);
     if (count < 3) return short_strip(cr, count, points);
     for (int i = 2; i < count; ++i) add_triangle(cr, points, i);
@@ -537,30 +285,13 @@ struct CairoRenderer::Access {
 
   // A strip with a colour per vertex, one mesh patch per triangle. A triangle
   // that reaches beyond the guard box is filled in its first vertex's colour.
-  // A strip with a colour per vertex filled straight into the pixels, when it
-  // may be; false when cairo must draw it.
-  static bool direct_shaded_strip(CairoRenderer& r, ZR_Rendition* rendition, bool clipped,
-                                  int count, const ZR_DCI_Point* points, const ZR_RGB32* colors) {
-    cairo_detail::PixelWindow window;
-    if (!r.direct_window(rendition, clipped, 1, window)) return false;
-    if (window.empty()) return true;
-    for (int i = 2; i < count; ++i) {
-      const ZR_DCI_Point* t = points + i - 2;
-      const double x[3] = {double(t[0].x), double(t[1].x), double(t[2].x)};
-      const double y[3] = {double(r.row_of(t[0].y)), double(r.row_of(t[1].y)),
-                           double(r.row_of(t[2].y))};
-      cairo_detail::fill_gouraud_triangle(window, x, y, colors + i - 2);
-    }
-    r.direct_dots_ += count - 2;
-    return true;
-  }
 
   static void shaded_strip(void* context, ZR_Rendition* rendition, bool clipped, int count,
                            const ZR_DCI_Point* points, const ZR_RGB32* colors) {
     if (colors && count >= 3 &&
-        direct_shaded_strip(self(context), rendition, clipped, count, points, colors))
+        Direct::shaded_strip(self(context), rendition, clipped, count, points, colors))
       return;
-    if (!colors && direct_flat_strip(self(context), rendition, clipped, count, points)) return;
+    if (!colors && Direct::flat_strip(self(context), rendition, clipped, count, points)) return;
     cairo_t* cr = begin(context, rendition, clipped, nullptr);
     if (!colors) {
       if (count < 3) return short_strip(cr, count, points);
@@ -640,104 +371,6 @@ struct CairoRenderer::Access {
     cairo_restore(cr);
   }
 
-  // Adds the ring that strokes the closed polyline (x[k], y[k]) `half` units
-  // each side: the polygon of its corners on one side less that of its
-  // corners on the other (wound the other way), the corners where the
-  // sides of neighbouring segments meet. No segment may be of no length.
-  static void add_thin_ring(cairo_detail::Coverage& shape, int count, const double* x,
-                            const double* y, double half) {
-    constexpr int kMost = 258;
-    if (count > kMost) return;
-    double ox[kMost], oy[kMost], ix[kMost], iy[kMost];
-    for (int i = 0; i < count; ++i) {
-      const int p = i == 0 ? count - 1 : i - 1, n = i + 1 < count ? i + 1 : 0;
-      const double lp = length_of(x[i] - x[p], y[i] - y[p]);
-      const double ln = length_of(x[n] - x[i], y[n] - y[i]);
-      const double pnx = -(y[i] - y[p]) / lp, pny = (x[i] - x[p]) / lp;  // unit normals, left
-      const double nnx = -(y[n] - y[i]) / ln, nny = (x[n] - x[i]) / ln;
-      const double k = half / (1 + pnx * nnx + pny * nny);
-      const double mx = (pnx + nnx) * k, my = (pny + nny) * k;
-      ox[i] = x[i] + mx, oy[i] = y[i] + my;
-      // The other side, backwards: its winding cancels the first's inside it.
-      ix[count - 1 - i] = x[i] - mx, iy[count - 1 - i] = y[i] - my;
-    }
-    shape.add_polygon(ox, oy, count);
-    shape.add_polygon(ix, iy, count);
-  }
-
-  // An arc one or two units wide, or a pie, of radii not 0, written as the
-  // exact area of its stroke or fill (see coverage_p.h), the curve taken as
-  // chords within a twentieth of a unit of it, when it
-  // may be; false when cairo must draw it. An arc of a whole turn is a ring
-  // (cairo's open path caps over itself there), and needs the curve nowhere
-  // tighter than the half width; an open arc needs its joins
-  // `mitred_apart`; an arc of more than a turn goes to cairo.
-  static bool direct_ellipse(CairoRenderer& r, ZR_Rendition* rendition, bool clipped, bool pie,
-                             const ZR_DCI_Point& center, const ZR_DCI_Point& radii, double start,
-                             double sweep, double rotation, const ZR_RGB32* color) {
-    constexpr int kMost = 256;  // chords; larger ellipses go to cairo
-    const int weight = pie ? 0 : std::max(weight_of(rendition), 1);
-    if (weight > 2 || !std::isfinite(start) || !std::isfinite(rotation) || !(sweep > 0))
-      return false;
-    // A whole turn within float rounding (angles often come as floats).
-    const bool whole = sweep >= kTwoPi * (1 - 1e-6);
-    if (!pie && sweep > kTwoPi * (1 + 1e-6)) return false;
-    if (whole) sweep = kTwoPi;
-    const double reach = std::fabs(double(center.x)) + std::fabs(double(center.y)) +
-                         std::fabs(double(radii.x)) + std::fabs(double(radii.y));
-    if (reach > kGuard / 2) return false;
-    const double most = std::max(std::fabs(double(radii.x)), std::fabs(double(radii.y)));
-    const double least = std::min(std::fabs(double(radii.x)), std::fabs(double(radii.y)));
-    // The tightest curvature's radius is least^2 / most.
-    if (!pie && whole && weight / 2.0 > least * least / most) return false;
-    // Chords within 0.05 units of the curve: cairo's flattening of its
-    // Bézier arc lies closer than its tolerance of 0.1, about as close.
-    const double step = most <= 0.05 ? kPi / 2 : 2 * std::acos(1 - 0.05 / most);
-    const int n = std::max(4, static_cast<int>(std::ceil(sweep / step)));
-    if (n > kMost) return false;
-    double x[kMost + 2], y[kMost + 2];
-    int count = 0;
-    if (pie && !whole) x[count] = center.x, y[count++] = double(r.row_of(center.y));
-    const double cs = std::cos(rotation), sn = std::sin(rotation);
-    const int points = whole ? n : n + 1;  // a whole turn closes on its first point
-    const double fx = double(center.x), fy = double(center.y);
-    // cos t and sin t stepped by a rotation: no sine per point.
-    const double cd = std::cos(sweep / n), sd = std::sin(sweep / n);
-    double ct = std::cos(start), st = std::sin(start);
-    for (int i = 0; i < points; ++i) {
-      const double ex = radii.x * ct, ey = radii.y * st;
-      const double c_next = ct * cd - st * sd;
-      st = st * cd + ct * sd, ct = c_next;
-      const double dy = fy + sn * ex + cs * ey;
-      x[count] = fx + cs * ex - sn * ey;
-      // Device y to the picture's rows, as row_of turns whole units.
-      y[count++] = r.orientation_ == DeviceOrientation::y_up ? r.height_ - 1 - dy : dy;
-    }
-    if (!pie && !whole && !mitred_apart(count, x, y, weight / 2.0)) return false;
-    cairo_detail::PixelWindow window;
-    // A miter's tip stands up to 10 half widths beyond its point.
-    if (!r.direct_window(rendition, clipped, 5 * weight + 1, window)) return false;
-    if (window.empty()) return true;
-    double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
-    for (int i = 0; i < count; ++i) {
-      xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
-      ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
-    }
-    const double grow = 10.0 * weight + 1;
-    cairo_detail::Coverage& shape = r.coverage();
-    if (begin_around(shape, window, xmin, ymin, xmax, ymax, grow)) {
-      if (pie)
-        shape.add_polygon(x, y, count);
-      else if (whole)
-        add_thin_ring(shape, count, x, y, weight / 2.0);
-      else
-        add_thin_stroke(shape, count, x, y, weight / 2.0);
-      shape.blend(window, color ? *color : (rendition && *rendition ? rendition->color() : 0));
-    }
-    r.direct_dots_ += 1;
-    return true;
-  }
-
   static void ellipse(void* context, ZR_Rendition* rendition, bool clipped, bool pie,
                       const ZR_DCI_Point* center, const ZR_DCI_Point* radii, double start,
                       double end, double rotation, const ZR_RGB32* color) {
@@ -746,8 +379,8 @@ struct CairoRenderer::Access {
       return;
     if (radii->x != 0 && radii->y != 0) {
       const double sweep = pie ? std::min(sweep_of(start, end), kTwoPi) : sweep_of(start, end);
-      if (direct_ellipse(self(context), rendition, clipped, pie, *center, *radii, start, sweep,
-                         rotation, color))
+      if (Direct::ellipse(self(context), rendition, clipped, pie, *center, *radii, start, sweep,
+                          rotation, color))
         return;
     }
     cairo_t* cr = begin(context, rendition, clipped, color);
@@ -855,44 +488,10 @@ struct CairoRenderer::Access {
     cairo_surface_destroy(pixels);
   }
 
-  // A thin Gouraud polyline whose segments are all short (see the header),
-  // each segment written flat as the exact area of its own stroke (square
-  // caps at both ends, as cairo strokes each segment alone), when it may be;
-  // false when cairo must draw it.
-  static bool direct_flat_ramps(CairoRenderer& r, ZR_Rendition* rendition, int count,
-                                const ZR_DCI_Point* points, const ZR_RGB32* colors) {
-    const int weight = std::max(weight_of(rendition), 1);
-    if (!r.flat_short_ramps_ || weight > 2 || count < 2) return false;
-    const double flat = std::max(double(weight), kFlatRamp);
-    for (int i = 0; i + 1 < count; ++i) {
-      const double dx = double(points[i + 1].x) - points[i].x;
-      const double dy = double(points[i + 1].y) - points[i].y;
-      const double len2 = dx * dx + dy * dy;
-      if (len2 == 0 || len2 > flat * flat) return false;
-    }
-    cairo_detail::PixelWindow window;
-    if (!r.direct_window(rendition, false, weight + 1, window)) return false;
-    if (window.empty()) return true;
-    cairo_detail::Coverage& shape = r.coverage();
-    const double half = weight / 2.0;
-    for (int i = 0; i + 1 < count; ++i) {
-      const double x[2] = {double(points[i].x), double(points[i + 1].x)};
-      const double y[2] = {double(r.row_of(points[i].y)), double(r.row_of(points[i + 1].y))};
-      const int reach = weight + 1;
-      if (!begin_around(shape, window, std::min(x[0], x[1]), std::min(y[0], y[1]),
-                        std::max(x[0], x[1]), std::max(y[0], y[1]), reach))
-        continue;
-      add_thin_stroke(shape, 2, x, y, half);
-      shape.blend(window, mix(colors[i], colors[i + 1]));
-    }
-    r.direct_dots_ += count;
-    return true;
-  }
-
   static void gouraud_polyline(void* context, ZR_Rendition* rendition, int count,
                                const ZR_DCI_Point* points, const ZR_RGB32* colors) {
     if (count <= 0) return;
-    if (colors && direct_flat_ramps(self(context), rendition, count, points, colors)) return;
+    if (colors && Direct::ramps(self(context), rendition, count, points, colors)) return;
     cairo_t* cr = begin(context, rendition, false, nullptr);
     if (count == 1 || !colors) return polyline<false>(context, rendition, count, points);
     const int weight = std::max(weight_of(rendition), 1);
@@ -1026,129 +625,6 @@ void CairoRenderer::use_clip(ZR_Rendition* rendition, bool clipped) {
 void CairoRenderer::set_color(ZR_Rendition* rendition, const ZR_RGB32* color) {
   ZR_RGB32 c = color ? *color : (rendition && *rendition ? rendition->color() : 0);
   set_rgb(cr_, c);
-}
-
-void CairoRenderer::flush_direct() {
-  if (!direct_target_) return;
-  cairo_surface_mark_dirty(direct_target_);
-  direct_target_ = nullptr;
-  direct_data_ = nullptr;
-}
-
-bool CairoRenderer::open_direct() {
-  if (!direct_dots_on_ || cairo_status(cr_) != CAIRO_STATUS_SUCCESS) return false;
-  const cairo_operator_t op = cairo_get_operator(cr_);
-  if (op != CAIRO_OPERATOR_OVER && op != CAIRO_OPERATOR_SOURCE) return false;
-  cairo_surface_t* target = cairo_get_group_target(cr_);
-  if (cairo_surface_status(target) != CAIRO_STATUS_SUCCESS ||
-      cairo_surface_get_type(target) != CAIRO_SURFACE_TYPE_IMAGE)
-    return false;
-  const cairo_format_t format = cairo_image_surface_get_format(target);
-  if (format != CAIRO_FORMAT_ARGB32 && format != CAIRO_FORMAT_RGB24) return false;
-  // A device offset of whole pixels moves the picture's pixels on the target
-  // (a strip of a larger picture, say); anything else is left to cairo.
-  double dx = 0, dy = 0, sx = 1, sy = 1;
-  cairo_surface_get_device_offset(target, &dx, &dy);
-  cairo_surface_get_device_scale(target, &sx, &sy);
-  if (sx != 1 || sy != 1 || dx != std::floor(dx) || dy != std::floor(dy) || std::fabs(dx) > 1e9 ||
-      std::fabs(dy) > 1e9)
-    return false;
-  // The matrix is the renderer's own (forget_clip sets it); a host that changed
-  // it has the general path.
-  cairo_matrix_t m;
-  cairo_get_matrix(cr_, &m);
-  const double ty = orientation_ == DeviceOrientation::y_up ? height_ - 0.5 : 0.5;
-  const double yy = orientation_ == DeviceOrientation::y_up ? -1 : 1;
-  if (m.xx != 1 || m.yx != 0 || m.xy != 0 || m.yy != yy || m.x0 != 0.5 || m.y0 != ty) return false;
-  cairo_surface_flush(target);
-  unsigned char* data = cairo_image_surface_get_data(target);
-  if (!data) return false;
-  direct_target_ = target;
-  direct_data_ = data;
-  direct_stride_ = cairo_image_surface_get_stride(target);
-  direct_width_ = cairo_image_surface_get_width(target);
-  direct_height_ = cairo_image_surface_get_height(target);
-  direct_dx_ = static_cast<int>(dx);
-  direct_dy_ = static_cast<int>(dy);
-  return true;
-}
-
-cairo_detail::Coverage& CairoRenderer::coverage() {
-  if (!coverage_) coverage_ = std::make_unique<cairo_detail::Coverage>();
-  return *coverage_;
-}
-
-bool CairoRenderer::direct_window(ZR_Rendition* rendition, bool clipped, int margin,
-                                  cairo_detail::PixelWindow& window) {
-  const ZR_Rendition_Data* data = rendition && *rendition ? rendition->get() : nullptr;
-  if (data && data->complex_clip.get()) return false;
-  switch (outer_view_.reach(rendition, margin)) {
-    case OuterView::Reach::none:
-      break;
-    case OuterView::Reach::skip:
-      window = {};
-      return true;
-    case OuterView::Reach::cut:
-      return false;
-  }
-  if (!direct_target_ && !open_direct()) return false;
-  // The target's pixels, as pixels of the picture.
-  long long x0 = -static_cast<long long>(direct_dx_), x1 = x0 + direct_width_;
-  long long y0 = -static_cast<long long>(direct_dy_), y1 = y0 + direct_height_;
-  if (clipped && data) {
-    // The hard clip's pixels, whole and inclusive; rows turned as device y runs.
-    const ZR_Int_Rectangle& h = data->hard_clip;
-    x0 = std::max<long long>(x0, h.x_min);
-    x1 = std::min<long long>(x1, static_cast<long long>(h.x_max) + 1);
-    const long long r0 = std::min(row_of(h.y_min), row_of(h.y_max));
-    const long long r1 = std::max(row_of(h.y_min), row_of(h.y_max));
-    if (h.y_max < h.y_min || h.x_max < h.x_min) {
-      y1 = y0;  // an empty clip
-    } else {
-      y0 = std::max(y0, r0);
-      y1 = std::min(y1, r1 + 1);
-    }
-  }
-  window.data = direct_data_;
-  window.stride = direct_stride_;
-  window.dx = direct_dx_;
-  window.dy = direct_dy_;
-  window.x0 = static_cast<int>(x0);
-  window.y0 = static_cast<int>(y0);
-  window.x1 = static_cast<int>(std::max(x0, x1));
-  window.y1 = static_cast<int>(std::max(y0, y1));
-  return true;
-}
-
-bool CairoRenderer::direct_dot(ZR_Rendition* rendition, bool clipped, const ZR_DCI_Point& point,
-                               const ZR_RGB32* color) {
-  const ZR_Rendition_Data* data = rendition ? rendition->get() : nullptr;
-  if (data && data->complex_clip.get()) return false;
-  switch (outer_view_.reach(rendition, 0)) {
-    case OuterView::Reach::none:
-      break;
-    case OuterView::Reach::skip:
-      return true;
-    case OuterView::Reach::cut:
-      return false;
-  }
-  if (!direct_target_ && !open_direct()) return false;
-  if (clipped && data) {
-    const ZR_Int_Rectangle& h = data->hard_clip;
-    if (point.x < h.x_min || point.x > h.x_max || point.y < h.y_min || point.y > h.y_max)
-      return true;
-  }
-  // The pixel cairo's fill would cover: column x, and row height - 1 - y with
-  // y up, moved by the device offset. In 64 bits, since device values reach
-  // the int limits.
-  const long long column = static_cast<long long>(point.x) + direct_dx_;
-  const long long row = row_of(point.y) + direct_dy_;
-  if (column < 0 || column >= direct_width_ || row < 0 || row >= direct_height_) return true;
-  const ZR_RGB32 c = color ? *color : (rendition && *rendition ? rendition->color() : 0);
-  auto* pixel = reinterpret_cast<std::uint32_t*>(direct_data_ + row * direct_stride_) + column;
-  *pixel = 0xff000000u | (c & 0xffffffu);
-  ++direct_dots_;
-  return true;
 }
 
 void CairoRenderer::paint_contours(ZR_Rendition* rendition, const ZR_Point& origin,

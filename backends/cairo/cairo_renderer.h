@@ -112,8 +112,11 @@
 //   between its ends, at most half their difference off at its ends; on such
 //   a segment the ramp spans a few pixels, partly under its neighbours' caps,
 //   and the gradient pattern costs four times the stroke. A polyline one or
-//   two units wide whose segments are all short is then written directly
-//   (see above), each segment the exact area of its own stroke.
+//   two units wide (no segment of no length) is written directly when the
+//   direct writes may be (see above), each segment the exact area of its own
+//   stroke: a short one flat, a longer one each pixel in the ramp's colour at
+//   its centre (the projection on the segment, held at its ends, as cairo's
+//   gradient gives it), within 20 levels of cairo on an edge pixel.
 //
 // The context belongs to whoever made it; the renderer keeps its own
 // reference. Text engines paint glyphs through `paint_contours`.
@@ -192,11 +195,13 @@ class CairoRenderer : public ZR_Renderer, public ContourPainter {
   // file comment; on by default; off, every segment gets its gradient).
   void set_flat_short_ramps(bool on) { flat_short_ramps_ = on; }
 
-  // Used by the entry functions; not for hosts.
+  // Used by the entry functions and the direct writes; not for hosts.
   struct Access;
+  struct Direct;
 
  private:
   friend struct Access;
+  friend struct Direct;
 
   // Installs the clip an entry needs: the hard clip when `clipped`, the
   // rendition's complex clip when present, and the outer clip where it reaches.

@@ -133,31 +133,64 @@ void Coverage::add_edge(double ax, double ay, double bx, double by) {
   }
 }
 
-void Coverage::blend(const PixelWindow& window, ZR_RGB32 color) {
+template <class Source>
+void Coverage::blend_with(const PixelWindow& window, Source source) {
   // Sum the areas along each row's touched span into the coverage (past it
-  // the winding is back to 0), blend, and clear them.
-  const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
+  // the winding is back to 0), blend, and clear them. Only the columns the
+  // window shows are blended; the others are summed (the winding carries
+  // across them) and cleared.
   const int columns = x1_ - x0_;
+  const int shown0 = std::clamp(window.x0 - x0_, 0, columns);
+  const int shown1 = std::clamp(window.x1 - x0_, shown0, columns);
   for (int r = y0_; r < y1_; ++r) {
     const int row = r - y0_;
     if (last_[row] < 0) continue;
     float* area = &area_[static_cast<std::size_t>(row) * width_];
-    const bool shown = r >= window.y0 && r < window.y1;
-    const int end = std::min(last_[row], width_ - 1);
+    const int end = std::min(last_[row], width_ - 1) + 1;  // one past the span
+    int c = first_[row];
+    if (r < window.y0 || r >= window.y1 || shown0 >= shown1) {
+      std::fill(area + c, area + std::max(c, end), 0.0f);
+      continue;
+    }
     float sum = 0;
-    for (int c = first_[row]; c <= end; ++c) {
-      sum += area[c];
-      area[c] = 0;
-      if (c >= columns || !shown) continue;
-      const float cover = std::min(1.0f, std::fabs(sum));
-      const auto a = static_cast<std::uint32_t>(cover * 255.0f + 0.5f);
-      const int x = x0_ + c;
-      if (a && x >= window.x0 && x < window.x1) {
-        std::uint32_t* pixel = window.at(x, r);
-        *pixel = blend_pixel(*pixel, source, a);
+    for (; c < end && c < shown0; ++c) sum += area[c], area[c] = 0;
+    const int stop = std::min(end, shown1);
+    if (c < stop) {
+      std::uint32_t* pixel = window.at(x0_ + c, r);
+      for (; c < stop; ++c, ++pixel) {
+        sum += area[c];
+        area[c] = 0;
+        const float cover = std::min(1.0f, std::fabs(sum));
+        const auto a = static_cast<std::uint32_t>(cover * 255.0f + 0.5f);
+        if (a) *pixel = blend_pixel(*pixel, source(x0_ + c, r), a);
       }
     }
+    if (c < end) std::fill(area + c, area + end, 0.0f);
   }
+}
+
+void Coverage::blend(const PixelWindow& window, ZR_RGB32 color) {
+  const std::uint32_t source = 0xff000000u | (color & 0xffffffu);
+  blend_with(window, [source](int, int) { return source; });
+}
+
+void Coverage::blend_ramp(const PixelWindow& window, double ax, double ay, double bx, double by,
+                          ZR_RGB32 from, ZR_RGB32 to) {
+  const double dx = bx - ax, dy = by - ay, length2 = dx * dx + dy * dy;
+  if (!(length2 > 0)) return blend(window, from);
+  double base[3], span[3];  // red, green, blue: at `from` and to `to`
+  for (int ch = 0; ch < 3; ++ch) {
+    base[ch] = (from >> (16 - 8 * ch)) & 0xff;
+    span[ch] = double((to >> (16 - 8 * ch)) & 0xff) - base[ch];
+  }
+  blend_with(window, [&](int x, int y) {
+    // Where the pixel's centre lies along the ramp, held at its ends.
+    const double t = std::clamp(((x - ax) * dx + (y - ay) * dy) / length2, 0.0, 1.0);
+    std::uint32_t out = 0xff000000u;
+    for (int ch = 0; ch < 3; ++ch)
+      out |= static_cast<std::uint32_t>(base[ch] + span[ch] * t + 0.5) << (16 - 8 * ch);
+    return out;
+  });
 }
 
 }  // namespace DL::cairo_detail

@@ -31,6 +31,13 @@ class Coverage {
   // Blends the opaque `color` into the window's pixels through the shape's
   // coverage, as blend_stamp does, and empties the shape's areas.
   void blend(const PixelWindow& window, ZR_RGB32 color);
+  // Blends as `blend` does, each pixel in the colour of a linear ramp from
+  // `from` at (ax, ay) to `to` at (bx, by) at its centre: the colour at the
+  // centre's projection on the line through them, held at the ends (as
+  // cairo's linear gradient with its default extend gives it), each channel
+  // rounded.
+  void blend_ramp(const PixelWindow& window, double ax, double ay, double bx, double by,
+                  ZR_RGB32 from, ZR_RGB32 to);
   bool empty() const { return x0_ >= x1_ || y0_ >= y1_; }
 
  private:
@@ -38,6 +45,9 @@ class Coverage {
   // box's corner at 0), to `area_`.
   void add_edge(double ax, double ay, double bx, double by);
   void add_clipped_edge(double ax, double ay, double bx, double by);
+  // The loop of `blend`, each pixel's opaque colour from `source(x, y)`.
+  template <class Source>
+  void blend_with(const PixelWindow& window, Source source);
 
   int x0_ = 0, y0_ = 0, x1_ = 0, y1_ = 0;  // the shape's box
   int width_ = 0;                          // of a row of `area_`: the box's, plus 2

@@ -80,27 +80,57 @@ void fill_gouraud_triangle(const PixelWindow& window, const double x[3], const d
     b[k] = (x[j] - x[i]) / area;
     c[k] = (x[i] * y[j] - x[j] * y[i]) / area;
   }
-  double channel[3][3];  // [corner][red, green, blue]
-  for (int k = 0; k < 3; ++k)
-    for (int ch = 0; ch < 3; ++ch) channel[k][ch] = (colors[k] >> (16 - 8 * ch)) & 0xff;
+  // Each channel is an affine function of the point too: v = A * px + B * py + C.
+  double ca[3], cb[3], cc[3];  // red, green, blue
+  for (int ch = 0; ch < 3; ++ch) {
+    ca[ch] = cb[ch] = cc[ch] = 0;
+    for (int k = 0; k < 3; ++k) {
+      const double v = (colors[k] >> (16 - 8 * ch)) & 0xff;
+      ca[ch] += a[k] * v, cb[ch] += b[k] * v, cc[ch] += c[k] * v;
+    }
+  }
   // A centre on an edge may come out a hair below 0 by rounding.
   constexpr double kEdge = -1e-9;
+  auto inside = [&](int px, int py) {
+    for (int k = 0; k < 3; ++k)
+      if (!(a[k] * px + b[k] * py + c[k] >= kEdge)) return false;
+    return true;
+  };
   for (int py = cy0; py < cy1; ++py) {
-    std::uint32_t* pixels = window.at(cx0, py);
-    for (int px = cx0; px < cx1; ++px) {
-      double w[3];
-      bool inside = true;
-      for (int k = 0; k < 3; ++k) {
-        w[k] = a[k] * px + b[k] * py + c[k];
-        inside = inside && w[k] >= kEdge;
-      }
-      if (!inside) continue;
+    // The row's span of centres inside: each weight is affine along the row,
+    // so each edge bounds it on one side. Found by division, then moved to
+    // where the test itself says, so an edge's pixels are those the test
+    // gives.
+    double lo = cx0, hi = cx1 - 1;
+    for (int k = 0; k < 3; ++k) {
+      const double rest = b[k] * py + c[k];
+      if (a[k] > 0)
+        lo = std::max(lo, std::ceil((kEdge - rest) / a[k]));
+      else if (a[k] < 0)
+        hi = std::min(hi, std::floor((kEdge - rest) / a[k]));
+      else if (!(rest >= kEdge))
+        hi = lo - 1;
+    }
+    if (!(lo <= hi)) continue;
+    int x0 = static_cast<int>(lo), x1 = static_cast<int>(hi);
+    while (x0 <= x1 && !inside(x0, py)) ++x0;
+    while (x0 <= x1 && !inside(x1, py)) --x1;
+    if (x0 > x1) continue;
+    while (x0 > cx0 && inside(x0 - 1, py)) --x0;
+    while (x1 + 1 < cx1 && inside(x1 + 1, py)) ++x1;
+    double v[3], step[3];
+    for (int ch = 0; ch < 3; ++ch) {
+      v[ch] = ca[ch] * x0 + cb[ch] * py + cc[ch] + 0.5;
+      step[ch] = ca[ch];
+    }
+    std::uint32_t* pixels = window.at(x0, py);
+    for (int px = x0; px <= x1; ++px, ++pixels) {
       std::uint32_t out = 0xff000000u;
       for (int ch = 0; ch < 3; ++ch) {
-        const double v = w[0] * channel[0][ch] + w[1] * channel[1][ch] + w[2] * channel[2][ch];
-        out |= static_cast<std::uint32_t>(std::clamp(v + 0.5, 0.0, 255.0)) << (16 - 8 * ch);
+        out |= static_cast<std::uint32_t>(std::clamp(v[ch], 0.0, 255.0)) << (16 - 8 * ch);
+        v[ch] += step[ch];
       }
-      pixels[px - cx0] = out;
+      *pixels = out;
     }
   }
 }
@@ -130,7 +160,7 @@ void fill_grid_polygon(const PixelWindow& window, int count, const long long* x,
       if (c == left) *pixels = blend_pixel(*pixels, source, 32 * row_quarters), ++c, ++pixels;
       const long long inner_end = std::min(c1, right);
       if (row_quarters == 4) {
-        std::fill(pixels, pixels + (inner_end - c), source);
+        fill_pixels(pixels, inner_end - c, source);
         pixels += inner_end - c;
       } else {
         for (long long k = c; k < inner_end; ++k, ++pixels)
@@ -170,7 +200,7 @@ void fill_grid_polygon(const PixelWindow& window, int count, const long long* x,
     if (q <= 0 || c0 >= c1) return;
     std::uint32_t* pixels = window.at(c0, r);
     if (q >= 4) {
-      std::fill(pixels, pixels + (c1 - c0), source);
+      fill_pixels(pixels, c1 - c0, source);
       return;
     }
     for (long long c = c0; c < c1; ++c, ++pixels)

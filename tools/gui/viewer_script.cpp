@@ -20,6 +20,9 @@
 //   draft auto|always|never  when a draft picture comes before the exact one
 //   pan auto|strips          when a pan moves the picture and draws strips:
 //                            after a slow exact draw, or always
+//   tiles auto|always|never  when an exact draw goes by tiles: when the tree
+//                            polls too rarely, always (tiles of 64 pixels),
+//                            or never
 //   trace PREFIX             from now on, each finished picture prints "frame N
 //                            draft|exact: <the status line>" and is dumped to
 //                            PREFIX<N>.png (N counts from 1)
@@ -130,6 +133,8 @@ bool check(const std::vector<std::string>& c, std::string& why) {
     ok = k == 1 && (c[1] == "auto" || c[1] == "always" || c[1] == "never");
   else if (n == "pan")
     ok = k == 1 && (c[1] == "auto" || c[1] == "strips");
+  else if (n == "tiles")
+    ok = k == 1 && (c[1] == "auto" || c[1] == "always" || c[1] == "never");
   else if (n == "status" || n == "view" || n == "close-while-drawing")
     ok = k == 0;
   else {
@@ -209,6 +214,10 @@ bool run_command(Script& s, const std::vector<std::string>& c) {
                                           : DraftPolicy::never);
   } else if (n == "pan") {
     w.set_pan_strips_always(c[1] == "strips");
+  } else if (n == "tiles") {
+    w.set_tile_policy(c[1] == "auto"     ? TilePolicy::automatic
+                      : c[1] == "always" ? TilePolicy::always
+                                         : TilePolicy::never);
   } else if (n == "trace") {
     auto frames = std::make_shared<int>(0);
     const std::string prefix = c[1];

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 
 #include "backends/cairo/cairo_text.h"
 #include "backends/cairo/draft_renderer.h"
@@ -21,7 +22,7 @@ constexpr ZR_RGB32 kHighlight = 0xff7f00;  // orange
 constexpr int kMaxHandledPerPoll = 64;     // main loop turns per poll, at most
 constexpr double kInputCheckMs = 0.5;      // input is looked at no more often
 constexpr double kLongStretchMs = 5;       // a stretch the user would notice
-constexpr double kFrameMs = 16;  // a frame
+constexpr double kFrameMs = 16;            // a frame
 // An exact draw foreseen slower than this gets a draft first. A frame and a
 // half: a draft costs some 8 ms, so below this it would show for less than a
 // frame and only put the exact picture off (the city's 1% view draws exact in
@@ -32,10 +33,29 @@ constexpr double kDraftAboveMs = 24;
 // LINEs takes 1.4 to 2.2 s exact and 8 ms as a draft; the city's two million,
 // most of them faded out at the overview, 57 ms).
 constexpr long long kFirstDraftPrimitives = 100000;
-constexpr float kDraftGreekingPx = 1e9f;   // a draft greeks text below this size: all of it
+// A view drawn by tiles (see the header): each foreseen to take this long,
+// at least kMinTile pixels a side, kFirstTile while nothing foresees it.
+constexpr double kTileMs = 2;
+constexpr int kMinTile = 32;
+constexpr int kFirstTile = 64;
+constexpr int kMaxBand = 128;  // rows of a band of tiles, at most
+// Only an exact draw foreseen longer than this goes by tiles: what crosses a
+// tile's edge is drawn once per tile it reaches, and a zoomed view's long
+// lines cross many (the 1% view of a million scattered LINEs: 55 ms whole,
+// over twice that by tiles), while a stretch shorter than this is not felt
+// as a hang.
+constexpr double kTileAboveMs = 100;
+constexpr float kDraftGreekingPx = 1e9f;  // a draft greeks text below this size: all of it
 
 double ms_since(Clock::time_point t) {
   return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
+}
+
+// The processor time this thread has used, in milliseconds.
+double thread_cpu_ms() {
+  timespec t{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
 }
 
 void set_source(cairo_t* cr, ZR_RGB32 c, double alpha = 1) {
@@ -102,8 +122,10 @@ ViewerWindow::~ViewerWindow() {
   list_.set_renderer(nullptr);
   list_.rendition.set_complex_clip(nullptr, false);
   list_.interrupt_callback = nullptr;
-  if (counter_) release(counter_);
-  if (back_renderer_) release(back_renderer_);
+  for (CountingTap* c : {counter_, front_counter_})
+    if (c) release(c);
+  for (DL::CairoRenderer* r : {back_renderer_, front_renderer_})
+    if (r) release(r);
   if (back_) cairo_surface_destroy(back_);
   if (front_) cairo_surface_destroy(front_);
   if (highlight_) cairo_surface_destroy(highlight_);
@@ -234,7 +256,10 @@ void ViewerWindow::changed() {
 }
 
 void ViewerWindow::schedule() {
-  if (!idle_id_ && !closing_) idle_id_ = g_idle_add(&ViewerWindow::on_idle, this);
+  // Between input (G_PRIORITY_DEFAULT) and GDK's repaints (GDK_PRIORITY_REDRAW,
+  // G_PRIORITY_HIGH_IDLE + 20); see the header.
+  if (!idle_id_ && !closing_)
+    idle_id_ = g_idle_add_full(G_PRIORITY_HIGH_IDLE + 10, &ViewerWindow::on_idle, this, nullptr);
 }
 
 gboolean ViewerWindow::on_idle(gpointer self) {
@@ -267,16 +292,26 @@ bool ViewerWindow::wants_draft() const {
   if (draft_policy_ == DraftPolicy::always) return true;
   int sx, sy;
   if (pan_shift(sx, sy)) return false;  // the strips of a pan come exact at once
+  return foreseen_exact_ms() > kDraftAboveMs;
+}
+
+double ViewerWindow::foreseen_exact_ms() const {
   for (const ScaleTime& t : scale_times_)
-    if (t.upp == view_.upp && t.width == view_.width && t.height == view_.height)
-      return t.ms > kDraftAboveMs;
+    if (t.upp == view_.upp && t.width == view_.width && t.height == view_.height) return t.ms;
   // The exact draw's cost grows with the world it shows: a zoom out from a
   // quick close-up may take seconds. Its time is foreseen from the last exact
   // draw by the ratio of the areas shown (the drawing taken as even; the
   // ratio at most the whole drawing over the last view).
   const double ratio = std::min(exact_area_ > 0 ? view_area(view_) / exact_area_ : 1.0,
                                 exact_area_ > 0 ? whole_area() / exact_area_ : 1.0);
-  return exact_ms_ * std::max(1.0, ratio) > kDraftAboveMs;
+  return exact_ms_ * std::max(1.0, ratio);
+}
+
+bool ViewerWindow::wants_tiles() const {
+  if (tile_policy_ != TilePolicy::automatic) return tile_policy_ == TilePolicy::always;
+  if (!tiles_wanted_) return false;
+  const double foreseen = foreseen_exact_ms();
+  return !(foreseen > 0) || foreseen > kTileAboveMs;
 }
 
 // ---------------------------------------------------------------------------
@@ -374,9 +409,24 @@ bool ViewerWindow::draw_once(bool draft) {
   list_.interrupt_user_data = this;
 
   counter->calls = 0;
+  const bool tiled = !draft && wants_tiles();
   begin_timing();
-  const bool done = walk(inner, outer);
-  end_timing(done, counter->calls);
+  // An exact draw foreseen too quick for a draft repaints nothing until its
+  // picture is done, unless it runs four frames.
+  if (!draft && foreseen_exact_ms() <= kDraftAboveMs) input_only_ms_ = 4 * kFrameMs;
+  long long calls = 0;
+  const bool done = tiled ? draw_tiles(origin, calls) : walk(inner, outer);
+  end_timing(done, tiled ? calls : counter->calls);
+  if (tiled) list_.set_renderer(counter_);
+  // Whether the next exact draws go by tiles: a stretch without a poll that
+  // takes a quarter of a draw of some length, in a draw that polled less
+  // than once a millisecond, is the tree's shape (a wide group of bottom
+  // groups: they are drawn without a poll), not the scheduler's (a tick cut
+  // into a draw whose groups poll often).
+  if (done && !tiled && running_.ms >= 2)
+    tiles_wanted_ = running_.longest_stretch_ms > 1 &&
+                    running_.longest_stretch_ms > running_.ms / 4 &&
+                    running_.callbacks < running_.ms;
   if (drawing_.text) {
     drawing_.text->set_renderer(nullptr);  // both renderers may go below
     drawing_.text->set_greeking_size(greeking);
@@ -388,14 +438,14 @@ bool ViewerWindow::draw_once(bool draft) {
     release(counter);
     release(draft_renderer);
   } else {
-    exact_ms_ = done ? running_.ms : std::max(exact_ms_, running_.ms);
+    exact_ms_ = done ? running_.cpu_ms : std::max(exact_ms_, running_.cpu_ms);
     exact_area_ = view_area(drawn_view);
     if (done) {
       // Remembered by scale, the latest first, a few of them.
       constexpr std::size_t kScales = 8;
       std::erase_if(scale_times_, [&](const ScaleTime& t) { return t.upp == drawn_view.upp; });
       scale_times_.insert(scale_times_.begin(),
-                          {drawn_view.upp, drawn_view.width, drawn_view.height, running_.ms});
+                          {drawn_view.upp, drawn_view.width, drawn_view.height, running_.cpu_ms});
       if (scale_times_.size() > kScales) scale_times_.pop_back();
     }
   }
@@ -409,14 +459,11 @@ bool ViewerWindow::end_draw(bool done, bool draft, const View& drawn_view,
     front_world_ = world;
     front_origin_ = origin;
     front_content_ = content_drawn_;
+    // The old picture on screen, with its renderer, is drawn into next
+    // (ensure_back makes new ones when the size changed).
     std::swap(back_, front_);
-    // The renderer paints on the old back surface: make a new one next time.
-    release(counter_);
-    release(back_renderer_);
-    counter_ = nullptr;
-    back_renderer_ = nullptr;
-    if (back_) cairo_surface_destroy(back_);
-    back_ = nullptr;
+    std::swap(back_renderer_, front_renderer_);
+    std::swap(counter_, front_counter_);
     front_view_ = drawn_view;
     drawn_generation_ = draw_generation_;
     front_is_draft_ = draft;
@@ -431,10 +478,13 @@ bool ViewerWindow::end_draw(bool done, bool draft, const View& drawn_view,
 
 void ViewerWindow::begin_timing() {
   running_ = DrawStats{};
+  input_only_ms_ = kFrameMs;
   counter_before_ = list_.interrupt_counter;
   content_drawn_ = content_;
   in_draw_ = true;
   handling_ms_ = 0;
+  handling_cpu_ms_ = 0;
+  started_cpu_ms_ = thread_cpu_ms();
   started_ = Clock::now();
   resumed_ = started_;
   checked_ = started_;
@@ -454,6 +504,7 @@ void ViewerWindow::end_timing(bool done, long long calls) {
   running_.long_stretches += last_stretch > kLongStretchMs;
   in_draw_ = false;
   running_.ms = ms_since(started_) - handling_ms_;
+  running_.cpu_ms = thread_cpu_ms() - started_cpu_ms_ - handling_cpu_ms_;
   running_.drawn = calls;
   // The interior groups entered, from the interrupt counter.
   const int k = running_.callbacks;
@@ -539,10 +590,7 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   // The strips that come into view, columns and rows from the top left,
   // inclusive: the band of columns at full height, then the band of rows
   // beside it, so that no pixel is drawn twice.
-  struct Strip {
-    int c0, c1, r0, r1;
-  };
-  std::vector<Strip> strips;
+  std::vector<Region> strips;
   const int band_c0 = sx > 0 ? 0 : w + sx, band_c1 = sx > 0 ? sx - 1 : w - 1;
   if (sx != 0) strips.push_back({band_c0, band_c1, 0, h - 1});
   if (sy != 0) {
@@ -563,52 +611,9 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   running_.pan = true;
   bool done = true;
   long long calls = 0;
-  for (const Strip& strip : strips) {
+  for (const Region& strip : strips) {
     if (!done) break;
-    // Each strip is an image surface of its own over the back picture's
-    // pixels, so that nothing drawn for it reaches the pixels moved in,
-    // placed by a device offset of whole pixels so that device units are
-    // those of the whole picture: every point rounds as in a whole draw of
-    // this view, and the renderer still writes dots and other small marks
-    // straight into the pixels.
-    const int sw = strip.c1 - strip.c0 + 1, sh = strip.r1 - strip.r0 + 1;
-    const int stride = cairo_image_surface_get_stride(back_);
-    cairo_surface_t* part = cairo_image_surface_create_for_data(
-        cairo_image_surface_get_data(back_) + static_cast<std::ptrdiff_t>(strip.r0) * stride +
-            4 * strip.c0,
-        cairo_image_surface_get_format(back_), sw, sh, stride);
-    cairo_surface_set_device_offset(part, -strip.c0, -strip.r0);
-    cairo_t* pcr = cairo_create(part);
-    auto* renderer = new DL::CairoRenderer(pcr, h);
-    add_ref(renderer);
-    cairo_destroy(pcr);
-    renderer->set_complex_clip_supported(true);
-    renderer->set_outer_list(&list_);
-    auto* counter = new CountingTap(renderer);
-    add_ref(counter);
-    list_.set_renderer(counter);
-    if (drawing_.text) drawing_.text->set_renderer(renderer);
-    list_.set_screen_bounds({{origin.x, origin.y}, {origin.x + w - 1, origin.y + h - 1}});
-    const int y0 = h - 1 - strip.r1, y1 = h - 1 - strip.r0;  // device rows, y up
-    list_.rendition.set_hard_clip({strip.c0, strip.c1, y0, y1}, false);
-    apply_clip();
-    // The strip's world, and a pixel more for what reaches into it.
-    const int lo[2] = {strip.c0, y0}, hi[2] = {strip.c1, y1};
-    const int lo1[2] = {strip.c0 - 1, y0 - 1}, hi1[2] = {strip.c1 + 1, y1 + 1};
-    DL::WorldBounds inner, outer;
-    list_.screen_to_world(lo, inner.min);
-    list_.screen_to_world(hi, inner.max);
-    list_.screen_to_world(lo1, outer.min);
-    list_.screen_to_world(hi1, outer.max);
-    done = walk(inner, outer);
-    calls += counter->calls;
-    if (drawing_.text) drawing_.text->set_renderer(nullptr);
-    list_.set_renderer(counter_);
-    release(counter);
-    renderer->flush_direct();
-    release(renderer);
-    cairo_surface_finish(part);
-    cairo_surface_destroy(part);
+    done = draw_region(strip, origin, calls);
   }
   if (drawing_.text) drawing_.text->set_greeking_size(greeking);
   list_.rendition.set_hard_clip({0, w - 1, 0, h - 1}, false);
@@ -618,6 +623,107 @@ bool ViewerWindow::draw_pan(int sx, int sy) {
   return end_draw(done, false, drawn_view, front_world_, origin);
 }
 
+bool ViewerWindow::draw_region(const Region& strip, DL::ScreenPoint origin, long long& calls) {
+  const int w = view_.width, h = view_.height;
+  // Each region is an image surface of its own over the back picture's
+  // pixels, so that nothing drawn for it reaches the pixels around (moved in,
+  // or drawn by a neighbour), placed by a device offset of whole pixels so
+  // that device units are those of the whole picture: every point rounds as
+  // in a whole draw of this view, and the renderer still writes dots and
+  // other small marks straight into the pixels.
+  const int sw = strip.c1 - strip.c0 + 1, sh = strip.r1 - strip.r0 + 1;
+  const int stride = cairo_image_surface_get_stride(back_);
+  cairo_surface_t* part = cairo_image_surface_create_for_data(
+      cairo_image_surface_get_data(back_) + static_cast<std::ptrdiff_t>(strip.r0) * stride +
+          4 * strip.c0,
+      cairo_image_surface_get_format(back_), sw, sh, stride);
+  cairo_surface_set_device_offset(part, -strip.c0, -strip.r0);
+  cairo_t* pcr = cairo_create(part);
+  auto* renderer = new DL::CairoRenderer(pcr, h);
+  add_ref(renderer);
+  cairo_destroy(pcr);
+  renderer->set_complex_clip_supported(true);
+  renderer->set_outer_list(&list_);
+  auto* counter = new CountingTap(renderer);
+  add_ref(counter);
+  list_.set_renderer(counter);
+  if (drawing_.text) drawing_.text->set_renderer(renderer);
+  list_.set_screen_bounds({{origin.x, origin.y}, {origin.x + w - 1, origin.y + h - 1}});
+  const int y0 = h - 1 - strip.r1, y1 = h - 1 - strip.r0;  // device rows, y up
+  list_.rendition.set_hard_clip({strip.c0, strip.c1, y0, y1}, false);
+  apply_clip();
+  // The strip's world, and a pixel more for what reaches into it.
+  const int lo[2] = {strip.c0, y0}, hi[2] = {strip.c1, y1};
+  const int lo1[2] = {strip.c0 - 1, y0 - 1}, hi1[2] = {strip.c1 + 1, y1 + 1};
+  DL::WorldBounds inner, outer;
+  list_.screen_to_world(lo, inner.min);
+  list_.screen_to_world(hi, inner.max);
+  list_.screen_to_world(lo1, outer.min);
+  list_.screen_to_world(hi1, outer.max);
+  const bool done = walk(inner, outer);
+  calls += counter->calls;
+  if (drawing_.text) drawing_.text->set_renderer(nullptr);
+  list_.set_renderer(counter_);
+  release(counter);
+  renderer->flush_direct();
+  release(renderer);
+  cairo_surface_finish(part);
+  cairo_surface_destroy(part);
+  list_.rendition.set_hard_clip({0, w - 1, 0, h - 1}, false);
+  return done;
+}
+
+bool ViewerWindow::draw_tiles(DL::ScreenPoint origin, long long& calls) {
+  const int w = view_.width, h = view_.height;
+  // Milliseconds a pixel, foreseen, then measured tile by tile; 0 while
+  // unknown. A tile that took next to nothing (an empty margin) tells
+  // nothing, and the estimate stays above an eighth of the view's average.
+  const double foreseen = foreseen_exact_ms();
+  const bool fixed = tile_policy_ == TilePolicy::always;  // tiles of kFirstTile
+  double px_ms = foreseen > 0 && !fixed ? foreseen / (double(w) * h) : 0;
+  const double least_px_ms = px_ms / 8;
+  // Pixels across for a tile of kTileMs `rows` high (a band's height: rows
+  // 0 asks for a square tile's side); kFirstTile while nothing is known.
+  auto across = [&](int rows) {
+    if (!(px_ms > 0)) return kFirstTile;
+    const double area = kTileMs / px_ms;
+    const double v = rows > 0 ? area / rows : std::sqrt(area);
+    return static_cast<int>(std::clamp(v, double(kMinTile), double(rows > 0 ? w : kMaxBand)));
+  };
+  bool done = true;
+  double tile_ms = 0, longest_ms = 0;  // the tiles' time, and their longest stretches, summed
+  for (int r0 = 0; r0 < h && done;) {
+    int r1 = std::min(h, r0 + across(0)) - 1;
+    if (h - 1 - r1 < kMinTile) r1 = h - 1;  // no sliver of a band at the bottom
+    for (int c0 = 0; c0 < w && done;) {
+      int c1 = std::min(w, c0 + across(r1 - r0 + 1)) - 1;
+      if (w - 1 - c1 < kMinTile) c1 = w - 1;
+      const double cpu = thread_cpu_ms(), handled_cpu = handling_cpu_ms_;
+      const Clock::time_point start = Clock::now();
+      const double handled = handling_ms_;
+      tile_longest_ms_ = 0;
+      done = draw_region({c0, c1, r0, r1}, origin, calls);
+      // Input between tiles too: a tile's walk may enter no interior group
+      // after its first few. The stretch this poll ends is the tile's last.
+      if (done) done = poll(this);
+      tile_ms += ms_since(start) - (handling_ms_ - handled);
+      longest_ms += tile_longest_ms_;
+      const double spent = thread_cpu_ms() - cpu - (handling_cpu_ms_ - handled_cpu);
+      ++running_.tiles;
+      if (spent >= kTileMs / 8 && !fixed) {
+        const double measured = spent / ((c1 - c0 + 1.0) * (r1 - r0 + 1.0));
+        px_ms = std::max(least_px_ms, px_ms > 0 ? (px_ms + measured) / 2 : measured);
+      }
+      c0 = c1 + 1;
+    }
+    r0 = r1 + 1;
+  }
+  // Tiles stay wanted while a quarter of their time or more ran without a
+  // poll: the tree holds its drawables in few interior groups there.
+  if (done && !fixed) tiles_wanted_ = longest_ms > tile_ms / 4;
+  return done;
+}
+
 // The interrupt callback: handles what input is waiting, then says whether the
 // draw may go on.
 bool ViewerWindow::poll(void* self) {
@@ -625,6 +731,7 @@ bool ViewerWindow::poll(void* self) {
   const Clock::time_point now = Clock::now();
   const double stretch = std::chrono::duration<double, std::milli>(now - w->resumed_).count();
   w->running_.longest_stretch_ms = std::max(w->running_.longest_stretch_ms, stretch);
+  w->tile_longest_ms_ = std::max(w->tile_longest_ms_, stretch);
   w->running_.long_stretches += stretch > kLongStretchMs;
   ++w->running_.callbacks;
   // The list asks at every twentieth interior group; a group can hold many
@@ -638,12 +745,33 @@ bool ViewerWindow::poll(void* self) {
   if (handle &&
       std::chrono::duration<double, std::milli>(now - w->checked_).count() >= kInputCheckMs) {
     w->checked_ = now;
-    for (int i = 0; i < kMaxHandledPerPoll && gtk_events_pending(); ++i)
-      gtk_main_iteration_do(FALSE);
+    // In a draw's first frame only input is handled: a repaint of the old
+    // picture, moved and scaled, costs a few milliseconds (more than a
+    // quick draw leaves to win) and would delay the new one; a longer draw
+    // repaints from its later polls. Handling stops at the first input that
+    // changes what is drawn, so the draw stops at once and the new one
+    // starts before any repaint (see `schedule`).
+    const bool input_only =
+        std::chrono::duration<double, std::milli>(now - w->started_).count() < kFrameMs;
+    if (input_only ? gdk_events_pending() : gtk_events_pending()) {
+      const double cpu = thread_cpu_ms();
+      for (int i = 0; i < kMaxHandledPerPoll && w->draw_goes_on(); ++i) {
+        if (!input_only) {
+          if (!gtk_events_pending()) break;
+          gtk_main_iteration_do(FALSE);
+          continue;
+        }
+        GdkEvent* e = gdk_event_get();
+        if (!e) break;
+        gtk_main_do_event(e);
+        gdk_event_free(e);
+      }
+      w->handling_cpu_ms_ += thread_cpu_ms() - cpu;
+    }
   }
   w->resumed_ = Clock::now();
   w->handling_ms_ += std::chrono::duration<double, std::milli>(w->resumed_ - now).count();
-  return !w->closing_ && !w->pick_wanted_ && w->generation_ == w->draw_generation_;
+  return w->draw_goes_on();
 }
 
 void ViewerWindow::do_pick(int column, int row) {
@@ -782,6 +910,7 @@ void ViewerWindow::update_status() {
                                                       : "complete");
   status_ = line;
   if (last_.pan && !last_.interrupted) status_ += " (pan: strips only)";
+  if (last_.tiles > 0 && !last_.interrupted) status_ += " (by tiles)";
   if (front_is_draft_) status_ += " | draft";
   if (!picked_text_.empty()) status_ += " | " + picked_text_;
   if (status_label_) gtk_label_set_text(GTK_LABEL(status_label_), status_.c_str());

@@ -3,16 +3,23 @@
 //
 // Redraw. Event handlers never touch the list: they change the wanted view (or
 // the layers, the clip, a pick to do) and bump `generation_`, and an idle job
-// does the work when the main loop has nothing else to do. A redraw paints the
+// does the work when the main loop has no input to handle: at a priority
+// above GTK's repaints, so a new view's draw starts at once instead of
+// behind a repaint of the old picture moved and scaled (a draw that runs long
+// repaints from its polls). A redraw paints the
 // whole view into an off-screen surface through the `_interrupt` traversals.
 // The callback the list polls handles whatever input has arrived meanwhile
 // (without blocking: it runs the main loop only while something is pending)
 // and tells the traversal to stop as soon as that input changed what is to be
-// drawn; the idle job then starts over from the new view. A draw that runs to
-// its end becomes the picture on screen; until then the last finished picture
-// is shown, moved and scaled to the wanted view, so a pan or a zoom shows at
-// once. Input that changes nothing (a pointer passing over the window, a
-// repaint) is handled without stopping the draw.
+// drawn (it handles nothing more then); the idle job then starts over from
+// the new view. A draw that runs to its end becomes the picture on screen;
+// until then the last finished picture is shown, moved and scaled to the
+// wanted view, so a pan or a zoom shows at once: repainted from the polls
+// after the draw's first frame, or its first four when it is an exact draw
+// foreseen too quick to be drafted (before that the polls handle input
+// only; such a repaint costs some milliseconds, which would only delay the
+// new picture). Input that changes nothing (a pointer passing over the
+// window) is handled without stopping the draw.
 //
 // Drafts. When the view changed (a zoom, a pan, a new size) and the exact draw
 // would take longer than a frame and a half (kDraftAboveMs, 24 ms; a shorter
@@ -22,7 +29,12 @@
 // the layers shown, how much each pixel holds), or else the last exact draw's
 // time (an interrupted draw counts with the time it ran) times the ratio of
 // the drawing's areas the two views show, so a zoom out from a close-up is
-// drafted too, the new view is first drawn by the `DraftRenderer`:
+// drafted too, the new view is first drawn by the `DraftRenderer`. The times
+// are processor times of the drawing thread, input handled inside the draw
+// left out: what the draw costs, not how long other processes held the
+// machine meanwhile (a draw the scheduler cut into would otherwise get every
+// later view at its scale a draft, which under load delays the exact
+// picture by the draft's own time). The draft:
 // one-pixel lines, flat fills, no antialiasing, written straight into the
 // off-screen picture, through the same interruptible traversal. That picture
 // is shown as soon as it is finished, and the exact draw (cairo) follows,
@@ -43,6 +55,21 @@
 // transform (`anchor_`), so a pan and a whole draw of the same view agree but
 // for a few levels of pixman's gradients. A pan's strips come exact at once,
 // without a draft. The status line says "(pan: strips only)" after one.
+//
+// Tiles. A bottom group is drawn without a poll, so a list whose drawables
+// arrived in no spatial order (a million scattered LINEs: the root's index
+// holds hundreds of thousands of bottom groups, and a view meets them all
+// under one interior group) runs a whole overview of a second between two
+// polls. When the last whole draw of the drawing ran a quarter of its time
+// or more without a poll (over a millisecond) and polled less than once a
+// millisecond, the exact draw of a view
+// foreseen over kTileAboveMs (100 ms) goes by tiles: bands of the picture cut into tiles, each a
+// bounded draw on a surface of its own over its pixels (as a pan's strips are), with a poll between
+// tiles. A tile is sized to take kTileMs (2 ms) from the time per pixel foreseen, then measured
+// tile by tile; what crosses a tile's edge is drawn in each tile it reaches, cut to it. Tiles stay
+// wanted while the tiles' longest stretches between polls add up to half their time or more; a
+// drawing whose groups poll often (a preempted stretch looked long) goes back to whole draws after
+// one tiled draw. Drafts are never tiled (they are quick).
 //
 // Choices:
 // - The list's `complex_clip_supported` is left false even though the cairo
@@ -96,11 +123,13 @@ struct DrawStats {
   long long groups = 0;  // interior groups entered (polls)
   long long drawn = 0;   // device calls
   double ms = 0;         // time of the traversal, without the input handled in it
+  double cpu_ms = 0;     // the processor time it used, likewise
   bool interrupted = false;
   double longest_stretch_ms = 0;  // longest time the draw ran without handling input
   int long_stretches = 0;         // stretches longer than 5 ms
   int callbacks = 0;
   bool pan = false;  // a pan: the picture moved, only the strips drawn
+  int tiles = 0;     // the tiles it was drawn by (0: a whole draw)
 };
 
 enum class Tool { navigate, circle, polygon };
@@ -108,6 +137,9 @@ enum class Tool { navigate, circle, polygon };
 // When a draft comes before the exact picture: as described above, before
 // every draw of a new view, or never.
 enum class DraftPolicy { automatic, always, never };
+
+// When an exact draw goes by tiles: as described above, always, or never.
+enum class TilePolicy { automatic, always, never };
 
 class ViewerWindow {
  public:
@@ -136,6 +168,9 @@ class ViewerWindow {
   void set_draft_policy(DraftPolicy policy) { draft_policy_ = policy; }
   // Whether every pan by whole pixels draws strips, even after a quick draw.
   void set_pan_strips_always(bool on) { pan_strips_always_ = on; }
+  // Whether exact draws go by tiles as described above, always (tiles of
+  // kFirstTile pixels a side; for tests), or never.
+  void set_tile_policy(TilePolicy policy) { tile_policy_ = policy; }
   long long generation() const { return generation_; }
   long long drawn_generation() const { return drawn_generation_; }
   // The finished picture to a PNG file.
@@ -173,7 +208,17 @@ class ViewerWindow {
   void ensure_back();
   bool draw_once(bool draft);
   bool wants_draft() const;
+  // The exact draw of the wanted view foreseen (see Drafts above), in
+  // milliseconds of processor time; 0 when nothing foresees it.
+  double foreseen_exact_ms() const;
+  // Whether the exact draw of the wanted view goes by tiles (see Tiles).
+  bool wants_tiles() const;
   static bool poll(void* self);
+  // Whether nothing since the draw began asks it to stop (a change of what
+  // is drawn, a pick, closing).
+  bool draw_goes_on() const {
+    return !closing_ && !pick_wanted_ && generation_ == draw_generation_;
+  }
   // Turns each layer on as the user wants it and the view's scale allows.
   void apply_layers();
   void apply_clip();
@@ -191,6 +236,19 @@ class ViewerWindow {
   // that come into view, each on a surface of its own over them. Exact: the
   // strips are drawn with the moved transform. True when it ran to its end.
   bool draw_pan(int sx, int sy);
+  // Pixels of the picture, columns c0 to c1 and rows r0 to r1 from the top
+  // left, inclusive.
+  struct Region {
+    int c0, c1, r0, r1;
+  };
+  // Draws `region` of the back picture by a bounded draw on a surface of its
+  // own over its pixels, with the list's transform placed at `origin` (see
+  // `place_list`); adds its device calls to `calls`. True when it ran to its
+  // end.
+  bool draw_region(const Region& region, DL::ScreenPoint origin, long long& calls);
+  // Draws the whole back picture tile by tile (see Tiles above), polling
+  // between tiles; true when it ran to its end.
+  bool draw_tiles(DL::ScreenPoint origin, long long& calls);
   // Sets the list's transform for the wanted view (see `anchor_`) and gives
   // the world under the picture (`inner`) and a pixel beyond it (`outer`);
   // returns the screen rectangle's corner.
@@ -279,6 +337,9 @@ class ViewerWindow {
     double ms = 0;
   };
   std::vector<ScaleTime> scale_times_;
+  bool tiles_wanted_ = false;  // exact draws go by tiles (see Tiles above)
+  TilePolicy tile_policy_ = TilePolicy::automatic;
+  double tile_longest_ms_ = 0;  // the longest stretch of the tile being drawn
   long long drafts_ = 0;
   cairo_surface_t* back_ = nullptr;   // drawn into
   cairo_surface_t* front_ = nullptr;  // the last finished picture
@@ -309,12 +370,22 @@ class ViewerWindow {
   } anchor_;
   DL::CairoRenderer* back_renderer_ = nullptr;  // one reference held
   CountingTap* counter_ = nullptr;              // one reference held
+  // The renderer and tap on `front_`: they are `back_renderer_` and `counter_`
+  // again when the back and front pictures swap, so a draw makes no surface.
+  DL::CairoRenderer* front_renderer_ = nullptr;  // one reference held, or null
+  CountingTap* front_counter_ = nullptr;         // one reference held, or null
   DrawStats last_;
   DrawStats running_;
   long long completed_ = 0;
-  Clock::time_point resumed_;  // when the draw last got control back
-  Clock::time_point checked_;  // when input was last looked at
-  double handling_ms_ = 0;     // time spent handling input inside the draw
+  Clock::time_point resumed_;   // when the draw last got control back
+  Clock::time_point checked_;   // when input was last looked at
+  double handling_ms_ = 0;      // time spent handling input inside the draw
+  double handling_cpu_ms_ = 0;  // and the processor time that took
+  double started_cpu_ms_ = 0;   // the thread's processor time when the draw started
+  // For how long since its start the draw's polls handle input only, no
+  // repaint: a frame, or four for an exact draw foreseen quicker than a
+  // draft would be worth.
+  double input_only_ms_ = 0;
 
   // The pick
   DL::Drawable* picked_ = nullptr;
