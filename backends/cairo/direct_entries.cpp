@@ -24,6 +24,19 @@ double length_of(double dx, double dy) {
   return std::sqrt(dx * dx + dy * dy);
 }
 
+// The smallest rectangle holding the `count` points (x[k], y[k]).
+struct Extent {
+  double x0, y0, x1, y1;
+};
+Extent extent_of(int count, const double* x, const double* y) {
+  Extent e{INFINITY, INFINITY, -INFINITY, -INFINITY};
+  for (int i = 0; i < count; ++i) {
+    e.x0 = std::min(e.x0, x[i]), e.x1 = std::max(e.x1, x[i]);
+    e.y0 = std::min(e.y0, y[i]), e.y1 = std::max(e.y1, y[i]);
+  }
+  return e;
+}
+
 // Starts `shape` over [x0, x1] x [y0, y1] grown by `reach` on every side (and
 // one pixel more past the high ends, which a pixel's area reaches), cut to
 // `window`; false when none of it is in the window.
@@ -305,12 +318,8 @@ bool CairoRenderer::Direct::thin_polyline(CairoRenderer& r, ZR_Rendition* rendit
   const int weight = std::max(weight_of(rendition), 1);
   if (count < 2 || count > kMost || weight > 2) return false;
   double x[kMost], y[kMost];
-  double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
-  for (int i = 0; i < count; ++i) {
-    x[i] = points[i].x, y[i] = double(r.row_of(points[i].y));
-    xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
-    ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
-  }
+  for (int i = 0; i < count; ++i) x[i] = points[i].x, y[i] = double(r.row_of(points[i].y));
+  const auto [xmin, ymin, xmax, ymax] = extent_of(count, x, y);
   cairo_detail::PixelWindow window;
   // A miter's tip stands up to 10 half widths beyond its point.
   if (!r.direct_window(rendition, clipped, 5 * weight + 1, window)) return false;
@@ -377,12 +386,8 @@ bool CairoRenderer::Direct::flat_strip(CairoRenderer& r, ZR_Rendition* rendition
   if (!r.direct_window(rendition, clipped, 1, window)) return false;
   if (window.empty()) return true;
   double x[kMost], y[kMost];
-  double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
-  for (int i = 0; i < count; ++i) {
-    x[i] = points[i].x, y[i] = double(r.row_of(points[i].y));
-    xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
-    ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
-  }
+  for (int i = 0; i < count; ++i) x[i] = points[i].x, y[i] = double(r.row_of(points[i].y));
+  const auto [xmin, ymin, xmax, ymax] = extent_of(count, x, y);
   cairo_detail::Coverage& shape = r.coverage();
   if (begin_around(shape, window, xmin, ymin, xmax, ymax, 1)) {
     for (int i = 2; i < count; ++i) {
@@ -462,11 +467,7 @@ bool CairoRenderer::Direct::ellipse(CairoRenderer& r, ZR_Rendition* rendition, b
   // A miter's tip stands up to 10 half widths beyond its point.
   if (!r.direct_window(rendition, clipped, 5 * weight + 1, window)) return false;
   if (window.empty()) return true;
-  double xmin = INFINITY, xmax = -INFINITY, ymin = INFINITY, ymax = -INFINITY;
-  for (int i = 0; i < count; ++i) {
-    xmin = std::min(xmin, x[i]), xmax = std::max(xmax, x[i]);
-    ymin = std::min(ymin, y[i]), ymax = std::max(ymax, y[i]);
-  }
+  const auto [xmin, ymin, xmax, ymax] = extent_of(count, x, y);
   const double grow = 10.0 * weight + 1;
   cairo_detail::Coverage& shape = r.coverage();
   if (begin_around(shape, window, xmin, ymin, xmax, ymax, grow)) {

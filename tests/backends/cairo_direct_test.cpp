@@ -65,6 +65,25 @@ int channel_difference(std::uint32_t a, std::uint32_t b) {
   return most;
 }
 
+// How two pictures differ where either is painted (not the background, read
+// at the corner of the plain one): the pixels painted, the largest channel
+// difference on one, and the sum of those differences.
+struct Differences {
+  int painted = 0, worst = 0, sum = 0;
+};
+Differences differences(const Surface& plain, const Surface& fast) {
+  const std::uint32_t background = plain.at(0, 0);
+  Differences out;
+  for (std::size_t k = 0; k < plain.pixels.size(); ++k) {
+    if (plain.pixels[k] == background && fast.pixels[k] == background) continue;
+    ++out.painted;
+    const int d = channel_difference(plain.pixels[k], fast.pixels[k]);
+    out.worst = std::max(out.worst, d);
+    out.sum += d;
+  }
+  return out;
+}
+
 // Runs `check(plain, fast)` for every format and orientation.
 void both_ways(const std::function<void(CairoRenderer&)>& calls,
                const std::function<void(const Surface&, const Surface&)>& check) {
@@ -252,15 +271,7 @@ TEST(CairoDirect, ThinLinesWithinAFewLevelsOfCairo) {
   };
   both_ways(calls, [](const Surface& plain, const Surface& fast) {
     EXPECT_GT(fast.direct, 100);
-    const std::uint32_t background = plain.at(0, 0);
-    int painted = 0, worst = 0, sum = 0;
-    for (std::size_t k = 0; k < plain.pixels.size(); ++k) {
-      if (plain.pixels[k] == background && fast.pixels[k] == background) continue;
-      ++painted;
-      const int d = channel_difference(plain.pixels[k], fast.pixels[k]);
-      worst = std::max(worst, d);
-      sum += d;
-    }
+    const auto [painted, worst, sum] = differences(plain, fast);
     EXPECT_GT(painted, 1000);
     EXPECT_LE(worst, 20);
     EXPECT_LE(sum, painted);
@@ -319,15 +330,7 @@ TEST(CairoDirect, ArcsAndPiesWithinAFewLevelsOfCairo) {
   };
   both_ways(calls, [](const Surface& plain, const Surface& fast) {
     EXPECT_GT(fast.direct, 30);  // small arcs two units wide go to cairo
-    const std::uint32_t background = plain.at(0, 0);
-    int painted = 0, worst = 0, sum = 0;
-    for (std::size_t k = 0; k < plain.pixels.size(); ++k) {
-      if (plain.pixels[k] == background && fast.pixels[k] == background) continue;
-      ++painted;
-      const int d = channel_difference(plain.pixels[k], fast.pixels[k]);
-      worst = std::max(worst, d);
-      sum += d;
-    }
+    const auto [painted, worst, sum] = differences(plain, fast);
     EXPECT_GT(painted, 1000);
     EXPECT_LE(worst, 32);
     EXPECT_LE(2 * sum, 3 * painted);
@@ -364,15 +367,7 @@ TEST(CairoDirect, FlatStripsWithinAFewLevelsOfCairo) {
   };
   both_ways(calls, [](const Surface& plain, const Surface& fast) {
     EXPECT_GT(fast.direct, 30);
-    const std::uint32_t background = plain.at(0, 0);
-    int painted = 0, worst = 0, sum = 0;
-    for (std::size_t k = 0; k < plain.pixels.size(); ++k) {
-      if (plain.pixels[k] == background && fast.pixels[k] == background) continue;
-      ++painted;
-      const int d = channel_difference(plain.pixels[k], fast.pixels[k]);
-      worst = std::max(worst, d);
-      sum += d;
-    }
+    const auto [painted, worst, sum] = differences(plain, fast);
     EXPECT_GT(painted, 500);
     EXPECT_LE(worst, 20);
     EXPECT_LE(sum, 2 * painted);
